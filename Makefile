@@ -1,0 +1,43 @@
+# Front of the CMake builds. `make test` is what CI and developers run.
+JOBS ?= $(shell nproc)
+NATIVE := build/native
+WINDOWS := build/windows
+
+.PHONY: all setup test native windows release tsan asan smoke clean format
+
+all: native
+
+setup:
+	@scripts/setup-packages
+
+native: setup
+	@cmake -S . -B $(NATIVE) -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+	@cmake --build $(NATIVE) -j $(JOBS)
+
+test: native
+	@cd $(NATIVE) && ctest --output-on-failure -j $(JOBS)
+
+windows: setup
+	@scripts/build-windows-deps
+	@cmake -S . -B $(WINDOWS) -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64.cmake -DCMAKE_BUILD_TYPE=Release >/dev/null
+	@cmake --build $(WINDOWS) -j $(JOBS)
+	@scripts/make-release $(WINDOWS)
+
+tsan: setup
+	@cmake -S . -B build/tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORY_SANITIZE=thread >/dev/null
+	@cmake --build build/tsan -j $(JOBS)
+	@cd build/tsan && ctest --output-on-failure -j $(JOBS) -L threaded
+
+asan: setup
+	@cmake -S . -B build/asan -DCMAKE_BUILD_TYPE=Debug -DORY_SANITIZE=address >/dev/null
+	@cmake --build build/asan -j $(JOBS)
+	@cd build/asan && ctest --output-on-failure -j $(JOBS)
+
+smoke: windows
+	@scripts/wine-smoke
+
+format:
+	@git ls-files '*.cpp' '*.h' | xargs clang-format -i
+
+clean:
+	@rm -rf build

@@ -1,0 +1,113 @@
+#include "frame/exceptions.h"
+#include "frame/log.h"
+#include "frame/main_loop.h"
+#include "frame/parameters.h"
+#include "frame/run.h"
+#include "frame/version.h"
+#include "frame/window.h"
+
+#include <fmt/format.h>
+
+#include <chrono>
+#include <thread>
+
+namespace ory {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+bool lf_isRestart(ExitReason REASON) { return REASON == ExitReason::restart || REASON == ExitReason::restartIpp; }
+
+// Only this thread left, or about 10 seconds: a hung thread is left behind.
+void lf_waitForThreads() {
+  for (int round = 0; round < 101 && threadCount.load() >= 2; ++round)
+    std::this_thread::sleep_for(100ms);
+}
+
+void lf_resetForRestart(ExitReason REASON) {
+  clearError();
+  if (REASON != ExitReason::restartIpp) {
+    SCAN_LIVERIES.value = false;
+    storeBool(SCAN_LIVERIES);
+    SCAN_AIRPORTS.value = false;
+    storeBool(SCAN_AIRPORTS);
+  }
+  resetRunState();
+  resetMainLoopState();
+  exiting = false;
+  LATERAL_RANGE.set(LATERAL_RANGE.value);
+  setRange(LATERAL_RANGE.value);
+  resetDisplay();
+}
+
+// A new exit during the countdown (the run state is reset, so the user can close again) ends it early.
+void lf_countDown(int SECONDS) {
+  if (SECONDS <= 0) return;
+  logLine(fmt::format("Restarting after {} seconds\n\n\n\n", SECONDS));
+  for (int left = SECONDS; left > 0; --left) {
+    if (exiting || userClosed) return;
+    showMessage(fmt::format("Restarting after {} second{}", left, left == 1 ? "" : "s"), false);
+    std::this_thread::sleep_for(1s);
+  }
+}
+
+void lf_finalExit(int SECONDS) {
+  ThreadCounter counted;
+  const ExitReason reason = exitReason;
+  try {
+    logLineFlushed(fmt::format("Exiting: {}", exitReasonText(reason)));
+    if (reason == ExitReason::restart) showMessage("Prepare for a restart ...", false);
+    std::this_thread::sleep_for(300ms);
+    if (reason == ExitReason::systemError) std::this_thread::sleep_for(5s);
+    if (reason == ExitReason::userClosedSim) {
+      logLine(fmt::format("User closed {}", programName));
+      userClosed = true;
+    }
+    stopRunThreads();
+    if (!lf_isRestart(reason)) {
+      BLOCK_CALLSIGN.value.clear();
+      storeText(BLOCK_CALLSIGN);
+    }
+    enableControl(flushStaticButton, false);
+    enableControl(parking_percentage, false);
+    lf_waitForThreads();
+    if (lf_isRestart(reason)) {
+      lf_resetForRestart(reason);
+      lf_countDown(SECONDS);
+      // An exit that began during the countdown has the last word.
+      if (exiting) return;
+    }
+  } catch (...) {
+    reportException("FinalExit");
+  }
+  exiting = false;
+  if (windowExists()) postWindowMessage(lf_isRestart(reason) ? startMessage : endMessage);
+  flushLog();
+}
+
+} // namespace
+
+void requestExit(ExitReason REASON, int SECONDS) {
+  bool expected = false;
+  if (!exiting.compare_exchange_strong(expected, true)) return;
+  exitReason = REASON;
+  std::thread(lf_finalExit, SECONDS).detach();
+}
+
+void reportException(std::string_view WHERE) {
+  try {
+    throw;
+  } catch (const UserErrorException& e) {
+    showError(e.what());
+  } catch (const fmt::format_error& e) {
+    showError(fmt::format("std::format error: {}", e.what()));
+  } catch (const std::exception& e) {
+    showError(fmt::format("{}: {}", WHERE, e.what()));
+    requestExit(ExitReason::systemError, 0);
+  } catch (...) {
+    showError("Unknown exception");
+  }
+}
+
+} // namespace ory

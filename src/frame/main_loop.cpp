@@ -1,0 +1,151 @@
+#include "frame/main_loop.h"
+
+#include "frame/log.h"
+#include "frame/parameters.h"
+#include "frame/run.h"
+#include "frame/window.h"
+#include "os/timer.h"
+
+#include <fmt/format.h>
+
+#include <chrono>
+#include <cmath>
+#include <thread>
+
+namespace ory {
+
+std::atomic<std::int32_t> simTick{0};
+std::atomic<std::int32_t> secondCount{0};
+std::atomic<std::int32_t> pauseCountdown{0};
+std::atomic<bool> flightPaused{false};
+std::atomic<bool> renewalPending{false};
+std::atomic<bool> renewalCollecting{false};
+std::atomic<bool> flushPending{false};
+std::atomic<bool> blockPending{false};
+std::atomic<bool> clearNoMatchPending{false};
+std::atomic<bool> reReadPending{false};
+
+namespace {
+
+constexpr std::int32_t lf_secondsPerDay = 86400;
+
+void lf_pausedPass() {
+  if (!flightPaused) {
+    flightPaused = true;
+    pauseCountdown = 100;
+    logLine(fmt::format("{} Flight not running", timeOfDay()));
+  }
+  if (--pauseCountdown > 0) return;
+  updateNowSlot();
+  pauseCountdown = 100;
+}
+
+void lf_runJobs(const DueJobs& JOBS) {
+  if (JOBS.every30) {
+    if (readerError) {
+      showError("1001: RT error");
+      requestExit(ExitReason::systemError, 0);
+    }
+    flushLog();
+  }
+  if (JOBS.every60) display.minutesToRenewal = 20 - ((JOBS.s / 60) % 20);
+}
+
+void lf_secondPass() {
+  if (flightPaused) {
+    flightPaused = false;
+    logLine(fmt::format("{} Flight resumed", timeOfDay()));
+  }
+  ++messageClock;
+  ageMessage();
+  updateNowSlot();
+  lf_runJobs(advanceSecond(secondCount));
+}
+
+} // namespace
+
+DueJobs advanceSecond(std::atomic<std::int32_t>& SECOND_COUNT) {
+  DueJobs jobs;
+  jobs.s = ++SECOND_COUNT;
+  const std::int32_t s = jobs.s;
+  jobs.every5 = s % 5 == 0;
+  jobs.every15 = s % 15 == 0;
+  jobs.every30 = s % 30 == 0;
+  jobs.every60 = s % 60 == 0;
+  jobs.every1200 = s % 1200 == 0;
+  jobs.daily = s % lf_secondsPerDay == 0;
+  if (jobs.daily) {
+    SECOND_COUNT = 0;
+    jobs.s = 0;
+  }
+  jobs.every16 = jobs.s % 16 == 0;
+  jobs.every59 = jobs.s % 59 == 0;
+  jobs.every61 = jobs.s % 61 == 0;
+  return jobs;
+}
+
+void ageMessage() {
+  const std::int32_t stamp = messageStamp;
+  if (stamp >= 1 && messageClock - stamp >= 25) clearMessage();
+}
+
+void mainLoop() {
+  if (!simRunning) {
+    lf_pausedPass();
+    return;
+  }
+  bool expected = true;
+  if (!secondTick.compare_exchange_strong(expected, false)) return;
+  lf_secondPass();
+}
+
+void mainLoopThread(std::stop_token STOP) {
+  ThreadCounter counted;
+  try {
+    flushLog();
+    secondCount = 0;
+    using clock = std::chrono::steady_clock;
+    constexpr auto period = std::chrono::nanoseconds(10'000'000);
+    auto next = clock::now() + period;
+    updateNowSlot();
+    const TimerPeriod millisecondSleeps;
+    while (!STOP.stop_requested()) {
+      mainLoop();
+      if (next - clock::now() >= std::chrono::milliseconds(1)) std::this_thread::sleep_until(next);
+      // A fixed grid that catches up after a long pass, laid anew at each simulator second.
+      next = secondTick ? clock::now() + period : next + period;
+    }
+  } catch (...) {
+    reportException("mainLoop");
+  }
+}
+
+std::int32_t autoRangeFor(bool ON_GROUND, double ALTITUDE_FT, double DISTANCE_NM) {
+  if (ON_GROUND) return 8;
+  if (ALTITUDE_FT > AIRPORT_HEIGHT.value) return 40;
+  if (DISTANCE_NM <= 5) return 8;
+  if (DISTANCE_NM < 37) return static_cast<std::int32_t>(std::lround(DISTANCE_NM)) + 3;
+  return 40;
+}
+
+void applyRange(std::int32_t RANGE_NM) {
+  setRange(RANGE_NM);
+  const std::int32_t before = LATERAL_RANGE.value;
+  LATERAL_RANGE.set(RANGE_NM);
+  if (LATERAL_RANGE.value != before) showInt(LATERAL_RANGE);
+}
+
+void resetMainLoopState() {
+  secondTick = false;
+  flightPaused = false;
+  secondCount = 0;
+  pauseCountdown = 0;
+  renewalPending = false;
+  renewalCollecting = false;
+  flushPending = false;
+  blockPending = false;
+  clearNoMatchPending = false;
+  reReadPending = false;
+}
+
+} // namespace ory

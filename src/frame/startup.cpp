@@ -1,0 +1,190 @@
+#include "frame/startup.h"
+
+#include "frame/exceptions.h"
+#include "frame/log.h"
+#include "frame/main_loop.h"
+#include "frame/parameters.h"
+#include "frame/paths.h"
+#include "frame/run.h"
+#include "frame/version.h"
+#include "frame/window.h"
+#include "os/registry.h"
+
+#include <fmt/format.h>
+
+#include <chrono>
+#include <ctime>
+#include <filesystem>
+#include <thread>
+
+namespace ory {
+
+namespace {
+
+using namespace std::chrono_literals;
+namespace fs = std::filesystem;
+
+constexpr std::string_view lf_p3dKey = "SOFTWARE\\Lockheed Martin\\Prepar3D v";
+
+bool lf_stopWanted() { return exiting || userClosed; }
+
+void lf_requireProgramFolder() {
+  std::error_code error;
+  const fs::file_status status = fs::status(docsFolder, error);
+  if (error && error != std::errc::no_such_file_or_directory)
+    throw fs::filesystem_error("status", docsFolder, error);
+  if (!fs::is_directory(status))
+    throw UserErrorException(41, fmt::format("{} must be run from the {} folder!", programName, programName));
+}
+
+void lf_makeDataTree() {
+  for (const fs::path& folder : {outputFolder, infoFolder, errorsFolder, airportsFolder, learnedFolder,
+                                 learnedFolder / stockWord, learnedFolder / orbxWord, learnedFolder / thirdpartyWord})
+    fs::create_directories(folder);
+}
+
+bool lf_anyFolderParameter() {
+  for (const auto* folders : {&lfolder, &afolder})
+    for (const TextParameter& folder : *folders)
+      if (!folder.value.empty()) return true;
+  return false;
+}
+
+void lf_detectSimulatorInRegistry() {
+  const auto present = [](char VERSION) {
+    return registryKeyExists(RegistryRoot::localMachine, fmt::format("{}{}", lf_p3dKey, VERSION));
+  };
+  detectSimulator(present('4'), present('5'), present('6'));
+}
+
+void lf_logSinceLastRun() {
+  const std::string text = sinceLastRunText(static_cast<std::int64_t>(std::time(nullptr)) - LAST_EPOCH_TIME.value);
+  if (!text.empty()) logLine(text);
+}
+
+std::int32_t lf_countFiles(const fs::path& FOLDER) {
+  std::error_code error;
+  std::int32_t count = 0;
+  for (fs::directory_iterator it(FOLDER, error), end; !error && it != end; it.increment(error))
+    if (it->is_regular_file()) ++count;
+  return count;
+}
+
+void lf_initialise() {
+  lf_makeDataTree();
+  loadParameters();
+  if (MAX_LIVE.value == MAX_LIVE.defaultValue) clearEdit(MAX_LIVE);
+  PROGRAM_INSTALL_PATH.value = fs::current_path().string();
+  storeText(PROGRAM_INSTALL_PATH);
+  updateNowSlot();
+  display.archiveWeek = parseVersion(ARCHIVE_VERSION.value).major;
+  if (SIM_INSTALL_PATH.value.empty()) lf_detectSimulatorInRegistry();
+  MAX_FIT_FL.value = maxFitHours(MAX_FIT.value);
+  showFloat(MAX_FIT_FL);
+  flushLog();
+}
+
+void lf_startUpTrovalyn() {
+  ThreadCounter counted;
+  try {
+    lf_requireProgramFolder();
+    lf_initialise();
+    lf_logSinceLastRun();
+    fs::create_directories(myRegcodesFolder);
+    scanWorkerLimit = static_cast<std::int32_t>(std::max(1u, std::thread::hardware_concurrency()));
+    scanWorkers = 0;
+    if (!fs::exists(liveriesScannedFile) && !SCAN_LIVERIES.value) {
+      showMessage(fmt::format("File {} is gone, rescan liveries", liveriesScannedFile.string()), true);
+      SCAN_LIVERIES.value = true;
+      storeBool(SCAN_LIVERIES);
+      showBool(SCAN_LIVERIES);
+    }
+    if (lf_stopWanted()) return;
+    display.thirdpartyAirportCount = lf_countFiles(myThirdpartyFolder);
+    display.orbxAirportCount = lf_countFiles(myOrbxFolder);
+    if (lf_stopWanted()) {
+      requestExit(ExitReason::userClosedSim, 1);
+      return;
+    }
+    startRun();
+  } catch (...) {
+    reportException("lf_startUpTrovalyn");
+  }
+}
+
+// Polls CONDITION every PERIOD; false when an exit came first.
+template <typename Condition>
+bool lf_waitFor(Condition CONDITION, std::chrono::milliseconds PERIOD) {
+  while (!CONDITION()) {
+    if (lf_stopWanted()) return false;
+    std::this_thread::sleep_for(PERIOD);
+  }
+  return !lf_stopWanted();
+}
+
+} // namespace
+
+void launchStartUp() { std::thread(lf_startUpTrovalyn).detach(); }
+
+void startRun() {
+  try {
+    setTopmost(ALWAYS_ON_TOP.value);
+    display.simConnected = false;
+    display.rtLinkUp = false;
+    if (!lf_waitFor([] { return simRunning.load(); }, 100ms)) return;
+    flushLog();
+    startRunThread(RunThread::mainLoop, mainLoopThread);
+  } catch (...) {
+    reportException("startRun");
+  }
+}
+
+void detectSimulator(bool V4_PRESENT, bool V5_PRESENT, bool V6_PRESENT) {
+  const int sum = (V5_PRESENT ? 5 : 0) + (V6_PRESENT ? 6 : 0);
+  if (sum == 11)
+    throw UserErrorException(
+        153, "More than one P3D version detected, type full Install Path to wanted version above and press Enter");
+  if (sum == 0) {
+    showMessage("P3D not detected?", false);
+    if (lf_anyFolderParameter()) return;
+    clearEdit(SIM_INSTALL_PATH);
+    throw UserErrorException(151, "No P3D install path detected, type full Install Path above, and press Enter");
+  }
+  (void)V4_PRESENT; // v4 alone counts as not detected
+  logLine(sum == 5 ? "P3Dv5detected" : "P3Dv6detected");
+  const auto path = readRegistryText(RegistryRoot::localMachine, fmt::format("{}{}", lf_p3dKey, sum), "SetupPath");
+  if (!path || path->empty()) {
+    clearEdit(SIM_INSTALL_PATH);
+    throw UserErrorException(151, "No P3D install path detected, type full Install Path above, and press Enter");
+  }
+  SIM_INSTALL_PATH.value = *path;
+  storeText(SIM_INSTALL_PATH);
+  showText(SIM_INSTALL_PATH);
+}
+
+std::int32_t simulatorVersion(std::string_view INSTALL_PATH) {
+  if (INSTALL_PATH.find("v5") != std::string_view::npos || INSTALL_PATH.find("V5") != std::string_view::npos)
+    return 5;
+  if (INSTALL_PATH.find("v6") != std::string_view::npos || INSTALL_PATH.find("V6") != std::string_view::npos)
+    return 6;
+  if (P3D_VERSION.value >= 5) return P3D_VERSION.value;
+  throw UserErrorException(
+      77, fmt::format("P3D install path does not contain v5 or v6? Use hidden parameter {}, set it at 5 or 6",
+                      P3D_VERSION.name));
+}
+
+bool isNullPosition(double LATITUDE, double LONGITUDE) {
+  return LATITUDE >= 0 && LATITUDE <= 0.0009 && LONGITUDE >= 0 && LONGITUDE <= 0.05;
+}
+
+std::string sinceLastRunText(std::int64_t SECONDS) {
+  const auto plural = [](std::int64_t N) { return N == 1 || N < 0 ? "" : "s"; };
+  if (SECONDS < 60) return fmt::format("{} second{} since last run", SECONDS, plural(SECONDS));
+  const std::int64_t minutes = SECONDS / 60;
+  if (minutes >= 524160) return {};
+  const std::int64_t seconds = SECONDS % 60;
+  return fmt::format("{} minute{} and {} second{} since last run", minutes, plural(minutes), seconds,
+                     plural(seconds));
+}
+
+} // namespace ory

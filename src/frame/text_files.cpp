@@ -1,0 +1,172 @@
+#include "frame/text_files.h"
+
+#include "frame/log.h"
+#include "os/utf.h"
+
+#include <fmt/format.h>
+#include <pugixml.hpp>
+
+#include <cerrno>
+#include <charconv>
+#include <fstream>
+#include <iterator>
+#include <system_error>
+
+namespace ory {
+
+namespace {
+
+void lf_pushLine(std::vector<std::string>& LINES, std::string LINE) {
+  if (!LINE.empty() && LINE.back() == '\r') LINE.pop_back();
+  LINES.push_back(std::move(LINE));
+}
+
+// Splits at '\n'; a final line end adds no empty line.
+void lf_splitLines(std::string_view TEXT, std::vector<std::string>& LINES) {
+  std::size_t start = 0;
+  while (start < TEXT.size()) {
+    const auto end = TEXT.find('\n', start);
+    if (end == std::string_view::npos) {
+      lf_pushLine(LINES, std::string(TEXT.substr(start)));
+      return;
+    }
+    lf_pushLine(LINES, std::string(TEXT.substr(start, end - start)));
+    start = end + 1;
+  }
+}
+
+std::string lf_readBytes(const std::filesystem::path& PATH) {
+  std::ifstream in(PATH, std::ios::binary);
+  if (!in) throw std::runtime_error(fmt::format("cannot read {}", PATH.string()));
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+std::string lf_utf16ToUtf8(std::string_view BYTES, bool BIG_END) {
+  std::u16string units;
+  units.reserve(BYTES.size() / 2);
+  for (std::size_t i = 2; i + 1 < BYTES.size(); i += 2) {
+    const auto first = static_cast<unsigned char>(BYTES[i]);
+    const auto second = static_cast<unsigned char>(BYTES[i + 1]);
+    units += static_cast<char16_t>(BIG_END ? (first << 8) | second : (second << 8) | first);
+  }
+  return utf16ToUtf8(units);
+}
+
+} // namespace
+
+std::string_view encodingName(FileEncoding ENCODING) {
+  switch (ENCODING) {
+  case FileEncoding::unicode: return "Unicode";
+  case FileEncoding::unicodeBigEndian: return "Unicode_big_endian";
+  case FileEncoding::utf8WithBom: return "UTF8_with_BOM";
+  case FileEncoding::utf8WithoutBom: return "UTF8_without_BOM";
+  case FileEncoding::noneFound: return "none_found";
+  case FileEncoding::plain: break;
+  }
+  return "";
+}
+
+FileEncoding detectEncoding(const std::filesystem::path& PATH) {
+  std::ifstream in(PATH, std::ios::binary);
+  if (!in) {
+    logLine(fmt::format("cannot open file {} for character encoding, err: {}", PATH.string(),
+                        std::error_code(errno, std::generic_category()).message()));
+    return FileEncoding::noneFound;
+  }
+  unsigned char mark[2]{};
+  in.read(reinterpret_cast<char*>(mark), 2);
+  if (in.gcount() < 2) return FileEncoding::plain;
+  if (mark[0] == 0xFF && mark[1] == 0xFE) return FileEncoding::unicode;
+  if (mark[0] == 0xFE && mark[1] == 0xFF) return FileEncoding::unicodeBigEndian;
+  if (mark[0] == 0xEF && mark[1] == 0xBB) return FileEncoding::utf8WithBom;
+  return FileEncoding::plain;
+}
+
+bool gf_readExtTextFileToStringVector(const std::filesystem::path& PATH, std::vector<std::string>& LINES) {
+  try {
+    const FileEncoding encoding = detectEncoding(PATH);
+    if (encoding == FileEncoding::noneFound) return false;
+    const std::string bytes = lf_readBytes(PATH);
+    switch (encoding) {
+    case FileEncoding::unicode:
+    case FileEncoding::unicodeBigEndian:
+      lf_splitLines(lf_utf16ToUtf8(bytes, encoding == FileEncoding::unicodeBigEndian), LINES);
+      break;
+    case FileEncoding::utf8WithBom: lf_splitLines(std::string_view(bytes).substr(3), LINES); break;
+    default: lf_splitLines(bytes, LINES); break;
+    }
+    return true;
+  } catch (const std::exception& e) {
+    logLine(fmt::format("gf_readExtTextFileToStringVector {}", e.what()));
+    return false;
+  }
+}
+
+std::unique_ptr<std::vector<std::string>> readPlainLines(const std::filesystem::path& PATH, std::size_t RESERVE) {
+  std::ifstream in(PATH, std::ios::binary);
+  if (!in) return nullptr;
+  auto lines = std::make_unique<std::vector<std::string>>();
+  lines->reserve(RESERVE);
+  for (std::string line; std::getline(in, line);)
+    lf_pushLine(*lines, std::move(line));
+  if (lines->empty()) return nullptr;
+  return lines;
+}
+
+bool writeText(std::string_view TEXT, const std::filesystem::path& PATH) {
+  std::ofstream out(PATH, std::ios::binary | std::ios::trunc);
+  if (!out) return false;
+  out << TEXT << '\n';
+  return static_cast<bool>(out.flush());
+}
+
+bool writeXmlFile(const pugi::xml_document& DOCUMENT, const std::filesystem::path& PATH) {
+  std::filesystem::path beside = PATH;
+  beside += ".saving";
+  std::error_code error;
+  const bool saved = DOCUMENT.save_file(beside.c_str());
+  if (saved) std::filesystem::rename(beside, PATH, error);
+  if (saved && !error) return true;
+  std::filesystem::remove(beside, error);
+  return false;
+}
+
+bool saveXml(const pugi::xml_document& DOCUMENT, const std::filesystem::path& PATH) {
+  if (!writeXmlFile(DOCUMENT, PATH)) {
+    logLine(fmt::format("could not save to \"{}\"", PATH.string()));
+    return false;
+  }
+  logLine(fmt::format("\"{}\" saved", PATH.string()));
+  return true;
+}
+
+HalfHours readSlots(std::string_view TEXT) {
+  HalfHours slots;
+  while (!TEXT.empty()) {
+    const auto comma = TEXT.find(',');
+    std::string_view item = TEXT.substr(0, comma);
+    TEXT = comma == std::string_view::npos ? std::string_view() : TEXT.substr(comma + 1);
+    while (!item.empty() && item.front() == ' ')
+      item.remove_prefix(1);
+    while (!item.empty() && item.back() == ' ')
+      item.remove_suffix(1);
+    if (item.empty()) continue;
+    int number = 0;
+    const auto [end, status] = std::from_chars(item.data(), item.data() + item.size(), number);
+    if (status != std::errc() || end != item.data() + item.size())
+      throw std::invalid_argument(fmt::format("half hour \"{}\" is not a number", item));
+    if (number < 0 || number > 47) throw std::out_of_range(fmt::format("half hour {} is not in 0 to 47", number));
+    slots.set(static_cast<std::size_t>(number));
+  }
+  return slots;
+}
+
+std::string slotsToText(const HalfHours& SLOTS) {
+  std::string text;
+  for (std::size_t i = 0; i < SLOTS.size(); ++i)
+    if (SLOTS.test(i)) text += fmt::format("{},", i);
+  if (!text.empty()) text.pop_back();
+  return text;
+}
+
+} // namespace ory

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <compare>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace ory {
+
+inline constexpr std::string_view programName = "Trovalyn_P3D";
+inline constexpr std::string_view programVersion = "8.8.0";
+inline constexpr std::string_view simulatorFamily = "Prepar3D v5/v6";
+
+// Three numbers, text form "1.2.3".
+struct Version {
+  std::int32_t major = 0;
+  std::int32_t minor = 0;
+  std::int32_t patch = 0;
+  auto operator<=>(const Version&) const = default;
+};
+
+// Missing or unreadable numbers count as 0.
+Version parseVersion(std::string_view TEXT);
+std::string versionText(const Version& VERSION);
+
+} // namespace ory

@@ -1,0 +1,55 @@
+// The headless face: no window; the message and error lines go to standard output, and posted messages wait in a
+// queue for the entry's loop.
+#include "frame/window.h"
+#include "frame/window_face.h"
+
+#include <fmt/format.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <deque>
+
+namespace ory {
+
+namespace {
+std::mutex lf_queueLock;
+std::condition_variable lf_queueSignal;
+std::deque<unsigned> lf_queue;
+} // namespace
+
+void paintMessageBand(std::string_view TEXT, bool ERROR_LINE) {
+  if (TEXT.empty()) return;
+  fmt::print("{}: {}\n", ERROR_LINE ? "error" : "message", TEXT);
+  std::fflush(stdout);
+}
+
+void showBool(const BoolParameter&) {}
+void showInt(const IntParameter&) {}
+void showFloat(const FloatParameter&) {}
+void showText(const TextParameter&) {}
+void clearEdit(const Control&) {}
+void enableControl(const Control&, bool) {}
+void setTopmost(bool) {}
+void repaintWindow() {}
+
+void postWindowMessage(unsigned MESSAGE) {
+  {
+    std::lock_guard lock(lf_queueLock);
+    lf_queue.push_back(MESSAGE);
+  }
+  lf_queueSignal.notify_one();
+}
+
+bool windowExists() { return true; }
+
+unsigned nextPostedMessage(int TIMEOUT_MS) {
+  std::unique_lock lock(lf_queueLock);
+  if (!lf_queueSignal.wait_for(lock, std::chrono::milliseconds(TIMEOUT_MS), [] { return !lf_queue.empty(); }))
+    return 0;
+  const unsigned message = lf_queue.front();
+  lf_queue.pop_front();
+  return message;
+}
+
+} // namespace ory

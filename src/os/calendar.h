@@ -1,0 +1,10 @@
+#pragma once
+// The thread-safe form of gmtime on both builds.
+
+#include <ctime>
+
+namespace ory {
+
+std::tm utcCalendar(std::time_t TIME);
+
+} // namespace ory

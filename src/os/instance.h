@@ -1,0 +1,11 @@
+#pragma once
+// The single-instance guard: a named mutex on Windows, a locked file on POSIX.
+
+#include <string_view>
+
+namespace ory {
+
+// True if this process is the only holder of NAME; the claim lasts until the process ends.
+bool claimSingleInstance(std::string_view NAME);
+
+} // namespace ory

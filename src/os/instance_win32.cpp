@@ -1,0 +1,15 @@
+#include "os/instance.h"
+#include "os/utf.h"
+
+#include <windows.h>
+
+namespace ory {
+
+bool claimSingleInstance(std::string_view NAME) {
+  // Never released: the system closes the handle at process end.
+  const std::wstring name = utf8ToWide(NAME);
+  HANDLE mutex = CreateMutexW(nullptr, FALSE, name.c_str());
+  return mutex != nullptr && GetLastError() != ERROR_ALREADY_EXISTS;
+}
+
+} // namespace ory

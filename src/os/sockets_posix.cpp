@@ -1,0 +1,214 @@
+#include "os/sockets.h"
+
+#include <arpa/inet.h>
+#include <cerrno>
+#include <fcntl.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <string>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace ory {
+
+namespace {
+
+thread_local int lf_lastError = 0;
+
+int lf_toWinsock(int ERRNO_VALUE) {
+  switch (ERRNO_VALUE) {
+  case EINTR: return 10004;
+  case EBADF: return 10009;
+  case EACCES: return 10013;
+  case EFAULT: return 10014;
+  case EINVAL: return 10022;
+  case EMFILE: return 10024;
+  case EAGAIN: return 10035;
+  case EINPROGRESS: return 10036;
+  case EALREADY: return 10037;
+  case ENOTSOCK: return 10038;
+  case EDESTADDRREQ: return 10039;
+  case EMSGSIZE: return 10040;
+  case EPROTOTYPE: return 10041;
+  case ENOPROTOOPT: return 10042;
+  case EPROTONOSUPPORT: return 10043;
+  case EOPNOTSUPP: return 10045;
+  case EAFNOSUPPORT: return 10047;
+  case EADDRINUSE: return 10048;
+  case EADDRNOTAVAIL: return 10049;
+  case ENETDOWN: return 10050;
+  case ENETUNREACH: return 10051;
+  case ENETRESET: return 10052;
+  case ECONNABORTED: return 10053;
+  case ECONNRESET: return 10054;
+  case EPIPE: return 10054;
+  case ENOBUFS: return 10055;
+  case EISCONN: return 10056;
+  case ENOTCONN: return 10057;
+  case ESHUTDOWN: return 10058;
+  case ETIMEDOUT: return 10060;
+  case ECONNREFUSED: return 10061;
+  case ELOOP: return 10062;
+  case ENAMETOOLONG: return 10063;
+  case EHOSTDOWN: return 10064;
+  case EHOSTUNREACH: return 10065;
+  default: return ERRNO_VALUE;
+  }
+}
+
+SocketHandle lf_fail() {
+  lf_lastError = lf_toWinsock(errno);
+  return invalidSocket;
+}
+
+SocketHandle lf_bound(int TYPE, std::uint16_t PORT) {
+  const int fd = socket(AF_INET, TYPE | SOCK_CLOEXEC, 0);
+  if (fd < 0) return lf_fail();
+  const int yes = 1;
+  setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof(yes));
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(PORT);
+  address.sin_addr.s_addr = htonl(INADDR_ANY);
+  if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
+    const SocketHandle failed = lf_fail();
+    close(fd);
+    return failed;
+  }
+  return fd;
+}
+
+} // namespace
+
+bool startSockets() { return true; }
+int lastSocketError() { return lf_lastError; }
+
+SocketHandle openTcpServer(std::uint16_t PORT) {
+  const SocketHandle server = lf_bound(SOCK_STREAM, PORT);
+  if (server == invalidSocket) return server;
+  if (listen(static_cast<int>(server), 1) != 0) {
+    const SocketHandle failed = lf_fail();
+    close(static_cast<int>(server));
+    return failed;
+  }
+  return server;
+}
+
+SocketHandle acceptClient(SocketHandle SERVER) {
+  const int client = accept4(static_cast<int>(SERVER), nullptr, nullptr, SOCK_CLOEXEC);
+  return client < 0 ? lf_fail() : client;
+}
+
+SocketHandle connectTcp(std::string_view HOST, std::uint16_t PORT) {
+  addrinfo hints{};
+  hints.ai_family = AF_UNSPEC;
+  hints.ai_socktype = SOCK_STREAM;
+  addrinfo* found = nullptr;
+  const std::string host(HOST);
+  const std::string port = std::to_string(PORT);
+  if (getaddrinfo(host.c_str(), port.c_str(), &hints, &found) != 0) {
+    lf_lastError = 11001; // WSAHOST_NOT_FOUND
+    return invalidSocket;
+  }
+  SocketHandle result = invalidSocket;
+  for (addrinfo* a = found; a && result == invalidSocket; a = a->ai_next) {
+    const int fd = socket(a->ai_family, a->ai_socktype | SOCK_CLOEXEC, a->ai_protocol);
+    if (fd < 0) {
+      lf_fail();
+      continue;
+    }
+    if (connect(fd, a->ai_addr, a->ai_addrlen) == 0) {
+      result = fd;
+    } else {
+      lf_fail();
+      close(fd);
+    }
+  }
+  freeaddrinfo(found);
+  return result;
+}
+
+SocketHandle openUdpReceiver(std::uint16_t PORT) { return lf_bound(SOCK_DGRAM, PORT); }
+
+SocketHandle openUdpSender() {
+  const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  return fd < 0 ? lf_fail() : fd;
+}
+
+bool sendAll(SocketHandle SOCKET, const void* DATA, std::size_t SIZE) {
+  const auto* bytes = static_cast<const char*>(DATA);
+  while (SIZE > 0) {
+    const ssize_t sent = send(static_cast<int>(SOCKET), bytes, SIZE, MSG_NOSIGNAL);
+    if (sent < 0 && errno == EINTR) continue;
+    if (sent <= 0) {
+      lf_fail();
+      return false;
+    }
+    bytes += sent;
+    SIZE -= static_cast<std::size_t>(sent);
+  }
+  return true;
+}
+
+bool sendDatagram(SocketHandle SOCKET, std::string_view HOST, std::uint16_t PORT, const void* DATA,
+                  std::size_t SIZE) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(PORT);
+  if (inet_pton(AF_INET, std::string(HOST).c_str(), &address.sin_addr) != 1) {
+    lf_lastError = 10022;
+    return false;
+  }
+  const ssize_t sent = sendto(static_cast<int>(SOCKET), DATA, SIZE, 0, reinterpret_cast<sockaddr*>(&address),
+                              sizeof(address));
+  if (sent < 0) lf_fail();
+  return sent == static_cast<ssize_t>(SIZE);
+}
+
+long receiveSome(SocketHandle SOCKET, void* BUFFER, std::size_t SIZE) {
+  for (;;) {
+    const ssize_t got = recv(static_cast<int>(SOCKET), BUFFER, SIZE, 0);
+    if (got >= 0) return static_cast<long>(got);
+    if (errno == EINTR) continue;
+    lf_fail();
+    return -1;
+  }
+}
+
+int waitReadable(SocketHandle SOCKET, int TIMEOUT_MS) {
+  pollfd p{static_cast<int>(SOCKET), POLLIN, 0};
+  const int ready = poll(&p, 1, TIMEOUT_MS);
+  if (ready < 0) {
+    if (errno == EINTR) return 0;
+    lf_fail();
+    return -1;
+  }
+  if (ready > 0 && (p.revents & POLLNVAL)) {
+    lf_lastError = 10038;
+    return -1;
+  }
+  return ready > 0 ? 1 : 0;
+}
+
+void setNoDelay(SocketHandle SOCKET, bool ON) {
+  const int value = ON ? 1 : 0;
+  setsockopt(static_cast<int>(SOCKET), IPPROTO_TCP, TCP_NODELAY, &value, sizeof(value));
+}
+
+void setReceiveBufferSize(SocketHandle SOCKET, int BYTES) {
+  setsockopt(static_cast<int>(SOCKET), SOL_SOCKET, SO_RCVBUF, &BYTES, sizeof(BYTES));
+}
+
+void shutdownSocket(SocketHandle SOCKET) {
+  if (SOCKET != invalidSocket) shutdown(static_cast<int>(SOCKET), SHUT_RDWR);
+}
+
+void closeSocket(SocketHandle SOCKET) {
+  if (SOCKET == invalidSocket) return;
+  shutdown(static_cast<int>(SOCKET), SHUT_RDWR);
+  close(static_cast<int>(SOCKET));
+}
+
+} // namespace ory

@@ -1,0 +1,8 @@
+#include "os/timer.h"
+
+namespace ory {
+
+void beginTimerPeriod() {}
+void endTimerPeriod() {}
+
+} // namespace ory

@@ -1,0 +1,15 @@
+#pragma once
+// UTF-8 in memory, UTF-16 only at the edges (Win32 calls, UTF-16 files). Bad sequences become U+FFFD.
+
+#include <string>
+#include <string_view>
+
+namespace ory {
+
+std::u16string utf8ToUtf16(std::string_view TEXT);
+std::string utf16ToUtf8(std::u16string_view TEXT);
+// The platform's wide text: UTF-16 on Windows, UTF-32 elsewhere.
+std::wstring utf8ToWide(std::string_view TEXT);
+std::string wideToUtf8(std::wstring_view TEXT);
+
+} // namespace ory

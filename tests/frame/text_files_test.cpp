@@ -1,0 +1,97 @@
+#include "frame/log.h"
+#include "frame/text_files.h"
+#include "support/scratch.h"
+
+#include <gtest/gtest.h>
+#include <pugixml.hpp>
+
+namespace ory {
+namespace {
+
+using test::writeBytes;
+using Lines = std::vector<std::string>;
+
+class TextFilesTest : public test::InScratchFolder {};
+
+Lines lf_read(const std::filesystem::path& PATH) {
+  Lines lines;
+  EXPECT_TRUE(gf_readExtTextFileToStringVector(PATH, lines));
+  return lines;
+}
+
+// "Zürich\r\n✈ 1" in each encoding, written byte by byte.
+TEST_F(TextFilesTest, everyEncodingReadsAsTheSameUtf8Lines) {
+  const Lines expected = {"Z\xC3\xBCrich", "\xE2\x9C\x88 1"};
+  writeBytes("le.txt", std::string("\xFF\xFEZ\0\xFC\0r\0i\0c\0h\0\r\0\n\0\x08\x27 \0" "1\0", 24));
+  writeBytes("be.txt", std::string("\xFE\xFF\0Z\0\xFC\0r\0i\0c\0h\0\r\0\n\x27\x08\0 \0" "1", 24));
+  writeBytes("bom.txt", "\xEF\xBB\xBFZ\xC3\xBCrich\r\n\xE2\x9C\x88 1\n");
+  writeBytes("plain.txt", "Z\xC3\xBCrich\n\xE2\x9C\x88 1");
+
+  EXPECT_EQ(detectEncoding("le.txt"), FileEncoding::unicode);
+  EXPECT_EQ(detectEncoding("be.txt"), FileEncoding::unicodeBigEndian);
+  EXPECT_EQ(detectEncoding("bom.txt"), FileEncoding::utf8WithBom);
+  EXPECT_EQ(detectEncoding("plain.txt"), FileEncoding::plain);
+  for (const char* file : {"le.txt", "be.txt", "bom.txt", "plain.txt"})
+    EXPECT_EQ(lf_read(file), expected) << file;
+}
+
+TEST_F(TextFilesTest, aMarkOfEfBbWithoutBfStillLosesThreeBytes) {
+  writeBytes("half.txt", "\xEF\xBBXabc\n");
+  EXPECT_EQ(detectEncoding("half.txt"), FileEncoding::utf8WithBom);
+  EXPECT_EQ(lf_read("half.txt"), Lines{"abc"});
+}
+
+TEST_F(TextFilesTest, aMissingFileIsLoggedAndGivesFalse) {
+  openLog();
+  Lines lines;
+  EXPECT_EQ(detectEncoding("absent.txt"), FileEncoding::noneFound);
+  EXPECT_FALSE(gf_readExtTextFileToStringVector("absent.txt", lines));
+  closeLog();
+  EXPECT_NE(test::readFile("Log.txt").find("cannot open file absent.txt for character encoding, err: "),
+            std::string::npos);
+  EXPECT_EQ(encodingName(FileEncoding::unicodeBigEndian), "Unicode_big_endian");
+}
+
+TEST_F(TextFilesTest, oddBytesOfUtf16AndLoneSurrogatesDoNotBreakTheRead) {
+  writeBytes("odd.txt", std::string("\xFF\xFE" "A\0\x00\xD8" "B\0C", 9));
+  EXPECT_EQ(lf_read("odd.txt"), Lines{"A\xEF\xBF\xBD" "B"});
+}
+
+TEST_F(TextFilesTest, plainLinesAreNullForMissingOrEmptyFiles) {
+  EXPECT_EQ(readPlainLines("absent.txt", 4), nullptr);
+  writeBytes("empty.txt", "");
+  EXPECT_EQ(readPlainLines("empty.txt", 4), nullptr);
+  writeBytes("two.txt", "a\r\nb\n");
+  const auto lines = readPlainLines("two.txt", 4);
+  ASSERT_NE(lines, nullptr);
+  EXPECT_EQ(*lines, (Lines{"a", "b"}));
+}
+
+TEST_F(TextFilesTest, writeTextAndSaveXmlReplaceWholeFiles) {
+  EXPECT_TRUE(writeText("hello", "out.txt"));
+  EXPECT_EQ(test::readFile("out.txt"), "hello\n");
+  EXPECT_FALSE(writeText("x", "no/such/folder/out.txt"));
+
+  openLog();
+  pugi::xml_document document;
+  document.append_child("root").append_attribute("a").set_value(1);
+  EXPECT_TRUE(saveXml(document, "doc.xml"));
+  EXPECT_FALSE(saveXml(document, "no/such/folder/doc.xml"));
+  closeLog();
+  EXPECT_FALSE(std::filesystem::exists("doc.xml.saving"));
+  const std::string log = test::readFile("Log.txt");
+  EXPECT_NE(log.find("\"doc.xml\" saved"), std::string::npos);
+  EXPECT_NE(log.find("could not save to \"no/such/folder/doc.xml\""), std::string::npos);
+}
+
+TEST(Slots, readAndWriteTheCommaListOfHalfHours) {
+  EXPECT_EQ(slotsToText(HalfHours()), "");
+  EXPECT_EQ(slotsToText(readSlots("47,3, 0,3")), "0,3,47");
+  EXPECT_TRUE(readSlots("").none());
+  EXPECT_THROW(readSlots("48"), std::out_of_range);
+  EXPECT_THROW(readSlots("-1"), std::out_of_range);
+  EXPECT_THROW(readSlots("4x"), std::invalid_argument);
+}
+
+} // namespace
+} // namespace ory

@@ -1,0 +1,52 @@
+#include "support/scratch.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <random>
+
+namespace ory::test {
+
+ScratchFolder::ScratchFolder() {
+  std::random_device seed;
+  const auto tag = std::to_string(seed()) + std::to_string(seed());
+  root = std::filesystem::temp_directory_path() / ("trovalyn-test-" + tag);
+  std::filesystem::create_directories(root / "docs");
+  previousFolder = std::filesystem::current_path();
+  const char* home = std::getenv("HOME");
+  previousHome = home ? home : "";
+  setenv("HOME", root.c_str(), 1);
+  std::filesystem::current_path(root);
+}
+
+ScratchFolder::~ScratchFolder() {
+  std::filesystem::current_path(previousFolder);
+  setenv("HOME", previousHome.c_str(), 1);
+  std::error_code ignored;
+  std::filesystem::remove_all(root, ignored);
+}
+
+std::string readFile(const std::filesystem::path& PATH) {
+  std::ifstream in(PATH, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+void writeBytes(const std::filesystem::path& PATH, std::string_view BYTES) {
+  if (PATH.has_parent_path()) std::filesystem::create_directories(PATH.parent_path());
+  std::ofstream out(PATH, std::ios::binary | std::ios::trunc);
+  out.write(BYTES.data(), static_cast<std::streamsize>(BYTES.size()));
+}
+
+std::vector<std::string> fileLines(const std::filesystem::path& PATH) {
+  std::vector<std::string> lines;
+  std::ifstream in(PATH, std::ios::binary);
+  for (std::string line; std::getline(in, line);)
+    lines.push_back(line);
+  return lines;
+}
+
+std::filesystem::path realData(std::string_view RELATIVE) {
+  return std::filesystem::path(ORY_REAL_DATA_DIR) / std::filesystem::path(RELATIVE);
+}
+
+} // namespace ory::test

@@ -1,0 +1,39 @@
+#pragma once
+// A scratch program folder per test: a fresh temporary directory that is the current directory and HOME (so
+// %APPDATA% lies inside it), with the docs folder the program wants. Removed afterwards.
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace ory::test {
+
+class ScratchFolder {
+public:
+  ScratchFolder();
+  ~ScratchFolder();
+  ScratchFolder(const ScratchFolder&) = delete;
+  ScratchFolder& operator=(const ScratchFolder&) = delete;
+  const std::filesystem::path& path() const { return root; }
+
+private:
+  std::filesystem::path root;
+  std::filesystem::path previousFolder;
+  std::string previousHome;
+};
+
+// A fixture that runs every test in its own scratch folder.
+class InScratchFolder : public ::testing::Test {
+protected:
+  ScratchFolder scratch;
+};
+
+std::string readFile(const std::filesystem::path& PATH);
+void writeBytes(const std::filesystem::path& PATH, std::string_view BYTES);
+std::vector<std::string> fileLines(const std::filesystem::path& PATH);
+std::filesystem::path realData(std::string_view RELATIVE); // a file of the shared real data
+
+} // namespace ory::test
