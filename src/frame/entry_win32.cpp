@@ -5,9 +5,8 @@
 #include "frame/window_win32.h"
 #include "os/instance.h"
 
-#include <windows.h>
-
 #include <filesystem>
+#include <windows.h>
 
 int WINAPI wWinMain(HINSTANCE INSTANCE, HINSTANCE, PWSTR, int) {
   if (!ory::claimSingleInstance("Local\\$Trovalyn_P3D$")) return -1;

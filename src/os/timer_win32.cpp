@@ -1,12 +1,15 @@
 #include "os/timer.h"
 
-#include <windows.h>
-
 #include <timeapi.h>
+#include <windows.h>
 
 namespace ory {
 
-void beginTimerPeriod() { timeBeginPeriod(1); }
-void endTimerPeriod() { timeEndPeriod(1); }
+void beginTimerPeriod() {
+  timeBeginPeriod(1);
+}
+void endTimerPeriod() {
+  timeEndPeriod(1);
+}
 
 } // namespace ory
