@@ -151,3 +151,47 @@ TEST_F(DetectTest, theRegistryDecidesWhichSimulatorIsMeant) {
 
 } // namespace
 } // namespace ory
+
+namespace ory {
+namespace {
+
+class MainLoopTest : public test::InScratchFolder {
+protected:
+  void SetUp() override { openLog(); }
+  void TearDown() override {
+    closeLog();
+    resetMainLoopState();
+    simRunning = false;
+  }
+};
+
+TEST_F(MainLoopTest, aPauseIsLoggedOnceAndTheNextSecondResumes) {
+  simRunning = false;
+  for (int pass = 0; pass < 150; ++pass)
+    mainLoop();
+  EXPECT_TRUE(flightPaused);
+  EXPECT_EQ(pauseCountdown, 50) << "a beat of one second without the simulator";
+
+  simRunning = true;
+  mainLoop();
+  EXPECT_TRUE(flightPaused) << "no second has come yet";
+  const std::int32_t clockBefore = messageClock;
+  secondTick = true;
+  mainLoop();
+  EXPECT_FALSE(flightPaused);
+  EXPECT_FALSE(secondTick) << "the second is consumed";
+  EXPECT_EQ(secondCount, 1);
+  EXPECT_EQ(messageClock, clockBefore + 1);
+  mainLoop();
+  EXPECT_EQ(secondCount, 1) << "seconds come only from the simulator";
+
+  closeLog();
+  const std::string log = test::readFile("Log.txt");
+  const auto paused = log.find(" Flight not running\n");
+  ASSERT_NE(paused, std::string::npos);
+  EXPECT_EQ(log.find(" Flight not running\n", paused + 1), std::string::npos) << "logged once";
+  EXPECT_NE(log.find(" Flight resumed\n"), std::string::npos);
+}
+
+} // namespace
+} // namespace ory
