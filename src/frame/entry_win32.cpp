@@ -5,8 +5,9 @@
 #include "frame/window_win32.h"
 #include "os/instance.h"
 
-#include <filesystem>
 #include <windows.h>
+
+#include <filesystem>
 
 int WINAPI wWinMain(HINSTANCE INSTANCE, HINSTANCE, PWSTR, int) {
   if (!ory::claimSingleInstance("Local\\$Trovalyn_P3D$")) return -1;

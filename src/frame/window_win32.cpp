@@ -9,11 +9,12 @@
 #include "frame/window_face.h"
 #include "os/utf.h"
 
+#include <windows.h>
+
 #include <fmt/format.h>
 
 #include <functional>
 #include <optional>
-#include <windows.h>
 
 namespace ory {
 

@@ -1,7 +1,8 @@
 #include "os/folders.h"
 
-#include <shlobj.h>
 #include <windows.h>
+
+#include <shlobj.h>
 
 namespace ory {
 

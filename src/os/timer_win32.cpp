@@ -1,7 +1,8 @@
 #include "os/timer.h"
 
-#include <timeapi.h>
 #include <windows.h>
+
+#include <timeapi.h>
 
 namespace ory {
 

@@ -23,7 +23,9 @@ protected:
     test::writeBytes(folder / "AppData/Roaming/Trovalyn_P3D/parameters.xml",
                      "<parameters><parameter name=\"SIM_INSTALL_PATH\" value=\"C:\\P3D v5\" /></parameters>");
   }
-  bool logHas(const std::string& TEXT) const { return readFile(folder / "Log.txt").find(TEXT) != std::string::npos; }
+  bool logHas(const std::string& TEXT) const {
+    return readFile(folder / "Log.txt").find(TEXT) != std::string::npos;
+  }
 };
 
 TEST_F(ProgramTest, runsFromItsFolderRefusesASecondInstanceAndEndsOnTheCloseSignal) {
@@ -65,9 +67,8 @@ TEST_F(ProgramTest, withoutASimulatorPathOrFoldersItAsksForThePath) {
   ChildProcess program(ORY_PROGRAM, {}, folder, folder, output);
   ASSERT_TRUE(eventually(
       [&] {
-        return readFile(output).find(
-                   "error: 151: No P3D install path detected, type full Install Path above, and press Enter") !=
-               std::string::npos;
+        return readFile(output).find("error: 151: No P3D install path detected, type full Install Path "
+                                     "above, and press Enter") != std::string::npos;
       },
       10s))
       << readFile(output);
