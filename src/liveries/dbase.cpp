@@ -110,7 +110,7 @@ void lf_readWingspans(const pugi::xml_document& DOCUMENT) {
       logWarning(fmt::format("wingspan model {} is no valid model, skipped", model));
       continue;
     }
-    const double half = std::stod(wingspan.attribute("meters").as_string()) * 0.5 * lf_nmPerMeter;
+    const double half = textToDouble(wingspan.attribute("meters").as_string()) * 0.5 * lf_nmPerMeter;
     wingspanTable.emplace(model, half);
     maxHalfWingspan = std::max(maxHalfWingspan, half);
     accepted = true;

@@ -1,10 +1,26 @@
 #include "liveries/text_tokens.h"
 
+#include <stdexcept>
+
 namespace ory {
 
 namespace {
+
 constexpr std::string_view lf_blanks = " \t\r\n";
+
+// One text for a failed conversion on every platform, whatever the library writes.
+template <typename Convert>
+auto lf_convert(const std::string& TEXT, std::string_view NAME, Convert CONVERT) {
+  try {
+    return CONVERT(TEXT);
+  } catch (const std::invalid_argument&) {
+    throw std::invalid_argument("invalid " + std::string(NAME) + " argument");
+  } catch (const std::out_of_range&) {
+    throw std::out_of_range(std::string(NAME) + " argument out of range");
+  }
 }
+
+} // namespace
 
 std::string_view trimBlanks(std::string_view TEXT) {
   const std::size_t first = TEXT.find_first_not_of(lf_blanks);
@@ -37,6 +53,14 @@ bool isTrueText(std::string_view TEXT) {
 std::string pathText(const std::filesystem::path& PATH) {
   const std::u8string text = PATH.u8string();
   return std::string(text.begin(), text.end());
+}
+
+double textToDouble(const std::string& TEXT) {
+  return lf_convert(TEXT, "stod", [](const std::string& T) { return std::stod(T); });
+}
+
+float textToFloat(const std::string& TEXT) {
+  return lf_convert(TEXT, "stof", [](const std::string& T) { return std::stof(T); });
 }
 
 } // namespace ory

@@ -18,5 +18,8 @@ std::vector<std::string_view> splitFields(std::string_view TEXT, char SEPARATOR)
 // True when the first character is one of 1, t, T, y, Y.
 bool isTrueText(std::string_view TEXT);
 std::string pathText(const std::filesystem::path& PATH);
+// std::stod and std::stof with the texts "invalid stod argument" and "stod argument out of range" (and stof).
+double textToDouble(const std::string& TEXT);
+float textToFloat(const std::string& TEXT);
 
 } // namespace ory

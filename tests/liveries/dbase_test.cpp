@@ -235,8 +235,9 @@ TEST_F(DbaseTest, brokenFilesStopTheReadWithTheirMessage) {
 
   lf_writeDbase({.extra = fmt::format(R"(<wingspans><wingspan type="{}" meters="wide"/></wingspans>)",
                                       scrambleModel("A320"))});
-  EXPECT_EQ(lf_failure<SysErrorException>(),
-            fmt::format("sys error 288: exception stod in reading wingspans from \"{}\"", path));
+  EXPECT_EQ(
+      lf_failure<SysErrorException>(),
+      fmt::format("sys error 288: exception invalid stod argument in reading wingspans from \"{}\"", path));
 
   lf_writeDbase({.extra = R"(<publishers><pub names="Fly(Tampa"/></publishers>)"});
   EXPECT_TRUE(lf_failure<SysErrorException>().starts_with("sys error 299: exception "));
