@@ -2,6 +2,7 @@
 
 #include "frame/exceptions.h"
 #include "frame/log.h"
+#include "frame/main_loop.h"
 #include "frame/parameters.h"
 #include "frame/window.h"
 #include "liveries/livery_table.h"
@@ -30,7 +31,6 @@ TitleViews failedLiveries;
 std::vector<std::string> failedAircraft;
 std::array<std::uint32_t, 6> matchCounts{};
 TextOrderedSet noMatchKeys;
-std::atomic<bool> clearNoMatchPending{false};
 
 namespace {
 
@@ -359,7 +359,6 @@ void clearMatching() {
   failedAircraft.clear();
   matchCounts = {};
   noMatchKeys.clear();
-  clearNoMatchPending = false;
   lf_special.clear();
 }
 

@@ -9,7 +9,6 @@
 #include "liveries/dbase.h"
 
 #include <array>
-#include <atomic>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -52,7 +51,6 @@ extern TitleViews failedLiveries;                // titles the simulator refused
 extern std::vector<std::string> failedAircraft;  // "type airline" of each refusal, for the summary
 extern std::array<std::uint32_t, 6> matchCounts; // live matches per ladder step 1 to 6
 extern TextOrderedSet noMatchKeys;               // "{:3} {:4}" of airline and type, and a regcode when known
-extern std::atomic<bool> clearNoMatchPending;    // MATCHING_DEPTH was raised: the main loop clears the list
 
 inline constexpr std::size_t maxFailedLiveries = 20; // refusals that end the run
 
@@ -70,7 +68,8 @@ std::string noMatchKey(std::string_view AIRLINE, std::string_view TYPE);
 void addNoMatch(const MatchAircraft& AIRCRAFT);
 bool isNoMatch(std::string_view AIRLINE, std::string_view TYPE);
 void writeNoMatchList();
-// Main loop, every 30th second: after a raised MATCHING_DEPTH the list is written and emptied.
+// Main loop, every 30th second: after a raised MATCHING_DEPTH (clearNoMatchPending) the list is written and
+// emptied.
 void serveNoMatchClear();
 
 // The look-alike tables, once the livery tables are complete.

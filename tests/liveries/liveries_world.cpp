@@ -3,6 +3,7 @@
 #include "frame/paths.h"
 #include "liveries/fixes.h"
 #include "liveries/scramble.h"
+#include "liveries/text_tokens.h"
 #include "os/utf.h"
 #include "support/scratch.h"
 
@@ -10,6 +11,7 @@
 #include <pugixml.hpp>
 
 #include <algorithm>
+#include <array>
 #include <random>
 #include <stdexcept>
 
@@ -330,6 +332,10 @@ TreeFacts generateSimObjects(const fs::path& ROOT, const TreeShape& SHAPE) {
       fs::remove_all(path.parent_path() / ("texture." + file.sections[victim].texture));
     facts.files += 1;
     facts.bytes += fs::file_size(path);
+    static const std::array<const char*, 7> faultNames{"",      "atc_model", "gap",    "texture",
+                                                       "title", "",          "airline"};
+    if (*faultNames[static_cast<std::size_t>(fault)] != '\0')
+      facts.faultyFiles.emplace(pathText(path), faultNames[static_cast<std::size_t>(fault)]);
     if (fault == lf_Fault::noAtcModel || fault == lf_Fault::gap) {
       facts.invalidFiles += 1;
       continue;

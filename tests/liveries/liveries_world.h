@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <map>
 #include <set>
 #include <string>
 #include <utility>
@@ -85,6 +86,8 @@ struct TreeFacts {
   std::size_t doubleTitles = 0;     // sections that repeat a title of another file
   std::size_t invalidAirlines = 0;  // sections with an unknown airline code
   std::size_t utf16Files = 0;
+  std::map<std::string, std::string> faultyFiles; // path text to its fault: "atc_model", "gap", "texture",
+                                                  // "title", "airline"
 };
 
 // A SimObjects tree below ROOT: packages of one type each, aircraft.cfg or sim.cfg, several airlines per
