@@ -7,24 +7,14 @@
 
 #include <benchmark/benchmark.h>
 
-#include <filesystem>
-
 namespace ory {
 namespace {
-
-namespace fs = std::filesystem;
 
 // One scratch program folder with the prepared files, for the whole run.
 void lf_programFolder() {
   static test::ScratchFolder scratch;
-  static const bool copied = [] {
-    const fs::path data = ORY_PREPARED_DATA_DIR;
-    fs::create_directories(inputFolder);
-    fs::copy_file(data / "dbase" / "dbase.xml", dbaseFile);
-    fs::copy_file(data / "airports_p3d.xml", airportsP3dFile);
-    return true;
-  }();
-  (void)copied;
+  static const bool installed = (test::installPreparedData(scratch.path()), true);
+  (void)installed;
 }
 
 void BM_readDbase(benchmark::State& STATE) {

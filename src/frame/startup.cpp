@@ -8,7 +8,10 @@
 #include "frame/run.h"
 #include "frame/version.h"
 #include "frame/window.h"
+#include "liveries/dbase.h"
+#include "liveries/fixes.h"
 #include "os/registry.h"
+#include "parking/airport_database.h"
 
 #include <fmt/format.h>
 
@@ -74,6 +77,16 @@ std::int32_t lf_countFiles(const fs::path& FOLDER) {
   return count;
 }
 
+// The aircraft data stay unchanged for the process: a restart does not read them again.
+bool lf_aircraftDataRead = false;
+
+void lf_readAircraftDataOnce() {
+  if (lf_aircraftDataRead) return;
+  readDbase();
+  readFixes();
+  lf_aircraftDataRead = true;
+}
+
 void lf_initialise() {
   lf_makeDataTree();
   loadParameters();
@@ -81,10 +94,12 @@ void lf_initialise() {
   PROGRAM_INSTALL_PATH.value = fs::current_path().string();
   storeText(PROGRAM_INSTALL_PATH);
   updateNowSlot();
+  lf_readAircraftDataOnce();
   display.archiveWeek = parseVersion(ARCHIVE_VERSION.value).major;
   if (SIM_INSTALL_PATH.value.empty()) lf_detectSimulatorInRegistry();
   MAX_FIT_FL.value = maxFitHours(MAX_FIT.value);
   showFloat(MAX_FIT_FL);
+  readAirports();
   flushLog();
 }
 
