@@ -49,8 +49,10 @@ TEST_F(DataprepTest, realSourcesMakeFilesTheProgramReads) {
   writeFixesXml(data, fixesFile);
   writeAirportsXml(data, airportsP3dFile);
 
-  // Scrambled: no registration of the sources stands in the file as plain text.
+  // The required sections come last, so that a cut-off file is refused.
   const std::string stored = test::readFile(dbaseFile);
+  EXPECT_EQ(std::string_view(stored).substr(stored.rfind("</") + 2), "cargo_operators>\n");
+  // Scrambled: no registration of the sources stands in the file as plain text.
   EXPECT_EQ(stored.find("PH-HZO"), std::string::npos);
   EXPECT_EQ(stored.find("\"B744"), std::string::npos);
 

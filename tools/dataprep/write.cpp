@@ -57,11 +57,8 @@ constexpr CategoryElement lf_categoryElements[] = {{"high_performance", "hpf"},
 
 void writeDbaseXml(const PreparedData& DATA, const fs::path& FILE) {
   pugi::xml_document document;
-  lf_appendList(document, "aircrafts", "aircraft", "types", DATA.types, scrambleModel);
-  for (const CategoryElement& category : lf_categoryElements)
-    lf_appendList(document, category.section, category.child, "types", DATA.categories.at(category.section),
-                  scrambleModel);
-  lf_appendList(document, "cargo_types", "cargo_type", "types", DATA.cargoTypes, scrambleModel);
+  // The optional sections first: a file cut off anywhere then lacks a required section, and the program
+  // refuses it instead of reading it without its tail.
   pugi::xml_node similar = document.append_child("similar_types");
   for (const std::vector<std::string>& group : DATA.similarGroups) {
     std::string list;
@@ -69,8 +66,6 @@ void writeDbaseXml(const PreparedData& DATA, const fs::path& FILE) {
       list.append(list.empty() ? "" : ",").append(scrambleModel(code));
     similar.append_child("similar").append_attribute("types").set_value(list.c_str());
   }
-  lf_appendList(document, "ICAO_airlines", "ICAO", "codes", DATA.airlines, scrambleAirline);
-  lf_appendList(document, "cargo_operators", "ICAO", "codes", DATA.cargoOperators, scrambleAirline);
   pugi::xml_node publishers = document.append_child("publishers");
   for (const std::string& names : DATA.publishers)
     publishers.append_child("pub").append_attribute("names").set_value(names.c_str());
@@ -89,6 +84,13 @@ void writeDbaseXml(const PreparedData& DATA, const fs::path& FILE) {
     lf_setIfAny(db, "opr", record.opr.empty() ? "" : scrambleAirline(record.opr));
     if (record.cargo) db.append_attribute("cargo").set_value("true");
   }
+  lf_appendList(document, "aircrafts", "aircraft", "types", DATA.types, scrambleModel);
+  for (const CategoryElement& category : lf_categoryElements)
+    lf_appendList(document, category.section, category.child, "types", DATA.categories.at(category.section),
+                  scrambleModel);
+  lf_appendList(document, "cargo_types", "cargo_type", "types", DATA.cargoTypes, scrambleModel);
+  lf_appendList(document, "ICAO_airlines", "ICAO", "codes", DATA.airlines, scrambleAirline);
+  lf_appendList(document, "cargo_operators", "ICAO", "codes", DATA.cargoOperators, scrambleAirline);
   lf_save(document, FILE);
 }
 
