@@ -19,42 +19,78 @@ thread_local int lf_lastError = 0;
 
 int lf_toWinsock(int ERRNO_VALUE) {
   switch (ERRNO_VALUE) {
-  case EINTR: return 10004;
-  case EBADF: return 10009;
-  case EACCES: return 10013;
-  case EFAULT: return 10014;
-  case EINVAL: return 10022;
-  case EMFILE: return 10024;
-  case EAGAIN: return 10035;
-  case EINPROGRESS: return 10036;
-  case EALREADY: return 10037;
-  case ENOTSOCK: return 10038;
-  case EDESTADDRREQ: return 10039;
-  case EMSGSIZE: return 10040;
-  case EPROTOTYPE: return 10041;
-  case ENOPROTOOPT: return 10042;
-  case EPROTONOSUPPORT: return 10043;
-  case EOPNOTSUPP: return 10045;
-  case EAFNOSUPPORT: return 10047;
-  case EADDRINUSE: return 10048;
-  case EADDRNOTAVAIL: return 10049;
-  case ENETDOWN: return 10050;
-  case ENETUNREACH: return 10051;
-  case ENETRESET: return 10052;
-  case ECONNABORTED: return 10053;
-  case ECONNRESET: return 10054;
-  case EPIPE: return 10054;
-  case ENOBUFS: return 10055;
-  case EISCONN: return 10056;
-  case ENOTCONN: return 10057;
-  case ESHUTDOWN: return 10058;
-  case ETIMEDOUT: return 10060;
-  case ECONNREFUSED: return 10061;
-  case ELOOP: return 10062;
-  case ENAMETOOLONG: return 10063;
-  case EHOSTDOWN: return 10064;
-  case EHOSTUNREACH: return 10065;
-  default: return ERRNO_VALUE;
+  case EINTR:
+    return 10004;
+  case EBADF:
+    return 10009;
+  case EACCES:
+    return 10013;
+  case EFAULT:
+    return 10014;
+  case EINVAL:
+    return 10022;
+  case EMFILE:
+    return 10024;
+  case EAGAIN:
+    return 10035;
+  case EINPROGRESS:
+    return 10036;
+  case EALREADY:
+    return 10037;
+  case ENOTSOCK:
+    return 10038;
+  case EDESTADDRREQ:
+    return 10039;
+  case EMSGSIZE:
+    return 10040;
+  case EPROTOTYPE:
+    return 10041;
+  case ENOPROTOOPT:
+    return 10042;
+  case EPROTONOSUPPORT:
+    return 10043;
+  case EOPNOTSUPP:
+    return 10045;
+  case EAFNOSUPPORT:
+    return 10047;
+  case EADDRINUSE:
+    return 10048;
+  case EADDRNOTAVAIL:
+    return 10049;
+  case ENETDOWN:
+    return 10050;
+  case ENETUNREACH:
+    return 10051;
+  case ENETRESET:
+    return 10052;
+  case ECONNABORTED:
+    return 10053;
+  case ECONNRESET:
+    return 10054;
+  case EPIPE:
+    return 10054;
+  case ENOBUFS:
+    return 10055;
+  case EISCONN:
+    return 10056;
+  case ENOTCONN:
+    return 10057;
+  case ESHUTDOWN:
+    return 10058;
+  case ETIMEDOUT:
+    return 10060;
+  case ECONNREFUSED:
+    return 10061;
+  case ELOOP:
+    return 10062;
+  case ENAMETOOLONG:
+    return 10063;
+  case EHOSTDOWN:
+    return 10064;
+  case EHOSTUNREACH:
+    return 10065;
+  default:
+    return ERRNO_VALUE;
   }
 }
 
@@ -63,16 +99,30 @@ SocketHandle lf_fail() {
   return invalidSocket;
 }
 
-SocketHandle lf_bound(int TYPE, std::uint16_t PORT) {
-  const int fd = socket(AF_INET, TYPE | SOCK_CLOEXEC, 0);
+SocketHandle lf_bound(int TYPE, std::uint16_t PORT, IpFamily FAMILY) {
+  const bool v6 = FAMILY != IpFamily::v4;
+  const int fd = socket(v6 ? AF_INET6 : AF_INET, TYPE | SOCK_CLOEXEC, 0);
   if (fd < 0) return lf_fail();
   const int yes = 1;
   setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof(yes));
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(PORT);
-  address.sin_addr.s_addr = htonl(INADDR_ANY);
-  if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
+  sockaddr_storage storage{};
+  socklen_t length = 0;
+  if (v6) {
+    const int v6Only = FAMILY == IpFamily::v6 ? 1 : 0;
+    setsockopt(fd, IPPROTO_IPV6, IPV6_V6ONLY, &v6Only, sizeof(v6Only));
+    auto& address = reinterpret_cast<sockaddr_in6&>(storage);
+    address.sin6_family = AF_INET6;
+    address.sin6_port = htons(PORT);
+    address.sin6_addr = in6addr_any;
+    length = sizeof(address);
+  } else {
+    auto& address = reinterpret_cast<sockaddr_in&>(storage);
+    address.sin_family = AF_INET;
+    address.sin_port = htons(PORT);
+    address.sin_addr.s_addr = htonl(INADDR_ANY);
+    length = sizeof(address);
+  }
+  if (bind(fd, reinterpret_cast<sockaddr*>(&storage), length) != 0) {
     const SocketHandle failed = lf_fail();
     close(fd);
     return failed;
@@ -80,15 +130,30 @@ SocketHandle lf_bound(int TYPE, std::uint16_t PORT) {
   return fd;
 }
 
+int lf_familyHint(IpFamily FAMILY) {
+  switch (FAMILY) {
+  case IpFamily::v4:
+    return AF_INET;
+  case IpFamily::v6:
+    return AF_INET6;
+  default:
+    return AF_UNSPEC;
+  }
+}
+
 } // namespace
 
-bool startSockets() { return true; }
-int lastSocketError() { return lf_lastError; }
+bool startSockets() {
+  return true;
+}
+int lastSocketError() {
+  return lf_lastError;
+}
 
-SocketHandle openTcpServer(std::uint16_t PORT) {
-  const SocketHandle server = lf_bound(SOCK_STREAM, PORT);
+SocketHandle openTcpServer(std::uint16_t PORT, IpFamily FAMILY) {
+  const SocketHandle server = lf_bound(SOCK_STREAM, PORT, FAMILY);
   if (server == invalidSocket) return server;
-  if (listen(static_cast<int>(server), 1) != 0) {
+  if (listen(static_cast<int>(server), 8) != 0) {
     const SocketHandle failed = lf_fail();
     close(static_cast<int>(server));
     return failed;
@@ -101,9 +166,9 @@ SocketHandle acceptClient(SocketHandle SERVER) {
   return client < 0 ? lf_fail() : client;
 }
 
-SocketHandle connectTcp(std::string_view HOST, std::uint16_t PORT) {
+SocketHandle connectTcp(std::string_view HOST, std::uint16_t PORT, IpFamily FAMILY) {
   addrinfo hints{};
-  hints.ai_family = AF_UNSPEC;
+  hints.ai_family = lf_familyHint(FAMILY);
   hints.ai_socktype = SOCK_STREAM;
   addrinfo* found = nullptr;
   const std::string host(HOST);
@@ -130,7 +195,20 @@ SocketHandle connectTcp(std::string_view HOST, std::uint16_t PORT) {
   return result;
 }
 
-SocketHandle openUdpReceiver(std::uint16_t PORT) { return lf_bound(SOCK_DGRAM, PORT); }
+std::uint16_t localPort(SocketHandle SOCKET) {
+  sockaddr_storage storage{};
+  socklen_t length = sizeof(storage);
+  if (getsockname(static_cast<int>(SOCKET), reinterpret_cast<sockaddr*>(&storage), &length) != 0) {
+    lf_fail();
+    return 0;
+  }
+  if (storage.ss_family == AF_INET6) return ntohs(reinterpret_cast<sockaddr_in6&>(storage).sin6_port);
+  return ntohs(reinterpret_cast<sockaddr_in&>(storage).sin_port);
+}
+
+SocketHandle openUdpReceiver(std::uint16_t PORT) {
+  return lf_bound(SOCK_DGRAM, PORT, IpFamily::v4);
+}
 
 SocketHandle openUdpSender() {
   const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
@@ -161,8 +239,8 @@ bool sendDatagram(SocketHandle SOCKET, std::string_view HOST, std::uint16_t PORT
     lf_lastError = 10022;
     return false;
   }
-  const ssize_t sent = sendto(static_cast<int>(SOCKET), DATA, SIZE, 0, reinterpret_cast<sockaddr*>(&address),
-                              sizeof(address));
+  const ssize_t sent =
+      sendto(static_cast<int>(SOCKET), DATA, SIZE, 0, reinterpret_cast<sockaddr*>(&address), sizeof(address));
   if (sent < 0) lf_fail();
   return sent == static_cast<ssize_t>(SIZE);
 }
@@ -190,6 +268,22 @@ int waitReadable(SocketHandle SOCKET, int TIMEOUT_MS) {
     return -1;
   }
   return ready > 0 ? 1 : 0;
+}
+
+std::vector<std::size_t> readableSockets(std::span<const SocketHandle> SOCKETS, int TIMEOUT_MS) {
+  std::vector<pollfd> polls;
+  polls.reserve(SOCKETS.size());
+  for (const SocketHandle s : SOCKETS)
+    polls.push_back({static_cast<int>(s), POLLIN, 0});
+  std::vector<std::size_t> ready;
+  const int count = poll(polls.data(), polls.size(), TIMEOUT_MS);
+  if (count < 0) {
+    if (errno != EINTR) lf_fail();
+    return ready;
+  }
+  for (std::size_t i = 0; i < polls.size(); ++i)
+    if (polls[i].revents != 0) ready.push_back(i);
+  return ready;
 }
 
 void setNoDelay(SocketHandle SOCKET, bool ON) {
