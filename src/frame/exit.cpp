@@ -5,6 +5,7 @@
 #include "frame/run.h"
 #include "frame/version.h"
 #include "frame/window.h"
+#include "simlink/session.h"
 
 #include <fmt/format.h>
 
@@ -17,7 +18,9 @@ namespace {
 
 using namespace std::chrono_literals;
 
-bool lf_isRestart(ExitReason REASON) { return REASON == ExitReason::restart || REASON == ExitReason::restartIpp; }
+bool lf_isRestart(ExitReason REASON) {
+  return REASON == ExitReason::restart || REASON == ExitReason::restartIpp;
+}
 
 // Only this thread left, or about 10 seconds: a hung thread is left behind.
 void lf_waitForThreads() {
@@ -35,6 +38,7 @@ void lf_resetForRestart(ExitReason REASON) {
   }
   resetRunState();
   resetMainLoopState();
+  resetSimLink();
   exiting = false;
   LATERAL_RANGE.set(LATERAL_RANGE.value);
   setRange(LATERAL_RANGE.value);

@@ -49,15 +49,8 @@ protected:
 
   // Opens against the peer, which answers the Open packet with ANSWER.
   SimResult open(const Bytes& ANSWER = test::openRecord("Lockheed Martin\xae Prepar3D\xae v5")) {
-    test::writeSimConnectCfg("IPv4", "127.0.0.1", peer.port());
-    std::thread server([&] {
-      if (!peer.accept()) return;
-      openPacket = peer.readPacket();
-      peer.send(ANSWER);
-    });
-    const SimResult result = SimConnect_Open(&sim, "Trovalyn_P3D", nullptr, 0, nullptr, 0);
-    server.join();
-    return result;
+    sim = test::openAgainst(peer, ANSWER, &openPacket);
+    return sim ? simOk : simFail;
   }
 
   // Dispatches until COUNT records came, or two seconds passed.

@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include <cstring>
+#include <thread>
 
 namespace ory::test {
 
@@ -124,6 +125,20 @@ void writeSimConnectCfg(std::string_view PROTOCOL, std::string_view ADDRESS, std
                         std::string_view MORE) {
   writeBytes("SimConnect.cfg", fmt::format("[SimConnect]\nProtocol={}\nAddress={}\nPort={}\n{}", PROTOCOL,
                                            ADDRESS, PORT, MORE));
+}
+
+SimConnectHandle openAgainst(WirePeer& PEER, const Bytes& ANSWER, Bytes* OPEN_PACKET) {
+  writeSimConnectCfg("IPv4", "127.0.0.1", PEER.port());
+  std::thread server([&] {
+    if (!PEER.accept()) return;
+    const Bytes open = PEER.readPacket();
+    if (OPEN_PACKET) *OPEN_PACKET = open;
+    PEER.send(ANSWER);
+  });
+  SimConnectHandle sim = nullptr;
+  SimConnect_Open(&sim, "Trovalyn_P3D", nullptr, 0, nullptr, 0);
+  server.join();
+  return sim;
 }
 
 } // namespace ory::test

@@ -3,6 +3,7 @@
 // whole and sends it raw bytes, so that tests see the wire exactly as a simulator would.
 
 #include "os/sockets.h"
+#include "simlink/simconnect/simconnect.h"
 
 #include <cstdint>
 #include <string>
@@ -48,5 +49,8 @@ private:
 // Writes SimConnect.cfg into the current directory: section [SimConnect] with PROTOCOL, ADDRESS and PORT.
 void writeSimConnectCfg(std::string_view PROTOCOL, std::string_view ADDRESS, std::uint16_t PORT,
                         std::string_view MORE = {});
+
+// Opens a client against PEER (writing SimConnect.cfg), which answers the Open with ANSWER; null on failure.
+SimConnectHandle openAgainst(WirePeer& PEER, const Bytes& ANSWER, Bytes* OPEN_PACKET = nullptr);
 
 } // namespace ory::test

@@ -76,6 +76,12 @@ std::uint32_t ByteReader::u32(std::size_t AT) const {
   return value;
 }
 
+std::int64_t ByteReader::i64(std::size_t AT) const {
+  std::int64_t value = 0;
+  if (has(AT, 8)) std::memcpy(&value, data + AT, 8);
+  return value;
+}
+
 float ByteReader::f32(std::size_t AT) const {
   float value = 0;
   if (has(AT, 4)) std::memcpy(&value, data + AT, 4);

@@ -69,6 +69,7 @@ struct ByteReader {
   std::size_t size = 0;
   bool has(std::size_t AT, std::size_t LENGTH) const { return AT <= size && LENGTH <= size - AT; }
   std::uint32_t u32(std::size_t AT) const;
+  std::int64_t i64(std::size_t AT) const;
   float f32(std::size_t AT) const;
   double f64(std::size_t AT) const;
   std::string text(std::size_t AT, std::size_t FIELD) const; // up to the first NUL within the field
