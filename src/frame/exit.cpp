@@ -18,9 +18,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-bool lf_isRestart(ExitReason REASON) {
-  return REASON == ExitReason::restart || REASON == ExitReason::restartIpp;
-}
+bool lf_isRestart(ExitReason REASON) { return REASON == ExitReason::restart || REASON == ExitReason::restartIpp; }
 
 // Only this thread left, or about 10 seconds: a hung thread is left behind.
 void lf_waitForThreads() {
