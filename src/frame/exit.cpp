@@ -5,6 +5,7 @@
 #include "frame/run.h"
 #include "frame/version.h"
 #include "frame/window.h"
+#include "simlink/session.h"
 
 #include <fmt/format.h>
 
@@ -37,6 +38,7 @@ void lf_resetForRestart(ExitReason REASON) {
   }
   resetRunState();
   resetMainLoopState();
+  resetSimLink();
   exiting = false;
   LATERAL_RANGE.set(LATERAL_RANGE.value);
   setRange(LATERAL_RANGE.value);

@@ -12,6 +12,8 @@
 #include "liveries/fixes.h"
 #include "os/registry.h"
 #include "parking/airport_database.h"
+#include "simlink/session.h"
+#include "simlink/user_aircraft.h"
 
 #include <fmt/format.h>
 
@@ -141,6 +143,29 @@ bool lf_waitFor(Condition CONDITION, std::chrono::milliseconds PERIOD) {
   return !lf_stopWanted();
 }
 
+// The simulator thread, then its first data: the on-ground state every simulator second (the slow beat of the
+// main loop) and a known position of the user.
+bool lf_waitForSimulator() {
+  detectedSimVersion = simulatorVersion(SIM_INSTALL_PATH.value);
+  startRunThread(RunThread::simulator, simThread);
+  if (!lf_waitFor([] { return simRunning.load(); }, 100ms)) return false;
+  requestUserOnGround();
+  const auto positionKnown = [] {
+    const UserAircraft user = readUserAircraft();
+    return !isNullPosition(user.lat, user.lon);
+  };
+  if (!lf_waitFor(
+          [&] {
+            if (userOnGroundKnown && positionKnown()) return true;
+            requestUserPosition();
+            return false;
+          },
+          500ms))
+    return false;
+  requestUserIdentity();
+  return lf_waitFor(positionKnown, 200ms);
+}
+
 } // namespace
 
 void launchStartUp() {
@@ -152,7 +177,7 @@ void startRun() {
     setTopmost(ALWAYS_ON_TOP.value);
     display.simConnected = false;
     display.rtLinkUp = false;
-    if (!lf_waitFor([] { return simRunning.load(); }, 100ms)) return;
+    if (!lf_waitForSimulator()) return;
     flushLog();
     startRunThread(RunThread::mainLoop, mainLoopThread);
   } catch (...) {
