@@ -19,48 +19,119 @@ thread_local int lf_lastError = 0;
 
 int lf_toWinsock(int ERRNO_VALUE) {
   switch (ERRNO_VALUE) {
-  case EINTR: return 10004;
-  case EBADF: return 10009;
-  case EACCES: return 10013;
-  case EFAULT: return 10014;
-  case EINVAL: return 10022;
-  case EMFILE: return 10024;
-  case EAGAIN: return 10035;
-  case EINPROGRESS: return 10036;
-  case EALREADY: return 10037;
-  case ENOTSOCK: return 10038;
-  case EDESTADDRREQ: return 10039;
-  case EMSGSIZE: return 10040;
-  case EPROTOTYPE: return 10041;
-  case ENOPROTOOPT: return 10042;
-  case EPROTONOSUPPORT: return 10043;
-  case EOPNOTSUPP: return 10045;
-  case EAFNOSUPPORT: return 10047;
-  case EADDRINUSE: return 10048;
-  case EADDRNOTAVAIL: return 10049;
-  case ENETDOWN: return 10050;
-  case ENETUNREACH: return 10051;
-  case ENETRESET: return 10052;
-  case ECONNABORTED: return 10053;
-  case ECONNRESET: return 10054;
-  case EPIPE: return 10054;
-  case ENOBUFS: return 10055;
-  case EISCONN: return 10056;
-  case ENOTCONN: return 10057;
-  case ESHUTDOWN: return 10058;
-  case ETIMEDOUT: return 10060;
-  case ECONNREFUSED: return 10061;
-  case ELOOP: return 10062;
-  case ENAMETOOLONG: return 10063;
-  case EHOSTDOWN: return 10064;
-  case EHOSTUNREACH: return 10065;
-  default: return ERRNO_VALUE;
+  case EINTR:
+    return 10004;
+  case EBADF:
+    return 10009;
+  case EACCES:
+    return 10013;
+  case EFAULT:
+    return 10014;
+  case EINVAL:
+    return 10022;
+  case EMFILE:
+    return 10024;
+  case EAGAIN:
+    return 10035;
+  case EINPROGRESS:
+    return 10036;
+  case EALREADY:
+    return 10037;
+  case ENOTSOCK:
+    return 10038;
+  case EDESTADDRREQ:
+    return 10039;
+  case EMSGSIZE:
+    return 10040;
+  case EPROTOTYPE:
+    return 10041;
+  case ENOPROTOOPT:
+    return 10042;
+  case EPROTONOSUPPORT:
+    return 10043;
+  case EOPNOTSUPP:
+    return 10045;
+  case EAFNOSUPPORT:
+    return 10047;
+  case EADDRINUSE:
+    return 10048;
+  case EADDRNOTAVAIL:
+    return 10049;
+  case ENETDOWN:
+    return 10050;
+  case ENETUNREACH:
+    return 10051;
+  case ENETRESET:
+    return 10052;
+  case ECONNABORTED:
+    return 10053;
+  case ECONNRESET:
+    return 10054;
+  case EPIPE:
+    return 10054;
+  case ENOBUFS:
+    return 10055;
+  case EISCONN:
+    return 10056;
+  case ENOTCONN:
+    return 10057;
+  case ESHUTDOWN:
+    return 10058;
+  case ETIMEDOUT:
+    return 10060;
+  case ECONNREFUSED:
+    return 10061;
+  case ELOOP:
+    return 10062;
+  case ENAMETOOLONG:
+    return 10063;
+  case EHOSTDOWN:
+    return 10064;
+  case EHOSTUNREACH:
+    return 10065;
+  default:
+    return ERRNO_VALUE;
   }
 }
 
 SocketHandle lf_fail() {
   lf_lastError = lf_toWinsock(errno);
   return invalidSocket;
+}
+
+// getaddrinfo's own codes to the Winsock numbers that its Windows twin returns.
+int lf_resolveError(int CODE) {
+  switch (CODE) {
+  case EAI_AGAIN:
+    return 11002;
+  case EAI_BADFLAGS:
+    return 10022;
+  case EAI_FAIL:
+    return 11003;
+  case EAI_FAMILY:
+    return 10047;
+  case EAI_MEMORY:
+    return 8;
+  case EAI_NONAME:
+    return 11001;
+  case EAI_SERVICE:
+    return 10109;
+  case EAI_SOCKTYPE:
+    return 10044;
+  case EAI_SYSTEM:
+    return lf_toWinsock(errno);
+  default:
+    return 11003;
+  }
+}
+
+ListenerOpening lf_listenerFailed(ListenerOpening OPENING, ListenerStep STEP) {
+  OPENING.error = lf_toWinsock(errno);
+  lf_lastError = OPENING.error;
+  OPENING.step = STEP;
+  if (OPENING.socket != invalidSocket) close(static_cast<int>(OPENING.socket));
+  OPENING.socket = invalidSocket;
+  return OPENING;
 }
 
 SocketHandle lf_bound(int TYPE, std::uint16_t PORT) {
@@ -82,8 +153,13 @@ SocketHandle lf_bound(int TYPE, std::uint16_t PORT) {
 
 } // namespace
 
-bool startSockets() { return true; }
-int lastSocketError() { return lf_lastError; }
+bool startSockets() {
+  return true;
+}
+void stopSockets() {}
+int lastSocketError() {
+  return lf_lastError;
+}
 
 SocketHandle openTcpServer(std::uint16_t PORT) {
   const SocketHandle server = lf_bound(SOCK_STREAM, PORT);
@@ -94,6 +170,44 @@ SocketHandle openTcpServer(std::uint16_t PORT) {
     return failed;
   }
   return server;
+}
+
+ListenerOpening openListener(std::string_view SERVICE) {
+  ListenerOpening opening;
+  addrinfo hints{};
+  hints.ai_flags = AI_PASSIVE;
+  hints.ai_family = AF_INET;
+  hints.ai_socktype = SOCK_STREAM;
+  hints.ai_protocol = IPPROTO_TCP;
+  addrinfo* found = nullptr;
+  const std::string service(SERVICE);
+  if (const int code = getaddrinfo(nullptr, service.c_str(), &hints, &found); code != 0) {
+    opening.error = lf_resolveError(code);
+    lf_lastError = opening.error;
+    return opening;
+  }
+  const int fd = socket(found->ai_family, found->ai_socktype | SOCK_CLOEXEC, found->ai_protocol);
+  if (fd < 0) {
+    freeaddrinfo(found);
+    return lf_listenerFailed(opening, ListenerStep::socket);
+  }
+  opening.socket = fd;
+  const int flags = fcntl(fd, F_GETFL);
+  if (flags < 0 || fcntl(fd, F_SETFL, flags & ~O_NONBLOCK) != 0) {
+    freeaddrinfo(found);
+    return lf_listenerFailed(opening, ListenerStep::blocking);
+  }
+  const int yes = 1;
+  if (setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof(yes)) != 0) {
+    freeaddrinfo(found);
+    return lf_listenerFailed(opening, ListenerStep::reuseAddress);
+  }
+  const int bound = bind(fd, found->ai_addr, found->ai_addrlen);
+  freeaddrinfo(found);
+  if (bound != 0) return lf_listenerFailed(opening, ListenerStep::bind);
+  if (listen(fd, SOMAXCONN) != 0) return lf_listenerFailed(opening, ListenerStep::listen);
+  opening.step = ListenerStep::ready;
+  return opening;
 }
 
 SocketHandle acceptClient(SocketHandle SERVER) {
@@ -130,11 +244,30 @@ SocketHandle connectTcp(std::string_view HOST, std::uint16_t PORT) {
   return result;
 }
 
-SocketHandle openUdpReceiver(std::uint16_t PORT) { return lf_bound(SOCK_DGRAM, PORT); }
+SocketHandle openUdpReceiver(std::uint16_t PORT) {
+  return lf_bound(SOCK_DGRAM, PORT);
+}
 
 SocketHandle openUdpSender() {
   const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   return fd < 0 ? lf_fail() : fd;
+}
+
+SocketHandle openUdpSocket() {
+  const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP);
+  return fd < 0 ? lf_fail() : fd;
+}
+
+// No SO_REUSEADDR: a port taken by another reader must fail here, not share the datagrams.
+bool bindSocket(SocketHandle SOCKET, std::uint16_t PORT, bool LOOPBACK_ONLY) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(PORT);
+  address.sin_addr.s_addr = htonl(LOOPBACK_ONLY ? INADDR_LOOPBACK : INADDR_ANY);
+  if (bind(static_cast<int>(SOCKET), reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0)
+    return true;
+  lf_fail();
+  return false;
 }
 
 bool sendAll(SocketHandle SOCKET, const void* DATA, std::size_t SIZE) {
@@ -161,8 +294,8 @@ bool sendDatagram(SocketHandle SOCKET, std::string_view HOST, std::uint16_t PORT
     lf_lastError = 10022;
     return false;
   }
-  const ssize_t sent = sendto(static_cast<int>(SOCKET), DATA, SIZE, 0, reinterpret_cast<sockaddr*>(&address),
-                              sizeof(address));
+  const ssize_t sent =
+      sendto(static_cast<int>(SOCKET), DATA, SIZE, 0, reinterpret_cast<sockaddr*>(&address), sizeof(address));
   if (sent < 0) lf_fail();
   return sent == static_cast<ssize_t>(SIZE);
 }
@@ -192,9 +325,11 @@ int waitReadable(SocketHandle SOCKET, int TIMEOUT_MS) {
   return ready > 0 ? 1 : 0;
 }
 
-void setNoDelay(SocketHandle SOCKET, bool ON) {
+bool setNoDelay(SocketHandle SOCKET, bool ON) {
   const int value = ON ? 1 : 0;
-  setsockopt(static_cast<int>(SOCKET), IPPROTO_TCP, TCP_NODELAY, &value, sizeof(value));
+  if (setsockopt(static_cast<int>(SOCKET), IPPROTO_TCP, TCP_NODELAY, &value, sizeof(value)) == 0) return true;
+  lf_fail();
+  return false;
 }
 
 void setReceiveBufferSize(SocketHandle SOCKET, int BYTES) {
