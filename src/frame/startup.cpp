@@ -26,7 +26,9 @@ namespace fs = std::filesystem;
 
 constexpr std::string_view lf_p3dKey = "SOFTWARE\\Lockheed Martin\\Prepar3D v";
 
-bool lf_stopWanted() { return exiting || userClosed; }
+bool lf_stopWanted() {
+  return exiting || userClosed;
+}
 
 void lf_requireProgramFolder() {
   std::error_code error;
@@ -38,8 +40,9 @@ void lf_requireProgramFolder() {
 }
 
 void lf_makeDataTree() {
-  for (const fs::path& folder : {outputFolder, infoFolder, errorsFolder, airportsFolder, learnedFolder,
-                                 learnedFolder / stockWord, learnedFolder / orbxWord, learnedFolder / thirdpartyWord})
+  for (const fs::path& folder :
+       {outputFolder, infoFolder, errorsFolder, airportsFolder, learnedFolder, learnedFolder / stockWord,
+        learnedFolder / orbxWord, learnedFolder / thirdpartyWord})
     fs::create_directories(folder);
 }
 
@@ -58,7 +61,8 @@ void lf_detectSimulatorInRegistry() {
 }
 
 void lf_logSinceLastRun() {
-  const std::string text = sinceLastRunText(static_cast<std::int64_t>(std::time(nullptr)) - LAST_EPOCH_TIME.value);
+  const std::string text =
+      sinceLastRunText(static_cast<std::int64_t>(std::time(nullptr)) - LAST_EPOCH_TIME.value);
   if (!text.empty()) logLine(text);
 }
 
@@ -124,7 +128,9 @@ bool lf_waitFor(Condition CONDITION, std::chrono::milliseconds PERIOD) {
 
 } // namespace
 
-void launchStartUp() { std::thread(lf_startUpTrovalyn).detach(); }
+void launchStartUp() {
+  std::thread(lf_startUpTrovalyn).detach();
+}
 
 void startRun() {
   try {
@@ -143,19 +149,23 @@ void detectSimulator(bool V4_PRESENT, bool V5_PRESENT, bool V6_PRESENT) {
   const int sum = (V5_PRESENT ? 5 : 0) + (V6_PRESENT ? 6 : 0);
   if (sum == 11)
     throw UserErrorException(
-        153, "More than one P3D version detected, type full Install Path to wanted version above and press Enter");
+        153,
+        "More than one P3D version detected, type full Install Path to wanted version above and press Enter");
   if (sum == 0) {
     showMessage("P3D not detected?", false);
     if (lf_anyFolderParameter()) return;
     clearEdit(SIM_INSTALL_PATH);
-    throw UserErrorException(151, "No P3D install path detected, type full Install Path above, and press Enter");
+    throw UserErrorException(151,
+                             "No P3D install path detected, type full Install Path above, and press Enter");
   }
   (void)V4_PRESENT; // v4 alone counts as not detected
   logLine(sum == 5 ? "P3Dv5detected" : "P3Dv6detected");
-  const auto path = readRegistryText(RegistryRoot::localMachine, fmt::format("{}{}", lf_p3dKey, sum), "SetupPath");
+  const auto path =
+      readRegistryText(RegistryRoot::localMachine, fmt::format("{}{}", lf_p3dKey, sum), "SetupPath");
   if (!path || path->empty()) {
     clearEdit(SIM_INSTALL_PATH);
-    throw UserErrorException(151, "No P3D install path detected, type full Install Path above, and press Enter");
+    throw UserErrorException(151,
+                             "No P3D install path detected, type full Install Path above, and press Enter");
   }
   SIM_INSTALL_PATH.value = *path;
   storeText(SIM_INSTALL_PATH);

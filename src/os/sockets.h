@@ -14,10 +14,10 @@ inline constexpr SocketHandle invalidSocket = -1;
 bool startSockets();   // WSAStartup(2.2); true on POSIX
 int lastSocketError(); // the Winsock number of the last failure on this thread
 
-SocketHandle openTcpServer(std::uint16_t PORT);         // any IPv4 address, listening; invalid on failure
-SocketHandle acceptClient(SocketHandle SERVER);         // blocks until a peer connects or SERVER closes
+SocketHandle openTcpServer(std::uint16_t PORT); // any IPv4 address, listening; invalid on failure
+SocketHandle acceptClient(SocketHandle SERVER); // blocks until a peer connects or SERVER closes
 SocketHandle connectTcp(std::string_view HOST, std::uint16_t PORT); // IPv4 or IPv6, by name or address
-SocketHandle openUdpReceiver(std::uint16_t PORT);       // bound to any IPv4 address
+SocketHandle openUdpReceiver(std::uint16_t PORT);                   // bound to any IPv4 address
 SocketHandle openUdpSender();
 
 // All of DATA, or false on failure.

@@ -19,42 +19,78 @@ thread_local int lf_lastError = 0;
 
 int lf_toWinsock(int ERRNO_VALUE) {
   switch (ERRNO_VALUE) {
-  case EINTR: return 10004;
-  case EBADF: return 10009;
-  case EACCES: return 10013;
-  case EFAULT: return 10014;
-  case EINVAL: return 10022;
-  case EMFILE: return 10024;
-  case EAGAIN: return 10035;
-  case EINPROGRESS: return 10036;
-  case EALREADY: return 10037;
-  case ENOTSOCK: return 10038;
-  case EDESTADDRREQ: return 10039;
-  case EMSGSIZE: return 10040;
-  case EPROTOTYPE: return 10041;
-  case ENOPROTOOPT: return 10042;
-  case EPROTONOSUPPORT: return 10043;
-  case EOPNOTSUPP: return 10045;
-  case EAFNOSUPPORT: return 10047;
-  case EADDRINUSE: return 10048;
-  case EADDRNOTAVAIL: return 10049;
-  case ENETDOWN: return 10050;
-  case ENETUNREACH: return 10051;
-  case ENETRESET: return 10052;
-  case ECONNABORTED: return 10053;
-  case ECONNRESET: return 10054;
-  case EPIPE: return 10054;
-  case ENOBUFS: return 10055;
-  case EISCONN: return 10056;
-  case ENOTCONN: return 10057;
-  case ESHUTDOWN: return 10058;
-  case ETIMEDOUT: return 10060;
-  case ECONNREFUSED: return 10061;
-  case ELOOP: return 10062;
-  case ENAMETOOLONG: return 10063;
-  case EHOSTDOWN: return 10064;
-  case EHOSTUNREACH: return 10065;
-  default: return ERRNO_VALUE;
+  case EINTR:
+    return 10004;
+  case EBADF:
+    return 10009;
+  case EACCES:
+    return 10013;
+  case EFAULT:
+    return 10014;
+  case EINVAL:
+    return 10022;
+  case EMFILE:
+    return 10024;
+  case EAGAIN:
+    return 10035;
+  case EINPROGRESS:
+    return 10036;
+  case EALREADY:
+    return 10037;
+  case ENOTSOCK:
+    return 10038;
+  case EDESTADDRREQ:
+    return 10039;
+  case EMSGSIZE:
+    return 10040;
+  case EPROTOTYPE:
+    return 10041;
+  case ENOPROTOOPT:
+    return 10042;
+  case EPROTONOSUPPORT:
+    return 10043;
+  case EOPNOTSUPP:
+    return 10045;
+  case EAFNOSUPPORT:
+    return 10047;
+  case EADDRINUSE:
+    return 10048;
+  case EADDRNOTAVAIL:
+    return 10049;
+  case ENETDOWN:
+    return 10050;
+  case ENETUNREACH:
+    return 10051;
+  case ENETRESET:
+    return 10052;
+  case ECONNABORTED:
+    return 10053;
+  case ECONNRESET:
+    return 10054;
+  case EPIPE:
+    return 10054;
+  case ENOBUFS:
+    return 10055;
+  case EISCONN:
+    return 10056;
+  case ENOTCONN:
+    return 10057;
+  case ESHUTDOWN:
+    return 10058;
+  case ETIMEDOUT:
+    return 10060;
+  case ECONNREFUSED:
+    return 10061;
+  case ELOOP:
+    return 10062;
+  case ENAMETOOLONG:
+    return 10063;
+  case EHOSTDOWN:
+    return 10064;
+  case EHOSTUNREACH:
+    return 10065;
+  default:
+    return ERRNO_VALUE;
   }
 }
 
@@ -82,8 +118,12 @@ SocketHandle lf_bound(int TYPE, std::uint16_t PORT) {
 
 } // namespace
 
-bool startSockets() { return true; }
-int lastSocketError() { return lf_lastError; }
+bool startSockets() {
+  return true;
+}
+int lastSocketError() {
+  return lf_lastError;
+}
 
 SocketHandle openTcpServer(std::uint16_t PORT) {
   const SocketHandle server = lf_bound(SOCK_STREAM, PORT);
@@ -130,7 +170,9 @@ SocketHandle connectTcp(std::string_view HOST, std::uint16_t PORT) {
   return result;
 }
 
-SocketHandle openUdpReceiver(std::uint16_t PORT) { return lf_bound(SOCK_DGRAM, PORT); }
+SocketHandle openUdpReceiver(std::uint16_t PORT) {
+  return lf_bound(SOCK_DGRAM, PORT);
+}
 
 SocketHandle openUdpSender() {
   const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
@@ -161,8 +203,8 @@ bool sendDatagram(SocketHandle SOCKET, std::string_view HOST, std::uint16_t PORT
     lf_lastError = 10022;
     return false;
   }
-  const ssize_t sent = sendto(static_cast<int>(SOCKET), DATA, SIZE, 0, reinterpret_cast<sockaddr*>(&address),
-                              sizeof(address));
+  const ssize_t sent =
+      sendto(static_cast<int>(SOCKET), DATA, SIZE, 0, reinterpret_cast<sockaddr*>(&address), sizeof(address));
   if (sent < 0) lf_fail();
   return sent == static_cast<ssize_t>(SIZE);
 }

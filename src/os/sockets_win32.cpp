@@ -1,16 +1,19 @@
 #include "os/sockets.h"
 
+#include <string>
 #include <winsock2.h>
 #include <ws2tcpip.h>
-
-#include <string>
 
 namespace ory {
 
 namespace {
 
-SOCKET lf_raw(SocketHandle SOCKET_HANDLE) { return static_cast<SOCKET>(SOCKET_HANDLE); }
-SocketHandle lf_handle(SOCKET RAW) { return RAW == INVALID_SOCKET ? invalidSocket : static_cast<SocketHandle>(RAW); }
+SOCKET lf_raw(SocketHandle SOCKET_HANDLE) {
+  return static_cast<SOCKET>(SOCKET_HANDLE);
+}
+SocketHandle lf_handle(SOCKET RAW) {
+  return RAW == INVALID_SOCKET ? invalidSocket : static_cast<SocketHandle>(RAW);
+}
 
 SocketHandle lf_bound(int TYPE, int PROTOCOL, std::uint16_t PORT) {
   const SOCKET s = socket(AF_INET, TYPE, PROTOCOL);
@@ -35,7 +38,9 @@ bool startSockets() {
   return WSAStartup(MAKEWORD(2, 2), &data) == 0;
 }
 
-int lastSocketError() { return WSAGetLastError(); }
+int lastSocketError() {
+  return WSAGetLastError();
+}
 
 SocketHandle openTcpServer(std::uint16_t PORT) {
   const SocketHandle server = lf_bound(SOCK_STREAM, IPPROTO_TCP, PORT);
@@ -49,7 +54,9 @@ SocketHandle openTcpServer(std::uint16_t PORT) {
   return server;
 }
 
-SocketHandle acceptClient(SocketHandle SERVER) { return lf_handle(accept(lf_raw(SERVER), nullptr, nullptr)); }
+SocketHandle acceptClient(SocketHandle SERVER) {
+  return lf_handle(accept(lf_raw(SERVER), nullptr, nullptr));
+}
 
 SocketHandle connectTcp(std::string_view HOST, std::uint16_t PORT) {
   addrinfo hints{};
@@ -76,9 +83,13 @@ SocketHandle connectTcp(std::string_view HOST, std::uint16_t PORT) {
   return result;
 }
 
-SocketHandle openUdpReceiver(std::uint16_t PORT) { return lf_bound(SOCK_DGRAM, IPPROTO_UDP, PORT); }
+SocketHandle openUdpReceiver(std::uint16_t PORT) {
+  return lf_bound(SOCK_DGRAM, IPPROTO_UDP, PORT);
+}
 
-SocketHandle openUdpSender() { return lf_handle(socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP)); }
+SocketHandle openUdpSender() {
+  return lf_handle(socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP));
+}
 
 bool sendAll(SocketHandle SOCKET_HANDLE, const void* DATA, std::size_t SIZE) {
   const auto* bytes = static_cast<const char*>(DATA);
@@ -128,7 +139,8 @@ void setNoDelay(SocketHandle SOCKET_HANDLE, bool ON) {
 }
 
 void setReceiveBufferSize(SocketHandle SOCKET_HANDLE, int BYTES) {
-  setsockopt(lf_raw(SOCKET_HANDLE), SOL_SOCKET, SO_RCVBUF, reinterpret_cast<const char*>(&BYTES), sizeof(BYTES));
+  setsockopt(lf_raw(SOCKET_HANDLE), SOL_SOCKET, SO_RCVBUF, reinterpret_cast<const char*>(&BYTES),
+             sizeof(BYTES));
 }
 
 void shutdownSocket(SocketHandle SOCKET_HANDLE) {
