@@ -118,11 +118,6 @@ std::string wideToUtf8(std::wstring_view TEXT) {
   return out;
 }
 
-std::string pathToUtf8(const std::filesystem::path& PATH) {
-  const std::u8string text = PATH.u8string();
-  return std::string(text.begin(), text.end());
-}
-
 std::filesystem::path utf8ToPath(std::string_view TEXT) {
   return std::filesystem::path(std::u8string(TEXT.begin(), TEXT.end()));
 }

@@ -12,8 +12,7 @@ std::string utf16ToUtf8(std::u16string_view TEXT);
 // The platform's wide text: UTF-16 on Windows, UTF-32 elsewhere.
 std::wstring utf8ToWide(std::string_view TEXT);
 std::string wideToUtf8(std::wstring_view TEXT);
-// Paths in and out of UTF-8 text, whatever the platform's own path encoding.
-std::string pathToUtf8(const std::filesystem::path& PATH);
+// A path from UTF-8 text, whatever the platform's own path encoding.
 std::filesystem::path utf8ToPath(std::string_view TEXT);
 
 } // namespace ory

@@ -1,6 +1,8 @@
 #include "scenery/airport_record.h"
 
 #include "frame/log.h"
+#include "frame/text_hash.h"
+#include "liveries/text_tokens.h"
 #include "os/utf.h"
 #include "scenery/scan_log.h"
 
@@ -9,7 +11,6 @@
 #include <algorithm>
 #include <cmath>
 #include <string_view>
-#include <unordered_set>
 #include <utility>
 
 namespace ory {
@@ -29,7 +30,7 @@ struct AirportDecoder {
   const BglWords& bgl;
   std::string pathText;
   ScanResult& result;
-  std::unordered_set<std::string> ids;
+  TextSet ids;
   std::vector<std::pair<std::uint32_t, std::uint32_t>> helipadPositions; // raw longitude, latitude
   std::int32_t heliNumber = 1;
   bool nameSeen = false;
@@ -214,7 +215,7 @@ ScanResult decodeAirportRecord(const BglWords& BGL, const AirportRecordRef& AIRP
                                const std::filesystem::path& PATH) {
   ScanResult result;
   result.code = AIRPORT.code;
-  result.bglPath = pathToUtf8(PATH);
+  result.bglPath = pathText(PATH);
   AirportDecoder decoder{BGL, result.bglPath, result};
   result.altitude =
       airportAltitudeFeet(static_cast<std::int32_t>(bglWord(BGL, AIRPORT.start + lf_altitudeWord)));
