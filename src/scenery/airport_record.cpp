@@ -192,7 +192,8 @@ void lf_takeParkingList(AirportDecoder& DECODER, std::size_t SUB, std::size_t SU
   std::size_t entry = SUB + 2;
   bool doubled = false;
   for (std::uint32_t k = 0; k < count; ++k) {
-    const std::size_t words = 9 + (bglWord(DECODER.bgl, entry) >> 24) + (NEW_FORM ? 1 : 0);
+    const std::size_t extra = NEW_FORM ? 1 : 0;
+    const std::size_t words = 9 + extra + (entry < SUB_END ? bglWord(DECODER.bgl, entry) >> 24 : 0);
     if (entry + words > SUB_END) {
       scanLog(fmt::format("parking list of {} runs past its record after {} of {} entries, in {}",
                           DECODER.result.code, k, count, DECODER.pathText));

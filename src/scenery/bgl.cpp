@@ -1,5 +1,7 @@
 #include "scenery/bgl.h"
 
+#include "scenery/generated_files.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -190,6 +192,15 @@ std::string parkingNameText(std::uint32_t CODE) {
   if (CODE < lf_parkingNames.size()) return std::string(lf_parkingNames[CODE]);
   if (CODE == 11) return {};
   return std::string(1, static_cast<char>(CODE + 0x35));
+}
+
+void readBgl(const std::filesystem::path& PATH) {
+  BglWords bgl;
+  if (!readBglFile(PATH, bgl) || bgl.words.size() < 2) return;
+  std::string damage;
+  for (const AirportRecordRef& airport : findAirportRecords(bgl, damage))
+    toParkingPositions(bgl, airport, PATH);
+  if (!damage.empty()) throw BglRangeError(damage);
 }
 
 } // namespace ory

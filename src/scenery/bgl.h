@@ -66,4 +66,8 @@ double decodeLongitude(std::uint32_t RAW); // degrees
 // The name code of a taxi parking as the text in front of its number: "g" for a gate, "A" for GATE_A.
 std::string parkingNameText(std::uint32_t CODE);
 
+// Reads one file and hands every airport to the generated-file step. A damaged file costs its own airports:
+// those found before the damage are handed over, then BglRangeError tells of it.
+void readBgl(const std::filesystem::path& PATH);
+
 } // namespace ory
