@@ -177,6 +177,10 @@ void lf_linkRealTraffic() {
     openServer(PORT_NUMBER.value);
   else
     display.rtLinkUp = true;
+  if (AUTO_RANGE.value) {
+    autoRange();
+    enableControl(LATERAL_RANGE, false);
+  }
   if (lf_stopWanted()) return;
   display.trafficMark = FeedMark::notConnected;
   if (AEROWINX.value) {
