@@ -368,7 +368,7 @@ void runLiveriesStep() {
   }
   if (exiting || userClosed) return;
   lf_loaded = true;
-  logLine("-------------------------- liveries scan ends   --------------------------------\n");
+  logLineFlushed("-------------------------- liveries scan ends   --------------------------------\n");
   if (!scan) return;
   SCAN_LIVERIES.value = false;
   storeBool(SCAN_LIVERIES);
