@@ -441,12 +441,11 @@ std::vector<LiveryData> lf_searchFile(lf_Form FORM, std::uint32_t FOLDER_INDEX, 
       file.type = ivaoFileModel(PATH);
       if (file.type.empty()) return {};
     }
-    if (detectEncoding(PATH) == FileEncoding::noneFound) {
+    std::vector<std::string> lines;
+    if (!gf_readExtTextFileToStringVector(PATH, lines)) {
       logWarning(fmt::format("no character set found for {}", file.text));
       return {};
     }
-    std::vector<std::string> lines;
-    if (!gf_readExtTextFileToStringVector(PATH, lines)) return {};
     if (lf_checkNumbers(file, lines) != lf_Numbers::fine) return {};
     if (FORM == lf_Form::standard) {
       file.type = standardFileModel(PATH, lines);
