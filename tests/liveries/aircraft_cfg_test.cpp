@@ -6,11 +6,13 @@
 #include "liveries_world.h"
 #include "support/scratch.h"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <regex>
+#include <set>
 
 namespace ory {
 namespace {
@@ -300,6 +302,49 @@ TEST_F(AircraftCfgTest, aRealPackageGivesItsLiveriesThroughTheFixes) {
             "Fix: Typhoon found in " + pathText(folder / "aircraft.cfg") + " changed into EUFI");
   EXPECT_EQ(fixes.size(), 1u + 64u);
   EXPECT_THAT(incompleteSectionsReport.lines(), IsEmpty());
+}
+
+// Every cut of a real file (with its [General] section put first, so that a cut leaves a type) reads without
+// harm; a cut at a line end gives only liveries that the whole file gives, and never fewer than a shorter
+// cut.
+TEST_F(AircraftCfgTest, aCutOffFileGivesOnlyLiveriesOfTheWholeFile) {
+  const fs::path folder = "SimObjects/Airplanes/cut";
+  std::string general;
+  std::string rest;
+  bool inGeneral = false;
+  for (const std::string& line : test::fileLines(
+           test::realData("aircraft_cfg/TQL_NBAI_Eurofighter_EF2000_Spain_Ala_14.aircraft.cfg"))) {
+    if (line.starts_with('[')) inGeneral = line.starts_with("[General]");
+    (inGeneral ? general : rest) += line + "\n";
+  }
+  const std::string whole = general + rest;
+  for (const char* made : {"model.long", "model.clean"})
+    fs::create_directories(folder / made);
+  for (int n = 1; n <= 45; ++n)
+    fs::create_directories(folder / fmt::format("texture.Ala 14_14-{:02}", n));
+  test::writeBytes(folder / "NBAI_Typhoon_F2_AI_ONLY.air", "AIR");
+  const auto readCut = [&](std::size_t LENGTH) {
+    prepareScan();
+    test::writeBytes(folder / "aircraft.cfg", whole.substr(0, LENGTH));
+    std::vector<std::string> liveries;
+    for (const LiveryData& livery : lf_searchLiveriesinFile(1, folder / "aircraft.cfg"))
+      liveries.push_back(livery.title + "|" + livery.regcode + "|" + livery.airline + "|" + livery.type);
+    return liveries;
+  };
+  const std::vector<std::string> all = readCut(whole.size());
+  ASSERT_EQ(all.size(), 64u);
+  std::size_t before = 0;
+  for (std::size_t end = whole.find('\n'); end != std::string::npos; end = whole.find('\n', end + 1)) {
+    const std::vector<std::string> cut = readCut(end + 1);
+    for (const std::string& livery : cut)
+      EXPECT_NE(std::find(all.begin(), all.end(), livery), all.end())
+          << "cut after byte " << end << ": " << livery;
+    EXPECT_GE(cut.size(), before) << "cut after byte " << end;
+    before = cut.size();
+  }
+  EXPECT_EQ(before, all.size());
+  for (std::size_t length = 1; length < whole.size(); length += 89)
+    EXPECT_LE(readCut(length).size(), all.size());
 }
 
 } // namespace
