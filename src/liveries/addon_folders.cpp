@@ -117,7 +117,7 @@ void lf_examine(const lf_Package& PACKAGE, std::vector<fs::path>& FOLDERS, std::
 fs::path configPath(std::string_view TEXT) {
   std::string text(TEXT);
   std::replace(text.begin(), text.end(), '\\', '/');
-  return fs::path(std::u8string(text.begin(), text.end()));
+  return fs::path(std::u8string(text.begin(), text.end())).make_preferred();
 }
 
 std::vector<fs::path> addOnPackageFolders(std::int32_t VERSION) {

@@ -57,13 +57,13 @@ bool lf_stopWanted() {
 }
 
 void lf_removeOutputs() {
-  try {
-    for (const fs::path& file : {lf_airlineDataFile, lf_noSectionFile, lf_priorityFile, lf_conversionsFile,
-                                 liveriesScannedFile, lf_invalidAirlinesFile, lf_invalidModelsFile,
-                                 lf_fixesFile, lf_invalidFilesFile, lf_incompleteFile, lf_inlineRegcodesFile})
-      fs::remove(file);
-  } catch (const std::exception& e) {
-    logLine(fmt::format("problems with removing previous files: {}", e.what()));
+  for (const fs::path& file : {lf_airlineDataFile, lf_noSectionFile, lf_priorityFile, lf_conversionsFile,
+                               liveriesScannedFile, lf_invalidAirlinesFile, lf_invalidModelsFile,
+                               lf_fixesFile, lf_invalidFilesFile, lf_incompleteFile, lf_inlineRegcodesFile}) {
+    std::error_code error;
+    fs::remove(file, error);
+    if (error)
+      logLine(fmt::format("problems with removing previous files: {}: {}", pathText(file), error.message()));
   }
 }
 

@@ -240,7 +240,8 @@ void reportNotCreated(const MatchAircraft& AIRCRAFT) {
   showMessage(
       fmt::format("{} \"{}\" could not be created by your Sim!", AIRCRAFT.callsign, AIRCRAFT.liveryTitle),
       true);
-  if (!lf_isFailed(AIRCRAFT.liveryTitle)) failedLiveries.push_back(AIRCRAFT.liveryTitle);
+  if (!AIRCRAFT.liveryTitle.empty() && !lf_isFailed(AIRCRAFT.liveryTitle))
+    failedLiveries.push_back(AIRCRAFT.liveryTitle);
   failedAircraft.push_back(fmt::format("{} {}", AIRCRAFT.type, AIRCRAFT.airline));
   if (failedLiveries.size() < maxFailedLiveries) return;
   const std::string text =
