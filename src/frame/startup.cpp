@@ -9,6 +9,7 @@
 #include "frame/version.h"
 #include "frame/window.h"
 #include "os/registry.h"
+#include "scenery/scenery_scan.h"
 
 #include <fmt/format.h>
 
@@ -95,6 +96,7 @@ void lf_startUpTrovalyn() {
     lf_initialise();
     lf_logSinceLastRun();
     fs::create_directories(myRegcodesFolder);
+    checkStockAirportsPath();
     scanWorkerLimit = static_cast<std::int32_t>(std::max(1u, std::thread::hardware_concurrency()));
     scanWorkers = 0;
     if (!fs::exists(liveriesScannedFile) && !SCAN_LIVERIES.value) {
@@ -104,6 +106,7 @@ void lf_startUpTrovalyn() {
       showBool(SCAN_LIVERIES);
     }
     if (lf_stopWanted()) return;
+    runAirportsStep();
     display.thirdpartyAirportCount = lf_countFiles(myThirdpartyFolder);
     display.orbxAirportCount = lf_countFiles(myOrbxFolder);
     if (lf_stopWanted()) {
