@@ -3,7 +3,7 @@ JOBS ?= $(shell nproc)
 NATIVE := build/native
 WINDOWS := build/windows
 
-.PHONY: all setup test native windows release tsan asan smoke clean format
+.PHONY: all setup test native windows release tsan asan fuzz smoke clean format
 
 all: native
 
@@ -32,6 +32,18 @@ asan: setup
 	@cmake -S . -B build/asan -DCMAKE_BUILD_TYPE=Debug -DORY_SANITIZE=address >/dev/null
 	@cmake --build build/asan -j $(JOBS)
 	@cd build/asan && ctest --output-on-failure -j $(JOBS)
+
+# Each fuzz target runs FUZZ_SECONDS from the real files as seeds; new inputs stay in build/fuzz/corpus.
+FUZZ_SECONDS ?= 60
+REAL_DATA ?= $(firstword $(wildcard ../shared/data/real ../../shared/data/real /work/shared/data/real))
+fuzz: setup
+	@cmake -S . -B build/fuzz -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORY_FUZZ=ON >/dev/null
+	@cmake --build build/fuzz -j $(JOBS) --target fuzz_bgl fuzz_airport_file
+	@mkdir -p build/fuzz/corpus/bgl build/fuzz/corpus/airport_file
+	@cp -n $(REAL_DATA)/bgl/*.[bB][gG][lL] build/fuzz/corpus/bgl/ 2>/dev/null || true
+	@cp -n tests/parking/airport_file_seed.xml build/fuzz/corpus/airport_file/
+	@build/fuzz/tests/scenery/fuzz_bgl -max_total_time=$(FUZZ_SECONDS) build/fuzz/corpus/bgl
+	@build/fuzz/tests/parking/fuzz_airport_file -max_total_time=$(FUZZ_SECONDS) -dict=tests/parking/airport_file.dict build/fuzz/corpus/airport_file
 
 smoke: windows
 	@scripts/wine-smoke
