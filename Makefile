@@ -3,7 +3,7 @@ JOBS ?= $(shell nproc)
 NATIVE := build/native
 WINDOWS := build/windows
 
-.PHONY: all setup test native windows release tsan asan fuzz smoke clean format
+.PHONY: all setup test native windows tsan asan bench fuzz smoke clean format
 
 all: native
 
@@ -21,6 +21,7 @@ windows: setup
 	@scripts/build-windows-deps
 	@cmake -S . -B $(WINDOWS) -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64.cmake -DCMAKE_BUILD_TYPE=Release >/dev/null
 	@cmake --build $(WINDOWS) -j $(JOBS)
+	@scripts/make-data $(WINDOWS)/program
 	@scripts/make-release $(WINDOWS)
 
 tsan: setup
@@ -44,6 +45,12 @@ fuzz: setup
 	@cp -n tests/parking/airport_file_seed.xml build/fuzz/corpus/airport_file/
 	@build/fuzz/tests/scenery/fuzz_bgl -max_total_time=$(FUZZ_SECONDS) build/fuzz/corpus/bgl
 	@build/fuzz/tests/parking/fuzz_airport_file -max_total_time=$(FUZZ_SECONDS) -dict=tests/parking/airport_file.dict build/fuzz/corpus/airport_file
+
+# Benchmarks need an optimised build of their own.
+bench: setup
+	@cmake -S . -B build/bench -DCMAKE_BUILD_TYPE=Release >/dev/null
+	@cmake --build build/bench -j $(JOBS)
+	@for b in $$(find build/bench/bench -path '*/CMakeFiles' -prune -o -type f -executable -print | sort); do echo "== $$b"; $$b; done
 
 smoke: windows
 	@scripts/wine-smoke

@@ -1,3 +1,5 @@
+#include "feed/feed.h"
+#include "feed/traffic_link.h"
 #include "frame/exceptions.h"
 #include "frame/log.h"
 #include "frame/main_loop.h"
@@ -5,6 +7,7 @@
 #include "frame/run.h"
 #include "frame/version.h"
 #include "frame/window.h"
+#include "simlink/session.h"
 
 #include <fmt/format.h>
 
@@ -29,6 +32,7 @@ void lf_waitForThreads() {
 
 void lf_resetForRestart(ExitReason REASON) {
   clearError();
+  resetFeed();
   if (REASON != ExitReason::restartIpp) {
     SCAN_LIVERIES.value = false;
     storeBool(SCAN_LIVERIES);
@@ -37,6 +41,7 @@ void lf_resetForRestart(ExitReason REASON) {
   }
   resetRunState();
   resetMainLoopState();
+  resetSimLink();
   exiting = false;
   LATERAL_RANGE.set(LATERAL_RANGE.value);
   setRange(LATERAL_RANGE.value);
@@ -61,6 +66,9 @@ bool lf_exitSteps(ExitReason REASON, int SECONDS) {
     logLineFlushed(fmt::format("Exiting: {}", exitReasonText(REASON)));
     if (REASON == ExitReason::restart) showMessage("Prepare for a restart ...", false);
     std::this_thread::sleep_for(300ms);
+    // Closed sockets end the readers' and the link's waits.
+    stopReaders();
+    closeLink();
     if (REASON == ExitReason::systemError) std::this_thread::sleep_for(5s);
     if (REASON == ExitReason::userClosedSim) {
       logLine(fmt::format("User closed {}", programName));

@@ -99,16 +99,65 @@ SocketHandle lf_fail() {
   return invalidSocket;
 }
 
-SocketHandle lf_bound(int TYPE, std::uint16_t PORT) {
-  const int fd = socket(AF_INET, TYPE | SOCK_CLOEXEC, 0);
+// getaddrinfo's own codes to the Winsock numbers that its Windows twin returns.
+int lf_resolveError(int CODE) {
+  switch (CODE) {
+  case EAI_AGAIN:
+    return 11002;
+  case EAI_BADFLAGS:
+    return 10022;
+  case EAI_FAIL:
+    return 11003;
+  case EAI_FAMILY:
+    return 10047;
+  case EAI_MEMORY:
+    return 8;
+  case EAI_NONAME:
+    return 11001;
+  case EAI_SERVICE:
+    return 10109;
+  case EAI_SOCKTYPE:
+    return 10044;
+  case EAI_SYSTEM:
+    return lf_toWinsock(errno);
+  default:
+    return 11003;
+  }
+}
+
+ListenerOpening lf_listenerFailed(ListenerOpening OPENING, ListenerStep STEP) {
+  OPENING.error = lf_toWinsock(errno);
+  lf_lastError = OPENING.error;
+  OPENING.step = STEP;
+  if (OPENING.socket != invalidSocket) close(static_cast<int>(OPENING.socket));
+  OPENING.socket = invalidSocket;
+  return OPENING;
+}
+
+SocketHandle lf_bound(int TYPE, std::uint16_t PORT, IpFamily FAMILY) {
+  const bool v6 = FAMILY != IpFamily::v4;
+  const int fd = socket(v6 ? AF_INET6 : AF_INET, TYPE | SOCK_CLOEXEC, 0);
   if (fd < 0) return lf_fail();
   const int yes = 1;
   setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof(yes));
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(PORT);
-  address.sin_addr.s_addr = htonl(INADDR_ANY);
-  if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
+  sockaddr_storage storage{};
+  socklen_t length = 0;
+  if (v6) {
+    const int v6Only = FAMILY == IpFamily::v6 ? 1 : 0;
+    setsockopt(fd, IPPROTO_IPV6, IPV6_V6ONLY, &v6Only, sizeof(v6Only));
+    auto& address = reinterpret_cast<sockaddr_in6&>(storage);
+    address.sin6_family = AF_INET6;
+    address.sin6_port = htons(PORT);
+    address.sin6_addr = in6addr_any;
+    length = sizeof(address);
+  } else {
+    auto& address = reinterpret_cast<sockaddr_in&>(storage);
+    address.sin_family = AF_INET;
+    address.sin_port = htons(PORT);
+    address.sin_addr.s_addr = htonl(INADDR_ANY);
+    length = sizeof(address);
+  }
+  if (bind(fd, reinterpret_cast<sockaddr*>(&storage), length) != 0) {
     const SocketHandle failed = lf_fail();
     close(fd);
     return failed;
@@ -116,19 +165,31 @@ SocketHandle lf_bound(int TYPE, std::uint16_t PORT) {
   return fd;
 }
 
+int lf_familyHint(IpFamily FAMILY) {
+  switch (FAMILY) {
+  case IpFamily::v4:
+    return AF_INET;
+  case IpFamily::v6:
+    return AF_INET6;
+  default:
+    return AF_UNSPEC;
+  }
+}
+
 } // namespace
 
 bool startSockets() {
   return true;
 }
+void stopSockets() {}
 int lastSocketError() {
   return lf_lastError;
 }
 
-SocketHandle openTcpServer(std::uint16_t PORT) {
-  const SocketHandle server = lf_bound(SOCK_STREAM, PORT);
+SocketHandle openTcpServer(std::uint16_t PORT, IpFamily FAMILY) {
+  const SocketHandle server = lf_bound(SOCK_STREAM, PORT, FAMILY);
   if (server == invalidSocket) return server;
-  if (listen(static_cast<int>(server), 1) != 0) {
+  if (listen(static_cast<int>(server), 8) != 0) {
     const SocketHandle failed = lf_fail();
     close(static_cast<int>(server));
     return failed;
@@ -136,14 +197,52 @@ SocketHandle openTcpServer(std::uint16_t PORT) {
   return server;
 }
 
+ListenerOpening openListener(std::string_view SERVICE) {
+  ListenerOpening opening;
+  addrinfo hints{};
+  hints.ai_flags = AI_PASSIVE;
+  hints.ai_family = AF_INET;
+  hints.ai_socktype = SOCK_STREAM;
+  hints.ai_protocol = IPPROTO_TCP;
+  addrinfo* found = nullptr;
+  const std::string service(SERVICE);
+  if (const int code = getaddrinfo(nullptr, service.c_str(), &hints, &found); code != 0) {
+    opening.error = lf_resolveError(code);
+    lf_lastError = opening.error;
+    return opening;
+  }
+  const int fd = socket(found->ai_family, found->ai_socktype | SOCK_CLOEXEC, found->ai_protocol);
+  if (fd < 0) {
+    freeaddrinfo(found);
+    return lf_listenerFailed(opening, ListenerStep::socket);
+  }
+  opening.socket = fd;
+  const int flags = fcntl(fd, F_GETFL);
+  if (flags < 0 || fcntl(fd, F_SETFL, flags & ~O_NONBLOCK) != 0) {
+    freeaddrinfo(found);
+    return lf_listenerFailed(opening, ListenerStep::blocking);
+  }
+  const int yes = 1;
+  if (setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof(yes)) != 0) {
+    freeaddrinfo(found);
+    return lf_listenerFailed(opening, ListenerStep::reuseAddress);
+  }
+  const int bound = bind(fd, found->ai_addr, found->ai_addrlen);
+  freeaddrinfo(found);
+  if (bound != 0) return lf_listenerFailed(opening, ListenerStep::bind);
+  if (listen(fd, SOMAXCONN) != 0) return lf_listenerFailed(opening, ListenerStep::listen);
+  opening.step = ListenerStep::ready;
+  return opening;
+}
+
 SocketHandle acceptClient(SocketHandle SERVER) {
   const int client = accept4(static_cast<int>(SERVER), nullptr, nullptr, SOCK_CLOEXEC);
   return client < 0 ? lf_fail() : client;
 }
 
-SocketHandle connectTcp(std::string_view HOST, std::uint16_t PORT) {
+SocketHandle connectTcp(std::string_view HOST, std::uint16_t PORT, IpFamily FAMILY) {
   addrinfo hints{};
-  hints.ai_family = AF_UNSPEC;
+  hints.ai_family = lf_familyHint(FAMILY);
   hints.ai_socktype = SOCK_STREAM;
   addrinfo* found = nullptr;
   const std::string host(HOST);
@@ -170,13 +269,41 @@ SocketHandle connectTcp(std::string_view HOST, std::uint16_t PORT) {
   return result;
 }
 
+std::uint16_t localPort(SocketHandle SOCKET) {
+  sockaddr_storage storage{};
+  socklen_t length = sizeof(storage);
+  if (getsockname(static_cast<int>(SOCKET), reinterpret_cast<sockaddr*>(&storage), &length) != 0) {
+    lf_fail();
+    return 0;
+  }
+  if (storage.ss_family == AF_INET6) return ntohs(reinterpret_cast<sockaddr_in6&>(storage).sin6_port);
+  return ntohs(reinterpret_cast<sockaddr_in&>(storage).sin_port);
+}
+
 SocketHandle openUdpReceiver(std::uint16_t PORT) {
-  return lf_bound(SOCK_DGRAM, PORT);
+  return lf_bound(SOCK_DGRAM, PORT, IpFamily::v4);
 }
 
 SocketHandle openUdpSender() {
   const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   return fd < 0 ? lf_fail() : fd;
+}
+
+SocketHandle openUdpSocket() {
+  const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP);
+  return fd < 0 ? lf_fail() : fd;
+}
+
+// No SO_REUSEADDR: a port taken by another reader must fail here, not share the datagrams.
+bool bindSocket(SocketHandle SOCKET, std::uint16_t PORT, bool LOOPBACK_ONLY) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(PORT);
+  address.sin_addr.s_addr = htonl(LOOPBACK_ONLY ? INADDR_LOOPBACK : INADDR_ANY);
+  if (bind(static_cast<int>(SOCKET), reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0)
+    return true;
+  lf_fail();
+  return false;
 }
 
 bool sendAll(SocketHandle SOCKET, const void* DATA, std::size_t SIZE) {
@@ -234,9 +361,27 @@ int waitReadable(SocketHandle SOCKET, int TIMEOUT_MS) {
   return ready > 0 ? 1 : 0;
 }
 
-void setNoDelay(SocketHandle SOCKET, bool ON) {
+std::vector<std::size_t> readableSockets(std::span<const SocketHandle> SOCKETS, int TIMEOUT_MS) {
+  std::vector<pollfd> polls;
+  polls.reserve(SOCKETS.size());
+  for (const SocketHandle s : SOCKETS)
+    polls.push_back({static_cast<int>(s), POLLIN, 0});
+  std::vector<std::size_t> ready;
+  const int count = poll(polls.data(), polls.size(), TIMEOUT_MS);
+  if (count < 0) {
+    if (errno != EINTR) lf_fail();
+    return ready;
+  }
+  for (std::size_t i = 0; i < polls.size(); ++i)
+    if (polls[i].revents != 0) ready.push_back(i);
+  return ready;
+}
+
+bool setNoDelay(SocketHandle SOCKET, bool ON) {
   const int value = ON ? 1 : 0;
-  setsockopt(static_cast<int>(SOCKET), IPPROTO_TCP, TCP_NODELAY, &value, sizeof(value));
+  if (setsockopt(static_cast<int>(SOCKET), IPPROTO_TCP, TCP_NODELAY, &value, sizeof(value)) == 0) return true;
+  lf_fail();
+  return false;
 }
 
 void setReceiveBufferSize(SocketHandle SOCKET, int BYTES) {

@@ -15,14 +15,28 @@ SocketHandle lf_handle(SOCKET RAW) {
   return RAW == INVALID_SOCKET ? invalidSocket : static_cast<SocketHandle>(RAW);
 }
 
-SocketHandle lf_bound(int TYPE, int PROTOCOL, std::uint16_t PORT) {
-  const SOCKET s = socket(AF_INET, TYPE, PROTOCOL);
+SocketHandle lf_bound(int TYPE, int PROTOCOL, std::uint16_t PORT, IpFamily FAMILY) {
+  const bool v6 = FAMILY != IpFamily::v4;
+  const SOCKET s = socket(v6 ? AF_INET6 : AF_INET, TYPE, PROTOCOL);
   if (s == INVALID_SOCKET) return invalidSocket;
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(PORT);
-  address.sin_addr.s_addr = htonl(INADDR_ANY);
-  if (bind(s, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == SOCKET_ERROR) {
+  sockaddr_storage storage{};
+  int length = 0;
+  if (v6) {
+    const DWORD v6Only = FAMILY == IpFamily::v6 ? 1 : 0;
+    setsockopt(s, IPPROTO_IPV6, IPV6_V6ONLY, reinterpret_cast<const char*>(&v6Only), sizeof(v6Only));
+    auto& address = reinterpret_cast<sockaddr_in6&>(storage);
+    address.sin6_family = AF_INET6;
+    address.sin6_port = htons(PORT);
+    address.sin6_addr = in6addr_any;
+    length = sizeof(address);
+  } else {
+    auto& address = reinterpret_cast<sockaddr_in&>(storage);
+    address.sin_family = AF_INET;
+    address.sin_port = htons(PORT);
+    address.sin_addr.s_addr = htonl(INADDR_ANY);
+    length = sizeof(address);
+  }
+  if (bind(s, reinterpret_cast<sockaddr*>(&storage), length) == SOCKET_ERROR) {
     const int error = WSAGetLastError();
     closesocket(s);
     WSASetLastError(error);
@@ -31,21 +45,39 @@ SocketHandle lf_bound(int TYPE, int PROTOCOL, std::uint16_t PORT) {
   return lf_handle(s);
 }
 
+int lf_familyHint(IpFamily FAMILY) {
+  switch (FAMILY) {
+  case IpFamily::v4:
+    return AF_INET;
+  case IpFamily::v6:
+    return AF_INET6;
+  default:
+    return AF_UNSPEC;
+  }
+}
+
 } // namespace
 
 bool startSockets() {
   WSADATA data{};
-  return WSAStartup(MAKEWORD(2, 2), &data) == 0;
+  const int result = WSAStartup(MAKEWORD(2, 2), &data);
+  if (result == 0) return true;
+  WSASetLastError(result); // WSAStartup returns its error instead of setting it
+  return false;
+}
+
+void stopSockets() {
+  WSACleanup();
 }
 
 int lastSocketError() {
   return WSAGetLastError();
 }
 
-SocketHandle openTcpServer(std::uint16_t PORT) {
-  const SocketHandle server = lf_bound(SOCK_STREAM, IPPROTO_TCP, PORT);
+SocketHandle openTcpServer(std::uint16_t PORT, IpFamily FAMILY) {
+  const SocketHandle server = lf_bound(SOCK_STREAM, IPPROTO_TCP, PORT, FAMILY);
   if (server == invalidSocket) return server;
-  if (listen(lf_raw(server), 1) == SOCKET_ERROR) {
+  if (listen(lf_raw(server), 8) == SOCKET_ERROR) {
     const int error = WSAGetLastError();
     closesocket(lf_raw(server));
     WSASetLastError(error);
@@ -54,13 +86,53 @@ SocketHandle openTcpServer(std::uint16_t PORT) {
   return server;
 }
 
+ListenerOpening openListener(std::string_view SERVICE) {
+  ListenerOpening opening;
+  addrinfo hints{};
+  hints.ai_flags = AI_PASSIVE;
+  hints.ai_family = AF_INET;
+  hints.ai_socktype = SOCK_STREAM;
+  hints.ai_protocol = IPPROTO_TCP;
+  addrinfo* found = nullptr;
+  const std::string service(SERVICE);
+  if (const int code = getaddrinfo(nullptr, service.c_str(), &hints, &found); code != 0) {
+    opening.error = code;
+    return opening;
+  }
+  const auto fail = [&](ListenerStep STEP) {
+    opening.error = WSAGetLastError();
+    opening.step = STEP;
+    if (found) freeaddrinfo(found);
+    if (opening.socket != invalidSocket) closesocket(lf_raw(opening.socket));
+    opening.socket = invalidSocket;
+    WSASetLastError(opening.error);
+    return opening;
+  };
+  const SOCKET s = socket(found->ai_family, found->ai_socktype, found->ai_protocol);
+  if (s == INVALID_SOCKET) return fail(ListenerStep::socket);
+  opening.socket = lf_handle(s);
+  u_long nonBlocking = 0; // the server blocks in accept on purpose
+  if (ioctlsocket(s, FIONBIO, &nonBlocking) == SOCKET_ERROR) return fail(ListenerStep::blocking);
+  const BOOL yes = TRUE;
+  if (setsockopt(s, SOL_SOCKET, SO_REUSEADDR, reinterpret_cast<const char*>(&yes), sizeof(yes)) ==
+      SOCKET_ERROR)
+    return fail(ListenerStep::reuseAddress);
+  if (bind(s, found->ai_addr, static_cast<int>(found->ai_addrlen)) == SOCKET_ERROR)
+    return fail(ListenerStep::bind);
+  freeaddrinfo(found);
+  found = nullptr;
+  if (listen(s, SOMAXCONN) == SOCKET_ERROR) return fail(ListenerStep::listen);
+  opening.step = ListenerStep::ready;
+  return opening;
+}
+
 SocketHandle acceptClient(SocketHandle SERVER) {
   return lf_handle(accept(lf_raw(SERVER), nullptr, nullptr));
 }
 
-SocketHandle connectTcp(std::string_view HOST, std::uint16_t PORT) {
+SocketHandle connectTcp(std::string_view HOST, std::uint16_t PORT, IpFamily FAMILY) {
   addrinfo hints{};
-  hints.ai_family = AF_UNSPEC;
+  hints.ai_family = lf_familyHint(FAMILY);
   hints.ai_socktype = SOCK_STREAM;
   hints.ai_protocol = IPPROTO_TCP;
   addrinfo* found = nullptr;
@@ -83,12 +155,33 @@ SocketHandle connectTcp(std::string_view HOST, std::uint16_t PORT) {
   return result;
 }
 
+std::uint16_t localPort(SocketHandle SOCKET_HANDLE) {
+  sockaddr_storage storage{};
+  int length = sizeof(storage);
+  if (getsockname(lf_raw(SOCKET_HANDLE), reinterpret_cast<sockaddr*>(&storage), &length) == SOCKET_ERROR)
+    return 0;
+  if (storage.ss_family == AF_INET6) return ntohs(reinterpret_cast<sockaddr_in6&>(storage).sin6_port);
+  return ntohs(reinterpret_cast<sockaddr_in&>(storage).sin_port);
+}
+
 SocketHandle openUdpReceiver(std::uint16_t PORT) {
-  return lf_bound(SOCK_DGRAM, IPPROTO_UDP, PORT);
+  return lf_bound(SOCK_DGRAM, IPPROTO_UDP, PORT, IpFamily::v4);
 }
 
 SocketHandle openUdpSender() {
   return lf_handle(socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP));
+}
+
+SocketHandle openUdpSocket() {
+  return lf_handle(socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP));
+}
+
+bool bindSocket(SocketHandle SOCKET_HANDLE, std::uint16_t PORT, bool LOOPBACK_ONLY) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(PORT);
+  address.sin_addr.s_addr = htonl(LOOPBACK_ONLY ? INADDR_LOOPBACK : INADDR_ANY);
+  return bind(lf_raw(SOCKET_HANDLE), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != SOCKET_ERROR;
 }
 
 bool sendAll(SocketHandle SOCKET_HANDLE, const void* DATA, std::size_t SIZE) {
@@ -132,10 +225,21 @@ int waitReadable(SocketHandle SOCKET_HANDLE, int TIMEOUT_MS) {
   return ready > 0 ? 1 : 0;
 }
 
-void setNoDelay(SocketHandle SOCKET_HANDLE, bool ON) {
-  const BOOL value = ON ? TRUE : FALSE;
-  setsockopt(lf_raw(SOCKET_HANDLE), IPPROTO_TCP, TCP_NODELAY, reinterpret_cast<const char*>(&value),
-             sizeof(value));
+std::vector<std::size_t> readableSockets(std::span<const SocketHandle> SOCKETS, int TIMEOUT_MS) {
+  std::vector<WSAPOLLFD> polls;
+  polls.reserve(SOCKETS.size());
+  for (const SocketHandle s : SOCKETS)
+    polls.push_back({lf_raw(s), POLLRDNORM, 0});
+  std::vector<std::size_t> ready;
+  if (WSAPoll(polls.data(), static_cast<ULONG>(polls.size()), TIMEOUT_MS) == SOCKET_ERROR) return ready;
+  for (std::size_t i = 0; i < polls.size(); ++i)
+    if (polls[i].revents != 0) ready.push_back(i);
+  return ready;
+}
+
+bool setNoDelay(SocketHandle SOCKET_HANDLE, bool ON) {
+  const char value = ON ? 1 : 0; // Winsock takes a one-byte value for TCP_NODELAY
+  return setsockopt(lf_raw(SOCKET_HANDLE), IPPROTO_TCP, TCP_NODELAY, &value, sizeof(value)) != SOCKET_ERROR;
 }
 
 void setReceiveBufferSize(SocketHandle SOCKET_HANDLE, int BYTES) {
