@@ -159,6 +159,26 @@ TEST_F(SceneryScanTest, aManualScanReadsTheAirportFilesAndSkipsTheRest) {
   EXPECT_EQ(text.find("Airports scan successful"), std::string::npos) << "nothing was linked";
 }
 
+TEST_F(SceneryScanTest, anAutomaticScanTakesItsFoldersFromTheSimulator) {
+  AFG_AUTOMATIC.value = true;
+  writeBytes(fs::path("ProgramData/Lockheed Martin/Prepar3D v5/scenery.cfg"),
+             "[Area.001]\nLocal=" + pathOf("Library/LEAB") +
+                 "\nLayer=2\nActive=TRUE\n[Area.002]\nLocal=Scenery\\World\n"
+                 "Active=TRUE\n");
+  writeBytes(fs::path("ProgramData/Lockheed Martin/Prepar3D v5/scenery_add-ons.xml"),
+             "<SimBase.Document><AddOn.Component><Category>Scenery</Category><Path>" +
+                 pathOf("Packages/LEAR") + "</Path></AddOn.Component></SimBase.Document>");
+  fs::create_directories("Library/LEAB/scenery");
+  fs::copy_file(test::realData("bgl/LEAB_ADEP5_ARV187.bgl"), "Library/LEAB/scenery/LEAB_ADEP5_ARV187.bgl");
+  fs::create_directories("Packages/LEAR/scenery");
+  fs::copy_file(test::realData("bgl/LEAR_ADEX_ARV187.bgl"), "Packages/LEAR/scenery/LEAR_ADEX_ARV187.bgl");
+  runAirportsStep();
+  EXPECT_TRUE(fs::exists("airports/my_thirdparty/LEAB.xml"));
+  EXPECT_TRUE(fs::exists("airports/my_thirdparty/LEAR.xml"));
+  EXPECT_NE(log().find("++++++++++++++++++++++++ airports scan automatic starts"), std::string::npos);
+  EXPECT_FALSE(SCAN_AIRPORTS.value);
+}
+
 TEST_F(SceneryScanTest, anExitRequestEndsTheScanWithoutALogFile) {
   writeBytes("Addons/EHAM/scenery/EHAM.bgl", test::buildBgl({lf_airport("EHAM")}));
   afolder[0].value = pathOf("Addons/EHAM");
