@@ -3,7 +3,7 @@ JOBS ?= $(shell nproc)
 NATIVE := build/native
 WINDOWS := build/windows
 
-.PHONY: all setup test native windows tsan asan bench smoke clean format
+.PHONY: all setup test native windows tsan asan fuzz bench smoke clean format
 
 all: native
 
@@ -34,6 +34,14 @@ asan: setup
 	@cd build/asan && ctest --output-on-failure -j $(JOBS)
 
 # Benchmarks need an optimised build of their own.
+# Each libFuzzer target (clang) runs FUZZ_SECONDS on its corpus folder beside its source.
+FUZZ_SECONDS ?= 60
+fuzz: setup
+	@CXX=clang++ CC=clang cmake -S . -B build/fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORY_SANITIZE=fuzzer >/dev/null
+	@cmake --build build/fuzz -j $(JOBS) --target feed_line_fuzz
+	@mkdir -p build/fuzz/corpus/feed && build/fuzz/tests/feed/feed_line_fuzz -max_total_time=$(FUZZ_SECONDS) \
+	  build/fuzz/corpus/feed tests/feed/corpus
+
 bench: setup
 	@cmake -S . -B build/bench -DCMAKE_BUILD_TYPE=Release >/dev/null
 	@cmake --build build/bench -j $(JOBS)
