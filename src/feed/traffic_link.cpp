@@ -122,8 +122,8 @@ void handshake() {
   if (!rtDetected) return;
   showMessage(fmt::format("Waiting for RealTraffic to connect to {} ...", programName), true);
   resetFeed();
-  if (waitForClient()) {
-    sendDataPacket("Qs999=version\r\n");
+  // A RealTraffic that is gone again at once is waited for by the position's re-connection.
+  if (waitForClient() && sendDataPacket("Qs999=version\r\n")) {
     takeVersionReply(receive());
     display.rtLinkUp = true;
     repaintWindow();
