@@ -21,6 +21,7 @@ windows: setup
 	@scripts/build-windows-deps
 	@cmake -S . -B $(WINDOWS) -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64.cmake -DCMAKE_BUILD_TYPE=Release >/dev/null
 	@cmake --build $(WINDOWS) -j $(JOBS)
+	@scripts/make-data $(WINDOWS)/program
 	@scripts/make-release $(WINDOWS)
 
 tsan: setup

@@ -10,6 +10,7 @@
 #include "frame/version.h"
 #include "frame/window.h"
 #include "os/sockets.h"
+#include "simlink/user_aircraft.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -40,7 +41,6 @@ std::mutex lf_linkLock;
 std::array<char, 16384 + 1> lf_receiveBuffer{}; // one more for the end mark
 std::mutex lf_stateLock;                        // the lost-traffic action and the user's position
 std::function<void()> lf_trafficLostAction;
-UserPosition lf_userPosition;
 
 std::string lf_errorText() {
   return socketErrorText(lastSocketError());
@@ -264,14 +264,9 @@ void setTrafficLostAction(std::function<void()> ACTION) {
   lf_trafficLostAction = std::move(ACTION);
 }
 
-void setUserPosition(const UserPosition& USER) {
-  std::lock_guard lock(lf_stateLock);
-  lf_userPosition = USER;
-}
-
 UserPosition userPosition() {
-  std::lock_guard lock(lf_stateLock);
-  return lf_userPosition;
+  const UserAircraft user = readUserAircraft();
+  return {user.lat, user.lon, user.pitch, user.bank, user.heading, user.altitude, user.groundSpeed};
 }
 
 } // namespace ory

@@ -51,8 +51,7 @@ std::int64_t simEpochSecondsOf(std::int32_t YEAR, std::int32_t DAY_OF_YEAR, std:
 // What the engine does with its live aircraft when RealTraffic is lost: remove them. Set once by the engine.
 void setTrafficLostAction(std::function<void()> ACTION);
 
-// The user's position as the simulator link last delivered it; read once a second by the main loop.
-void setUserPosition(const UserPosition& USER);
+// The user's position as the simulator link last delivered it.
 UserPosition userPosition();
 
 } // namespace ory

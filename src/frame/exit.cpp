@@ -7,6 +7,7 @@
 #include "frame/run.h"
 #include "frame/version.h"
 #include "frame/window.h"
+#include "simlink/session.h"
 
 #include <fmt/format.h>
 
@@ -40,6 +41,7 @@ void lf_resetForRestart(ExitReason REASON) {
   }
   resetRunState();
   resetMainLoopState();
+  resetSimLink();
   exiting = false;
   LATERAL_RANGE.set(LATERAL_RANGE.value);
   setRange(LATERAL_RANGE.value);

@@ -8,6 +8,7 @@
 #include "frame/run.h"
 #include "frame/window.h"
 #include "os/timer.h"
+#include "simlink/user_aircraft.h"
 
 #include <fmt/format.h>
 
@@ -65,6 +66,7 @@ void lf_runJobs(const DueJobs& JOBS) {
       showError("1001: RT error");
       requestExit(ExitReason::systemError, 0);
     }
+    if (AUTO_RANGE.value) autoRange();
     flushLog();
   }
   if (JOBS.every60) display.minutesToRenewal = 20 - ((JOBS.s / 60) % 20);
@@ -158,6 +160,11 @@ void applyRange(std::int32_t RANGE_NM) {
   const std::int32_t before = LATERAL_RANGE.value;
   LATERAL_RANGE.set(RANGE_NM);
   if (LATERAL_RANGE.value != before) showInt(LATERAL_RANGE);
+}
+
+void autoRange() {
+  constexpr double noParkAirport = 10000;
+  applyRange(autoRangeFor(userOnGround, readUserAircraft().aboveGround, noParkAirport));
 }
 
 void resetMainLoopState() {

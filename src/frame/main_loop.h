@@ -42,6 +42,9 @@ void ageMessage();
 std::int32_t autoRangeFor(bool ON_GROUND, double ALTITUDE_FT, double DISTANCE_NM);
 // Sets rangeNm and rangeMetres unclamped, LATERAL_RANGE clamped, and rewrites its box when it changed.
 void applyRange(std::int32_t RANGE_NM);
+// The range from the user's state as the simulator link last delivered it. Park airports are not loaded by
+// this program yet, so their list is empty and the distance counts as 10,000.
+void autoRange();
 
 void resetMainLoopState();
 

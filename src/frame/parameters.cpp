@@ -79,6 +79,7 @@ ButtonControl flushStaticButton("Flush static", {32855, 341});
 
 std::atomic<double> rangeNm{40.0};
 std::atomic<double> rangeMetres{40.0 * 1852.0};
+std::atomic<std::int32_t> manualLateralRange{40};
 
 namespace {
 

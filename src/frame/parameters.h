@@ -125,6 +125,8 @@ extern ButtonControl flushStaticButton;
 extern std::atomic<double> rangeNm;
 extern std::atomic<double> rangeMetres;
 void setRange(double NAUTICAL_MILES);
+// LATERAL_RANGE as the user set it, kept while AUTO_RANGE overrides it and given back when that goes off.
+extern std::atomic<std::int32_t> manualLateralRange;
 
 std::filesystem::path parametersPath(); // %APPDATA%\Trovalyn_P3D\parameters.xml
 

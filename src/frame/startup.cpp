@@ -11,7 +11,12 @@
 #include "frame/run.h"
 #include "frame/version.h"
 #include "frame/window.h"
+#include "liveries/dbase.h"
+#include "liveries/fixes.h"
 #include "os/registry.h"
+#include "parking/airport_database.h"
+#include "simlink/session.h"
+#include "simlink/user_aircraft.h"
 
 #include <fmt/format.h>
 
@@ -77,6 +82,16 @@ std::int32_t lf_countFiles(const fs::path& FOLDER) {
   return count;
 }
 
+// The aircraft data stay unchanged for the process: a restart does not read them again.
+bool lf_aircraftDataRead = false;
+
+void lf_readAircraftDataOnce() {
+  if (lf_aircraftDataRead) return;
+  readDbase();
+  readFixes();
+  lf_aircraftDataRead = true;
+}
+
 void lf_initialise() {
   lf_makeDataTree();
   loadParameters();
@@ -84,11 +99,13 @@ void lf_initialise() {
   PROGRAM_INSTALL_PATH.value = fs::current_path().string();
   storeText(PROGRAM_INSTALL_PATH);
   updateNowSlot();
+  lf_readAircraftDataOnce();
   display.archiveWeek = parseVersion(ARCHIVE_VERSION.value).major;
   if (SIM_INSTALL_PATH.value.empty()) lf_detectSimulatorInRegistry();
   detectRealTraffic();
   MAX_FIT_FL.value = maxFitHours(MAX_FIT.value);
   showFloat(MAX_FIT_FL);
+  readAirports();
   flushLog();
 }
 
@@ -130,6 +147,29 @@ bool lf_waitFor(Condition CONDITION, std::chrono::milliseconds PERIOD) {
   return !lf_stopWanted();
 }
 
+// The simulator thread, then its first data: the on-ground state every simulator second (the slow beat of the
+// main loop) and a known position of the user.
+bool lf_waitForSimulator() {
+  detectedSimVersion = simulatorVersion(SIM_INSTALL_PATH.value);
+  startRunThread(RunThread::simulator, simThread);
+  if (!lf_waitFor([] { return simRunning.load(); }, 100ms)) return false;
+  requestUserOnGround();
+  const auto positionKnown = [] {
+    const UserAircraft user = readUserAircraft();
+    return !isNullPosition(user.lat, user.lon);
+  };
+  if (!lf_waitFor(
+          [&] {
+            if (userOnGroundKnown && positionKnown()) return true;
+            requestUserPosition();
+            return false;
+          },
+          500ms))
+    return false;
+  requestUserIdentity();
+  return lf_waitFor(positionKnown, 200ms);
+}
+
 // Waits for RealTraffic and its version; only the UDP feed in the Aerowinx mode or with RealTraffic
 // elsewhere.
 void lf_linkRealTraffic() {
@@ -137,6 +177,10 @@ void lf_linkRealTraffic() {
     openServer(PORT_NUMBER.value);
   else
     display.rtLinkUp = true;
+  if (AUTO_RANGE.value) {
+    autoRange();
+    enableControl(LATERAL_RANGE, false);
+  }
   if (lf_stopWanted()) return;
   display.trafficMark = FeedMark::notConnected;
   if (AEROWINX.value) {
@@ -178,7 +222,7 @@ void startRun() {
     setTopmost(ALWAYS_ON_TOP.value);
     display.simConnected = false;
     display.rtLinkUp = false;
-    if (!lf_waitFor([] { return simRunning.load(); }, 100ms)) return;
+    if (!lf_waitForSimulator()) return;
     lf_linkRealTraffic();
     if (lf_stopWanted()) return;
     lf_startReaders();

@@ -4,7 +4,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string_view>
+#include <vector>
 
 namespace ory {
 
@@ -14,6 +16,11 @@ inline constexpr SocketHandle invalidSocket = -1;
 bool startSockets();   // WSAStartup(2.2); true on POSIX
 void stopSockets();    // WSACleanup, once for every startSockets that succeeded
 int lastSocketError(); // the Winsock number of the last failure on this thread
+
+enum class IpFamily { any, v4, v6 };
+
+// Listening on any address of FAMILY (any: IPv6 and IPv4 on one socket); PORT 0 picks a free one (localPort).
+SocketHandle openTcpServer(std::uint16_t PORT, IpFamily FAMILY = IpFamily::v4); // invalid on failure
 
 // The steps of opening a listening TCP socket, so that a failure is told by its step.
 enum class ListenerStep { resolve, socket, blocking, reuseAddress, bind, listen, ready };
@@ -25,10 +32,11 @@ struct ListenerOpening {
 // getaddrinfo(no host, SERVICE, passive IPv4 TCP), blocking mode, SO_REUSEADDR, bind, listen(SOMAXCONN).
 ListenerOpening openListener(std::string_view SERVICE);
 
-SocketHandle openTcpServer(std::uint16_t PORT); // any IPv4 address, listening; invalid on failure
 SocketHandle acceptClient(SocketHandle SERVER); // blocks until a peer connects or SERVER closes
-SocketHandle connectTcp(std::string_view HOST, std::uint16_t PORT); // IPv4 or IPv6, by name or address
-SocketHandle openUdpReceiver(std::uint16_t PORT);                   // bound to any IPv4 address
+// By name or address, trying the addresses of FAMILY in the resolver's order.
+SocketHandle connectTcp(std::string_view HOST, std::uint16_t PORT, IpFamily FAMILY = IpFamily::any);
+std::uint16_t localPort(SocketHandle SOCKET);     // the port a socket is bound to, 0 on failure
+SocketHandle openUdpReceiver(std::uint16_t PORT); // bound to any IPv4 address
 SocketHandle openUdpSender();
 SocketHandle openUdpSocket(); // unbound, for bindSocket
 // Binds to PORT on 127.0.0.1, or on every IPv4 address.
@@ -43,6 +51,9 @@ bool sendDatagram(SocketHandle SOCKET, std::string_view HOST, std::uint16_t PORT
 long receiveSome(SocketHandle SOCKET, void* BUFFER, std::size_t SIZE);
 // 1 when readable, 0 after TIMEOUT_MS, -1 on failure.
 int waitReadable(SocketHandle SOCKET, int TIMEOUT_MS);
+// The indexes of SOCKETS that are readable or closed, waiting up to TIMEOUT_MS for the first; empty after the
+// time or on failure.
+std::vector<std::size_t> readableSockets(std::span<const SocketHandle> SOCKETS, int TIMEOUT_MS);
 
 bool setNoDelay(SocketHandle SOCKET, bool ON); // false on failure
 void setReceiveBufferSize(SocketHandle SOCKET, int BYTES);

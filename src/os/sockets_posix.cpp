@@ -134,21 +134,46 @@ ListenerOpening lf_listenerFailed(ListenerOpening OPENING, ListenerStep STEP) {
   return OPENING;
 }
 
-SocketHandle lf_bound(int TYPE, std::uint16_t PORT) {
-  const int fd = socket(AF_INET, TYPE | SOCK_CLOEXEC, 0);
+SocketHandle lf_bound(int TYPE, std::uint16_t PORT, IpFamily FAMILY) {
+  const bool v6 = FAMILY != IpFamily::v4;
+  const int fd = socket(v6 ? AF_INET6 : AF_INET, TYPE | SOCK_CLOEXEC, 0);
   if (fd < 0) return lf_fail();
   const int yes = 1;
   setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof(yes));
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(PORT);
-  address.sin_addr.s_addr = htonl(INADDR_ANY);
-  if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
+  sockaddr_storage storage{};
+  socklen_t length = 0;
+  if (v6) {
+    const int v6Only = FAMILY == IpFamily::v6 ? 1 : 0;
+    setsockopt(fd, IPPROTO_IPV6, IPV6_V6ONLY, &v6Only, sizeof(v6Only));
+    auto& address = reinterpret_cast<sockaddr_in6&>(storage);
+    address.sin6_family = AF_INET6;
+    address.sin6_port = htons(PORT);
+    address.sin6_addr = in6addr_any;
+    length = sizeof(address);
+  } else {
+    auto& address = reinterpret_cast<sockaddr_in&>(storage);
+    address.sin_family = AF_INET;
+    address.sin_port = htons(PORT);
+    address.sin_addr.s_addr = htonl(INADDR_ANY);
+    length = sizeof(address);
+  }
+  if (bind(fd, reinterpret_cast<sockaddr*>(&storage), length) != 0) {
     const SocketHandle failed = lf_fail();
     close(fd);
     return failed;
   }
   return fd;
+}
+
+int lf_familyHint(IpFamily FAMILY) {
+  switch (FAMILY) {
+  case IpFamily::v4:
+    return AF_INET;
+  case IpFamily::v6:
+    return AF_INET6;
+  default:
+    return AF_UNSPEC;
+  }
 }
 
 } // namespace
@@ -161,10 +186,10 @@ int lastSocketError() {
   return lf_lastError;
 }
 
-SocketHandle openTcpServer(std::uint16_t PORT) {
-  const SocketHandle server = lf_bound(SOCK_STREAM, PORT);
+SocketHandle openTcpServer(std::uint16_t PORT, IpFamily FAMILY) {
+  const SocketHandle server = lf_bound(SOCK_STREAM, PORT, FAMILY);
   if (server == invalidSocket) return server;
-  if (listen(static_cast<int>(server), 1) != 0) {
+  if (listen(static_cast<int>(server), 8) != 0) {
     const SocketHandle failed = lf_fail();
     close(static_cast<int>(server));
     return failed;
@@ -215,9 +240,9 @@ SocketHandle acceptClient(SocketHandle SERVER) {
   return client < 0 ? lf_fail() : client;
 }
 
-SocketHandle connectTcp(std::string_view HOST, std::uint16_t PORT) {
+SocketHandle connectTcp(std::string_view HOST, std::uint16_t PORT, IpFamily FAMILY) {
   addrinfo hints{};
-  hints.ai_family = AF_UNSPEC;
+  hints.ai_family = lf_familyHint(FAMILY);
   hints.ai_socktype = SOCK_STREAM;
   addrinfo* found = nullptr;
   const std::string host(HOST);
@@ -244,8 +269,19 @@ SocketHandle connectTcp(std::string_view HOST, std::uint16_t PORT) {
   return result;
 }
 
+std::uint16_t localPort(SocketHandle SOCKET) {
+  sockaddr_storage storage{};
+  socklen_t length = sizeof(storage);
+  if (getsockname(static_cast<int>(SOCKET), reinterpret_cast<sockaddr*>(&storage), &length) != 0) {
+    lf_fail();
+    return 0;
+  }
+  if (storage.ss_family == AF_INET6) return ntohs(reinterpret_cast<sockaddr_in6&>(storage).sin6_port);
+  return ntohs(reinterpret_cast<sockaddr_in&>(storage).sin_port);
+}
+
 SocketHandle openUdpReceiver(std::uint16_t PORT) {
-  return lf_bound(SOCK_DGRAM, PORT);
+  return lf_bound(SOCK_DGRAM, PORT, IpFamily::v4);
 }
 
 SocketHandle openUdpSender() {
@@ -323,6 +359,22 @@ int waitReadable(SocketHandle SOCKET, int TIMEOUT_MS) {
     return -1;
   }
   return ready > 0 ? 1 : 0;
+}
+
+std::vector<std::size_t> readableSockets(std::span<const SocketHandle> SOCKETS, int TIMEOUT_MS) {
+  std::vector<pollfd> polls;
+  polls.reserve(SOCKETS.size());
+  for (const SocketHandle s : SOCKETS)
+    polls.push_back({static_cast<int>(s), POLLIN, 0});
+  std::vector<std::size_t> ready;
+  const int count = poll(polls.data(), polls.size(), TIMEOUT_MS);
+  if (count < 0) {
+    if (errno != EINTR) lf_fail();
+    return ready;
+  }
+  for (std::size_t i = 0; i < polls.size(); ++i)
+    if (polls[i].revents != 0) ready.push_back(i);
+  return ready;
 }
 
 bool setNoDelay(SocketHandle SOCKET, bool ON) {

@@ -15,20 +15,45 @@ SocketHandle lf_handle(SOCKET RAW) {
   return RAW == INVALID_SOCKET ? invalidSocket : static_cast<SocketHandle>(RAW);
 }
 
-SocketHandle lf_bound(int TYPE, int PROTOCOL, std::uint16_t PORT) {
-  const SOCKET s = socket(AF_INET, TYPE, PROTOCOL);
+SocketHandle lf_bound(int TYPE, int PROTOCOL, std::uint16_t PORT, IpFamily FAMILY) {
+  const bool v6 = FAMILY != IpFamily::v4;
+  const SOCKET s = socket(v6 ? AF_INET6 : AF_INET, TYPE, PROTOCOL);
   if (s == INVALID_SOCKET) return invalidSocket;
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(PORT);
-  address.sin_addr.s_addr = htonl(INADDR_ANY);
-  if (bind(s, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == SOCKET_ERROR) {
+  sockaddr_storage storage{};
+  int length = 0;
+  if (v6) {
+    const DWORD v6Only = FAMILY == IpFamily::v6 ? 1 : 0;
+    setsockopt(s, IPPROTO_IPV6, IPV6_V6ONLY, reinterpret_cast<const char*>(&v6Only), sizeof(v6Only));
+    auto& address = reinterpret_cast<sockaddr_in6&>(storage);
+    address.sin6_family = AF_INET6;
+    address.sin6_port = htons(PORT);
+    address.sin6_addr = in6addr_any;
+    length = sizeof(address);
+  } else {
+    auto& address = reinterpret_cast<sockaddr_in&>(storage);
+    address.sin_family = AF_INET;
+    address.sin_port = htons(PORT);
+    address.sin_addr.s_addr = htonl(INADDR_ANY);
+    length = sizeof(address);
+  }
+  if (bind(s, reinterpret_cast<sockaddr*>(&storage), length) == SOCKET_ERROR) {
     const int error = WSAGetLastError();
     closesocket(s);
     WSASetLastError(error);
     return invalidSocket;
   }
   return lf_handle(s);
+}
+
+int lf_familyHint(IpFamily FAMILY) {
+  switch (FAMILY) {
+  case IpFamily::v4:
+    return AF_INET;
+  case IpFamily::v6:
+    return AF_INET6;
+  default:
+    return AF_UNSPEC;
+  }
 }
 
 } // namespace
@@ -49,10 +74,10 @@ int lastSocketError() {
   return WSAGetLastError();
 }
 
-SocketHandle openTcpServer(std::uint16_t PORT) {
-  const SocketHandle server = lf_bound(SOCK_STREAM, IPPROTO_TCP, PORT);
+SocketHandle openTcpServer(std::uint16_t PORT, IpFamily FAMILY) {
+  const SocketHandle server = lf_bound(SOCK_STREAM, IPPROTO_TCP, PORT, FAMILY);
   if (server == invalidSocket) return server;
-  if (listen(lf_raw(server), 1) == SOCKET_ERROR) {
+  if (listen(lf_raw(server), 8) == SOCKET_ERROR) {
     const int error = WSAGetLastError();
     closesocket(lf_raw(server));
     WSASetLastError(error);
@@ -105,9 +130,9 @@ SocketHandle acceptClient(SocketHandle SERVER) {
   return lf_handle(accept(lf_raw(SERVER), nullptr, nullptr));
 }
 
-SocketHandle connectTcp(std::string_view HOST, std::uint16_t PORT) {
+SocketHandle connectTcp(std::string_view HOST, std::uint16_t PORT, IpFamily FAMILY) {
   addrinfo hints{};
-  hints.ai_family = AF_UNSPEC;
+  hints.ai_family = lf_familyHint(FAMILY);
   hints.ai_socktype = SOCK_STREAM;
   hints.ai_protocol = IPPROTO_TCP;
   addrinfo* found = nullptr;
@@ -130,8 +155,17 @@ SocketHandle connectTcp(std::string_view HOST, std::uint16_t PORT) {
   return result;
 }
 
+std::uint16_t localPort(SocketHandle SOCKET_HANDLE) {
+  sockaddr_storage storage{};
+  int length = sizeof(storage);
+  if (getsockname(lf_raw(SOCKET_HANDLE), reinterpret_cast<sockaddr*>(&storage), &length) == SOCKET_ERROR)
+    return 0;
+  if (storage.ss_family == AF_INET6) return ntohs(reinterpret_cast<sockaddr_in6&>(storage).sin6_port);
+  return ntohs(reinterpret_cast<sockaddr_in&>(storage).sin_port);
+}
+
 SocketHandle openUdpReceiver(std::uint16_t PORT) {
-  return lf_bound(SOCK_DGRAM, IPPROTO_UDP, PORT);
+  return lf_bound(SOCK_DGRAM, IPPROTO_UDP, PORT, IpFamily::v4);
 }
 
 SocketHandle openUdpSender() {
@@ -189,6 +223,18 @@ int waitReadable(SocketHandle SOCKET_HANDLE, int TIMEOUT_MS) {
     return -1;
   }
   return ready > 0 ? 1 : 0;
+}
+
+std::vector<std::size_t> readableSockets(std::span<const SocketHandle> SOCKETS, int TIMEOUT_MS) {
+  std::vector<WSAPOLLFD> polls;
+  polls.reserve(SOCKETS.size());
+  for (const SocketHandle s : SOCKETS)
+    polls.push_back({lf_raw(s), POLLRDNORM, 0});
+  std::vector<std::size_t> ready;
+  if (WSAPoll(polls.data(), static_cast<ULONG>(polls.size()), TIMEOUT_MS) == SOCKET_ERROR) return ready;
+  for (std::size_t i = 0; i < polls.size(); ++i)
+    if (polls[i].revents != 0) ready.push_back(i);
+  return ready;
 }
 
 bool setNoDelay(SocketHandle SOCKET_HANDLE, bool ON) {

@@ -10,6 +10,7 @@
 #include "frame/parameters.h"
 #include "frame/run.h"
 #include "frame/window.h"
+#include "simlink/user_aircraft.h"
 #include "support/process.h"
 #include "support/scratch.h"
 
@@ -167,12 +168,12 @@ TEST_F(FeedPlayTest, theLinkTellsThePositionEverySecondAndWaitsOutALoss) {
   sendSimTime();
   startReaders();
 
-  UserPosition user;
+  UserAircraft user;
   user.lat = 47.3665;
   user.lon = 8.5007;
   user.altitude = 1950;
-  user.groundVelocity = 51;
-  setUserPosition(user);
+  user.groundSpeed = 51;
+  writeUserAircraft(user);
   simRunning = true;
   startRunThread(RunThread::mainLoop, mainLoopThread);
   // The simulator's seconds.
@@ -198,7 +199,8 @@ TEST_F(FeedPlayTest, theLinkTellsThePositionEverySecondAndWaitsOutALoss) {
   EXPECT_LT(written.find("RealTraffic gone? Wait for RealTraffic to re-connect ..."),
             written.find("RealTraffic re-connected"));
   const std::vector<std::string> received = test::fileLines(scratch.path() / "link.txt");
-  const std::string position = positionLine(user).substr(0, positionLine(user).size() - 2);
+  const std::string position =
+      positionLine(userPosition()).substr(0, positionLine(userPosition()).size() - 2);
   std::vector<double> positionTimes;
   int times = 0;
   for (const std::string& entry : received) {

@@ -19,6 +19,8 @@ protected:
   std::filesystem::path folder = scratch.path();
   std::filesystem::path output = scratch.path() / "stdout.txt";
 
+  void SetUp() override { test::installPreparedData(folder); }
+
   void presetInstallPath() {
     test::writeBytes(folder / "AppData/Roaming/Trovalyn_P3D/parameters.xml",
                      "<parameters><parameter name=\"SIM_INSTALL_PATH\" value=\"C:\\P3D v5\" /></parameters>");
@@ -37,6 +39,9 @@ TEST_F(ProgramTest, runsFromItsFolderRefusesASecondInstanceAndEndsOnTheCloseSign
   EXPECT_EQ(second.waitExit(10s), 255) << "-1 from the second instance";
   EXPECT_FALSE(std::filesystem::exists(folder / "Log0.txt")) << "and the log untouched";
 
+  EXPECT_TRUE(logHas(" dbase records from \"input/dbase.xml\" read\n"));
+  EXPECT_TRUE(logHas("\"input/fixes.xml\" read\n"));
+  EXPECT_TRUE(logHas(" airports read from \"airports_p3d.xml\"\n"));
   for (const char* made : {"output/info", "output/errors", "airports/learned/stock", "airports/learned/ORBX",
                            "airports/learned/thirdparty", "input/my_regcodes"})
     EXPECT_TRUE(std::filesystem::is_directory(folder / made)) << made;
@@ -72,6 +77,23 @@ TEST_F(ProgramTest, withoutASimulatorPathOrFoldersItAsksForThePath) {
       },
       10s))
       << readFile(output);
+  program.signal(SIGTERM);
+  EXPECT_EQ(program.waitExit(12s), 0);
+}
+
+TEST_F(ProgramTest, withoutTheAircraftDatabaseItShowsTheErrorAndStaysForTheUser) {
+  presetInstallPath();
+  std::filesystem::remove(folder / "input" / "dbase.xml");
+  ChildProcess program(ORY_PROGRAM, {}, folder, folder, output);
+  ASSERT_TRUE(eventually(
+      [&] {
+        return readFile(output).find(
+                   "error: 60: \"input/dbase.xml\" not read because of File was not found") !=
+               std::string::npos;
+      },
+      10s))
+      << readFile(output);
+  EXPECT_TRUE(program.running());
   program.signal(SIGTERM);
   EXPECT_EQ(program.waitExit(12s), 0);
 }

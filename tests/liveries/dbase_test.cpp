@@ -46,11 +46,13 @@ struct Sections {
   std::string buzjet = lf_models({"C56X", "GLEX"});
   std::string rotorcraft = lf_models({"EC35", "MI26"});
   std::string airlines = lf_airlines({"KLM", "DAL", "FDX", "TRA"});
-  std::string extra; // appended inside the document
+  std::string extra; // optional sections, before the required ones as dataprep writes them
 };
 
 void lf_writeDbase(const Sections& S) {
-  test::writeBytes("input/dbase.xml", fmt::format(R"(<?xml version="1.0"?>
+  test::writeBytes("input/dbase.xml",
+                   fmt::format(R"(<?xml version="1.0"?>
+{}
 <aircrafts><aircraft types="{}"/></aircrafts>
 <high_performance><hpf types="{}"/></high_performance>
 <heavy><hvy types="{}"/></heavy>
@@ -59,11 +61,9 @@ void lf_writeDbase(const Sections& S) {
 <rotorcraft><rot types="{}"/></rotorcraft>
 <cargo_types><cargo_type types="{}"/></cargo_types>
 <ICAO_airlines><ICAO codes="{}"/><ICAO codes="{}"/></ICAO_airlines>
-<cargo_operators><ICAO codes="{}"/></cargo_operators>
-{})",
-                                                  S.types, S.highPerf, S.heavy, S.large, S.buzjet,
-                                                  S.rotorcraft, lf_models({"B744"}), S.airlines,
-                                                  lf_airlines({"CLX"}), lf_airlines({"FDX"}), S.extra));
+<cargo_operators><ICAO codes="{}"/></cargo_operators>)",
+                               S.extra, S.types, S.highPerf, S.heavy, S.large, S.buzjet, S.rotorcraft,
+                               lf_models({"B744"}), S.airlines, lf_airlines({"CLX"}), lf_airlines({"FDX"})));
 }
 
 class DbaseTest : public test::InScratchFolder {
@@ -241,6 +241,23 @@ TEST_F(DbaseTest, brokenFilesStopTheReadWithTheirMessage) {
 
   lf_writeDbase({.extra = R"(<publishers><pub names="Fly(Tampa"/></publishers>)"});
   EXPECT_TRUE(lf_failure<SysErrorException>().starts_with("sys error 299: exception "));
+}
+
+// With the required sections last, a file cut off anywhere is refused as a whole or read in full.
+TEST_F(DbaseTest, aFileCutOffAtAnyMarkIsRefusedOrReadInFull) {
+  lf_writeDbase({.extra = lf_fullExtra});
+  const std::string whole = test::readFile("input/dbase.xml");
+  for (std::size_t length = 0; length < whole.size(); ++length) {
+    if (std::string_view("<>\",\n").find(whole[length]) == std::string_view::npos)
+      continue; // cut at structure
+    test::writeBytes("input/dbase.xml", std::string_view(whole).substr(0, length));
+    try {
+      ASSERT_TRUE(readDbase());
+      ASSERT_EQ(dbaseRecords.size(), 4u) << length;
+    } catch (const UserErrorException& e) {
+      ASSERT_TRUE(e.number == 60 || e.number == 61) << length << ": " << e.what();
+    }
+  }
 }
 
 TEST_F(DbaseTest, aPlainThreeLetterAirlineIsTakenWithAWarning) {

@@ -73,5 +73,24 @@ TEST_F(AirportDatabaseTest, aMissingFileIsLoggedAndABrokenOneStopsTheStart) {
   EXPECT_NE(test::readFile("Log.txt").find("airports_p3d.xml not found\n"), std::string::npos);
 }
 
+TEST_F(AirportDatabaseTest, aFileCutOffAnywhereIsRefusedOrReadInFull) {
+  const std::string whole = R"(<?xml version="1.0"?>
+<airports>
+  <airport code="EHAM" iata="AMS" lat="52.308601" lon="4.76389" alt="-11"/>
+  <airport code="00AA" lat="38.704022" lon="-101.473911" alt="3435"/>
+</airports>
+)";
+  for (std::size_t length = 0; length < whole.size(); ++length) {
+    clearAirports();
+    test::writeBytes("airports_p3d.xml", std::string_view(whole).substr(0, length));
+    try {
+      EXPECT_EQ(readAirports(), length > 0) << length; // an empty file is an empty document
+      EXPECT_EQ(airports.size(), length > 0 ? 2u : 0u) << length;
+    } catch (const UserErrorException& e) {
+      EXPECT_EQ(e.number, 99) << length;
+    }
+  }
+}
+
 } // namespace
 } // namespace ory

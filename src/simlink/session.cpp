@@ -1,0 +1,560 @@
+#include "simlink/session.h"
+
+#include "frame/exceptions.h"
+#include "frame/log.h"
+#include "frame/parameters.h"
+#include "frame/run.h"
+#include "frame/startup.h"
+#include "frame/version.h"
+#include "frame/window.h"
+#include "os/timer.h"
+#include "simlink/ai_objects.h"
+#include "simlink/batches.h"
+#include "simlink/simconnect/wire.h"
+#include "simlink/user_aircraft.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <span>
+#include <string_view>
+#include <thread>
+
+namespace ory {
+
+std::atomic<bool> linkFailed{false};
+std::atomic<float> frameRate{0.0f};
+std::atomic<std::int32_t> requestErrors{0};
+std::atomic<std::int32_t> detectedSimVersion{5};
+std::vector<std::uint32_t> addedObjectIds;
+std::vector<PendingCreate> pendingCreates;
+SimConnectHandle simHandle = nullptr;
+
+namespace {
+
+using namespace std::chrono_literals;
+
+struct Datum {
+  std::string_view name;
+  std::string_view unit;
+  SIMCONNECT_DATATYPE type;
+};
+
+struct Definition {
+  std::uint32_t id;
+  std::span<const Datum> datums;
+};
+
+constexpr auto lf_f64 = SIMCONNECT_DATATYPE_FLOAT64;
+constexpr auto lf_i64 = SIMCONNECT_DATATYPE_INT64;
+
+constexpr std::array<Datum, 3> lf_spoilersThrottle = {{
+    {"SPOILERS HANDLE POSITION", "percent", lf_f64},
+    {"GENERAL ENG THROTTLE LEVER POSITION:1", "percent", lf_f64},
+    {"GENERAL ENG THROTTLE LEVER POSITION:2", "percent", lf_f64},
+}};
+constexpr std::array<Datum, 8> lf_position = {{
+    {"Plane Latitude", "degree", lf_f64},
+    {"Plane Longitude", "degree", lf_f64},
+    {"Plane Pitch degrees", "radians", lf_f64},
+    {"Plane Bank degrees", "radians", lf_f64},
+    {"Plane Heading degrees true", "radians", lf_f64},
+    {"Plane Altitude", "feet", lf_f64},
+    {"Vertical Speed", "feet per second", lf_f64},
+    {"Airspeed True", "knots", lf_f64},
+}};
+constexpr std::array<Datum, 12> lf_user = {{
+    {"Plane Latitude", "degree", lf_f64},
+    {"Plane Longitude", "degree", lf_f64},
+    {"Plane Pitch degrees", "radians", lf_f64},
+    {"Plane Bank degrees", "radians", lf_f64},
+    {"Plane Heading degrees true", "radians", lf_f64},
+    {"Plane Altitude", "feet", lf_f64},
+    {"Plane Alt Above Ground", "feet", lf_f64},
+    {"Ground Velocity", "knots", lf_f64},
+    {"ZULU TIME", "Seconds", lf_i64},
+    {"ZULU DAY OF YEAR", "Number", lf_i64},
+    {"ZULU YEAR", "Number", lf_i64},
+    {"LIGHT STATES", "Mask", lf_i64},
+}};
+constexpr std::array<Datum, 4> lf_inRange = {{
+    {"Plane Alt Above Ground", "feet", lf_f64},
+    {"Ground Altitude", "feet", lf_f64},
+    {"SIM ON GROUND", "Bool", lf_i64},
+    {"ATC ID", "", SIMCONNECT_DATATYPE_STRING32},
+}};
+constexpr std::array<Datum, 2> lf_static = {{
+    {"Static CG to Ground", "feet", lf_f64},
+    {"Static Pitch", "radians", lf_f64},
+}};
+constexpr std::array<Datum, 1> lf_lights = {{{"Light On States", "Mask", lf_i64}}};
+constexpr std::array<Datum, 1> lf_userTitle = {{{"TITLE", "", SIMCONNECT_DATATYPE_STRINGV}}};
+constexpr std::array<Datum, 1> lf_userModel = {{{"ATC MODEL", "", SIMCONNECT_DATATYPE_STRING32}}};
+constexpr std::array<Datum, 1> lf_userOnGround = {{{"SIM ON GROUND", "Bool", lf_i64}}};
+
+constexpr std::array<Definition, 9> lf_definitions = {{
+    {definitionIdSpoilersThrottle, lf_spoilersThrottle},
+    {definitionIdPosition, lf_position},
+    {definitionIdUser, lf_user},
+    {definitionIdInRange, lf_inRange},
+    {definitionIdStatic, lf_static},
+    {definitionIdLights, lf_lights},
+    {definitionIdUserTitle, lf_userTitle},
+    {definitionIdUserModel, lf_userModel},
+    {definitionIdUserOnGround, lf_userOnGround},
+}};
+
+struct SystemEvent {
+  std::uint32_t id;
+  std::string_view name;
+};
+constexpr std::array<SystemEvent, 6> lf_systemEvents = {{
+    {eventIdSim, "Sim"},
+    {eventIdObjectAdded, "ObjectAdded"},
+    {eventIdObjectRemoved, "ObjectRemoved"},
+    {eventIdPositionChanged, "PositionChanged"},
+    {eventIdFlightLoaded, "FlightLoaded"},
+    {eventIdFrame, "Frame"},
+}};
+
+constexpr std::array<SystemEvent, 17> lf_clientEvents = {{
+    {eventIdBeaconLights, "BEACON_LIGHTS_SET"},
+    {eventIdNavLights, "NAV_LIGHTS_SET"},
+    {eventIdTaxiLights, "TAXI_LIGHTS_SET"},
+    {eventIdStrobes, "STROBES_SET"},
+    {eventIdLandingLights, "LANDING_LIGHTS_SET"},
+    {eventIdCabinLights, "CABIN_LIGHTS_SET"},
+    {eventIdLogoLights, "LOGO_LIGHTS_SET"},
+    {eventIdAllLightsToggle, "ALL_LIGHTS_TOGGLE"},
+    {eventIdFreezeLatLon, "FREEZE_LATITUDE_LONGITUDE_SET"},
+    {eventIdFreezeAltitude, "FREEZE_ALTITUDE_SET"},
+    {eventIdFreezeAttitude, "FREEZE_ATTITUDE_SET"},
+    {eventIdFlaps, "FLAPS_SET"},
+    {eventIdSpoilers, "SPOILERS_SET"},
+    {eventIdGear, "GEAR_SET"},
+    {eventIdEngineStart, "ENGINE_AUTO_START"},
+    {eventIdEngineStop, "ENGINE_AUTO_SHUTDOWN"},
+    {eventIdThrottle, "THROTTLE_SET"},
+}};
+
+// The group's members in the order they are added; the engine start stays outside.
+constexpr std::array<std::uint32_t, 16> lf_groupMembers = {
+    eventIdNavLights, eventIdBeaconLights, eventIdLandingLights,  eventIdTaxiLights,
+    eventIdStrobes,   eventIdLogoLights,   eventIdCabinLights,    eventIdAllLightsToggle,
+    eventIdFlaps,     eventIdSpoilers,     eventIdGear,           eventIdEngineStop,
+    eventIdThrottle,  eventIdFreezeLatLon, eventIdFreezeAltitude, eventIdFreezeAttitude};
+
+constexpr std::array<std::uint32_t, 9> lf_clearOrder = {
+    definitionIdUserTitle, definitionIdUserModel, definitionIdUserOnGround,
+    definitionIdPosition,  definitionIdUser,      definitionIdSpoilersThrottle,
+    definitionIdInRange,   definitionIdStatic,    definitionIdLights};
+
+constexpr double lf_maxAboveGroundInRange = 2500; // feet; higher aircraft need no touch-down or altitude fix
+
+std::uint32_t lf_frameCount = 0;
+bool lf_quitReceived = false;
+
+bool lf_stopWanted(const std::stop_token& STOP) {
+  return STOP.stop_requested() || exiting || userClosed;
+}
+
+void lf_sleepUnlessStopped(const std::stop_token& STOP, std::chrono::milliseconds TIME) {
+  for (auto left = TIME; left.count() > 0 && !lf_stopWanted(STOP); left -= 100ms)
+    std::this_thread::sleep_for(std::min<std::chrono::milliseconds>(left, 100ms));
+}
+
+void lf_setHandle(SimConnectHandle HANDLE) {
+  std::lock_guard lock(batchLock);
+  simHandle = HANDLE;
+}
+
+// ------------------------------------------------------------------------------------------------------------
+// The open record
+
+// Letters, digits and blanks of the application name: "Lockheed Martin® Prepar3D® v5" gives
+// "Lockheed Martin Prepar3D v5".
+std::string lf_simulatorName(const SIMCONNECT_RECV_OPEN& OPEN) {
+  std::string name;
+  for (std::size_t i = 0; i < sizeof(OPEN.szApplicationName) && OPEN.szApplicationName[i] != '\0'; ++i) {
+    const char c = OPEN.szApplicationName[i];
+    if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == ' ') name += c;
+  }
+  return name;
+}
+
+void lf_checkVersion(const SIMCONNECT_RECV_OPEN& OPEN) {
+  const std::string name = lf_simulatorName(OPEN);
+  if (name.empty()) logLine("! Simulator name empty?");
+  if (name == "KittyHawk")
+    throw UserErrorException(78, fmt::format("{}, (MSFS 2020?) not being P3D connects ... ?", name));
+  const std::string text =
+      fmt::format("{} ({}.{}.{}.{})", name, OPEN.dwApplicationVersionMajor, OPEN.dwApplicationVersionMinor,
+                  OPEN.dwApplicationBuildMajor, OPEN.dwApplicationBuildMinor);
+  logLine(fmt::format("{} connected ", text));
+  {
+    std::lock_guard lock(windowTextLock);
+    display.simText = text;
+  }
+  display.simConnected = true;
+  repaintWindow();
+  const std::int32_t detected = detectedSimVersion;
+  const bool v5 = name.find("v5") != std::string::npos && detected == 5;
+  const bool v6 = name.find("v6") != std::string::npos && detected == 6;
+  if (v5 || v6) return;
+  enableControl(P3D_VERSION, true);
+  throw UserErrorException(78, fmt::format("wrong P3D version \"{}\" connects ... ?", name));
+}
+
+// ------------------------------------------------------------------------------------------------------------
+// Exceptions
+
+void lf_onCreateFailed(std::uint32_t SEND_ID) {
+  for (auto it = pendingCreates.begin(); it != pendingCreates.end(); ++it) {
+    if (it->packetId != SEND_ID) continue;
+    const std::uint32_t hexid = it->hexid;
+    pendingCreates.erase(it);
+    pushSimCommand({0, hexid, 0, commandNotCreated, 0, 0});
+    return;
+  }
+}
+
+void lf_onException(const SIMCONNECT_RECV_EXCEPTION& EXCEPTION) {
+  switch (EXCEPTION.dwException) {
+  case SIMCONNECT_EXCEPTION_UNRECOGNIZED_ID: {
+    const UserAircraft user = readUserAircraft();
+    if (!isNullPosition(user.lat, user.lon)) logLine("SIMCONNECT_EXCEPTION_UNRECOGNIZED_ID");
+    return;
+  }
+  case SIMCONNECT_EXCEPTION_VERSION_MISMATCH:
+    throw UserErrorException(95, fmt::format("Simconnect Version Mismatch, dwindex: {} ", EXCEPTION.dwIndex));
+  case SIMCONNECT_EXCEPTION_TOO_MANY_OBJECTS:
+    logLine("SimConnect: too many objects (max 1000)");
+    return;
+  case SIMCONNECT_EXCEPTION_INVALID_DATA_SIZE:
+    logLine("SIMCON EXCEP 19");
+    return;
+  case SIMCONNECT_EXCEPTION_CREATE_OBJECT_FAILED:
+    lf_onCreateFailed(EXCEPTION.dwSendID);
+    return;
+  case SIMCONNECT_EXCEPTION_LOAD_FLIGHTPLAN_FAILED:
+    logLine("Simconnect Exception: load flight plan failed");
+    return;
+  case SIMCONNECT_EXCEPTION_OPERATION_INVALID_FOR_OBJECT_TYPE:
+    logLine("SIMCON EXCEP 24");
+    return;
+  default:
+    logLine(fmt::format("SIMCON EXCEP {}", EXCEPTION.dwException));
+    return;
+  }
+}
+
+// ------------------------------------------------------------------------------------------------------------
+// Events
+
+void lf_scheduleRestart(std::string_view TEXT) {
+  logLine(TEXT);
+  requestExit(ExitReason::restart, 30);
+}
+
+void lf_onEvent(const SIMCONNECT_RECV_EVENT& EVENT) {
+  switch (EVENT.uEventID) {
+  case eventIdSim:
+    simRunning = EVENT.dwData == 1;
+    repaintWindow();
+    return;
+  case eventIdPositionChanged:
+    lf_scheduleRestart("User ac position changed");
+    return;
+  case eventIdFlightLoaded:
+    logLine("Flight loaded");
+    userStateReset();
+    requestExit(ExitReason::restart, 30);
+    return;
+  default:
+    return;
+  }
+}
+
+void lf_onAddRemove(const SIMCONNECT_RECV_EVENT_OBJECT_ADDREMOVE& EVENT) {
+  if (EVENT.eObjType != SIMCONNECT_SIMOBJECT_TYPE_AIRCRAFT) return;
+  if (EVENT.uEventID == eventIdObjectAdded && EVENT.dwData > userObjectId)
+    addedObjectIds.push_back(EVENT.dwData);
+  else if (EVENT.uEventID == eventIdObjectRemoved)
+    pushSimCommand({EVENT.dwData, 0, 0, commandRemoved, 0, 0});
+}
+
+void lf_onFileName() {
+  logLine("New file loaded");
+  userStateReset();
+  requestExit(ExitReason::restart, 30);
+}
+
+void lf_onFrame(const SIMCONNECT_RECV_EVENT_FRAME& FRAME) {
+  sendBatches();
+  if (++lf_frameCount % 30 == 0) frameRate = FRAME.fFrameRate;
+}
+
+// ------------------------------------------------------------------------------------------------------------
+// Object data
+
+bool lf_dataLongEnough(const SIMCONNECT_RECV_SIMOBJECT_DATA& DATA, std::uint32_t BYTES) {
+  if (simObjectDataSize(&DATA) >= BYTES) return true;
+  logLine(fmt::format("! SimConnect data of request {} has {} bytes, {} expected", DATA.dwRequestID,
+                      simObjectDataSize(&DATA), BYTES));
+  return false;
+}
+
+void lf_onStaticData(const SIMCONNECT_RECV_SIMOBJECT_DATA& DATA) {
+  if (!lf_dataLongEnough(DATA, 16)) return;
+  const ByteReader block{simObjectData(&DATA), simObjectDataSize(&DATA)};
+  pushSimCommand({DATA.dwObjectID, 0, 0, commandGeometry, block.f64(0), block.f64(8)});
+}
+
+void lf_onObjectData(const SIMCONNECT_RECV_SIMOBJECT_DATA& DATA) {
+  switch (DATA.dwRequestID) {
+  case requestIdStaticData:
+    lf_onStaticData(DATA);
+    return;
+  case requestIdUserTitle:
+    onUserTitle(&DATA);
+    return;
+  case requestIdUserModel:
+    onUserModel(&DATA);
+    return;
+  case requestIdUserOnGround:
+    onUserOnGround(&DATA);
+    return;
+  case requestIdUserPosition:
+    onUserPosition(&DATA);
+    return;
+  default:
+    return;
+  }
+}
+
+// A new object is ours when its "ATC ID" is the tail number of a create we sent; the first match counts.
+void lf_identifyNewObject(std::uint32_t OBJECT_ID, const std::string& ATC_ID, double ABOVE_GROUND) {
+  for (auto it = pendingCreates.begin(); it != pendingCreates.end(); ++it) {
+    if (it->callsign != ATC_ID) continue;
+    const std::uint32_t hexid = it->hexid;
+    pendingCreates.erase(it);
+    freezeObject(OBJECT_ID);
+    if (hexid <= 10000)
+      pushSimCommand({OBJECT_ID, hexid, 0, commandParkedAdded, 0, 0});
+    else
+      pushSimCommand({OBJECT_ID, hexid, 0, commandLiveAdded, 0, ABOVE_GROUND});
+    return;
+  }
+  logLine(fmt::format("just created, but not by {}, oid: {}, callsign \"{}\" unknown", "Trovalyn", OBJECT_ID,
+                      ATC_ID));
+}
+
+void lf_onInRange(const SIMCONNECT_RECV_SIMOBJECT_DATA& DATA) {
+  if (DATA.dwRequestID != requestIdInRange || DATA.dwObjectID <= userObjectId) return;
+  if (!lf_dataLongEnough(DATA, 56)) return;
+  const ByteReader block{simObjectData(&DATA), simObjectDataSize(&DATA)};
+  const double aboveGround = block.f64(0);
+  const double groundAltitude = block.f64(8);
+  const auto onGround = static_cast<std::uint32_t>(block.i64(16) != 0);
+  const std::string atcId = block.text(24, 32);
+  const auto added = std::find(addedObjectIds.begin(), addedObjectIds.end(), DATA.dwObjectID);
+  if (added != addedObjectIds.end()) {
+    addedObjectIds.erase(added);
+    lf_identifyNewObject(DATA.dwObjectID, atcId, aboveGround);
+    return;
+  }
+  if (aboveGround > lf_maxAboveGroundInRange || (!atcId.empty() && atcId.back() == '*')) return;
+  pushSimCommand({DATA.dwObjectID, onGround, 0, commandInRange, groundAltitude, aboveGround});
+}
+
+// ------------------------------------------------------------------------------------------------------------
+// The session
+
+void lf_endSession() {
+  SimConnectHandle handle = simHandle;
+  lf_setHandle(nullptr);
+  display.simConnected = false;
+  repaintWindow();
+  for (const std::uint32_t definition : lf_clearOrder)
+    SimConnect_ClearDataDefinition(handle, definition);
+  for (const SystemEvent& event : lf_systemEvents)
+    SimConnect_UnsubscribeFromSystemEvent(handle, event.id);
+  if (SimConnect_Close(handle) != simOk) logLine("SimConnect close failed!");
+}
+
+void lf_announceWaiting() {
+  showMessage(fmt::format("Waiting for Prepar3Dv{} ...", detectedSimVersion.load()), true);
+  repaintWindow();
+}
+
+void lf_dispatchLoop(const std::stop_token& STOP) {
+  const TimerPeriod millisecondSleeps;
+  while (!STOP.stop_requested()) {
+    SimConnect_CallDispatch(simHandle, simDispatch, nullptr);
+    if (lf_quitReceived) return;
+    std::this_thread::sleep_for(1ms);
+  }
+}
+
+// One connected session: false when it ended by the simulator or an error, and the program stops.
+bool lf_runSession(const std::stop_token& STOP) {
+  lf_quitReceived = false;
+  lf_frameCount = 0;
+  declareSimObjects();
+  try {
+    lf_dispatchLoop(STOP);
+    if (!lf_quitReceived) return true;
+  } catch (const UserErrorException& e) {
+    showError(e.what());
+    if (std::string_view(e.what()).starts_with("791")) std::this_thread::sleep_for(1s);
+  } catch (const std::exception& e) {
+    showError(fmt::format("Exception in {}", e.what()));
+  }
+  simRunning = false;
+  closeSession();
+  return false;
+}
+
+} // namespace
+
+void declareSimObjects() {
+  for (const SystemEvent& event : lf_systemEvents)
+    SimConnect_SubscribeToSystemEvent(simHandle, event.id, event.name);
+  for (const Definition& definition : lf_definitions)
+    for (const Datum& datum : definition.datums)
+      SimConnect_AddToDataDefinition(simHandle, definition.id, datum.name, datum.unit, datum.type);
+  for (const SystemEvent& event : lf_clientEvents)
+    SimConnect_MapClientEventToSimEvent(simHandle, event.id, event.name);
+  for (const std::uint32_t member : lf_groupMembers)
+    SimConnect_AddClientEventToNotificationGroup(simHandle, groupIdAi, member, true);
+  SimConnect_SetNotificationGroupPriority(simHandle, groupIdAi, SIMCONNECT_GROUP_PRIORITY_HIGHEST);
+}
+
+void closeSession() {
+  lf_endSession();
+  if (exiting) return;
+  logLine(fmt::format("{} Flight Simulator no longer connected, {} will stop ...", timeOfDay(), programName));
+  requestExit(ExitReason::simWasClosed, 0);
+}
+
+void reportRequestError() {
+  const std::int32_t count = ++requestErrors;
+  if (count < 3) return;
+  showMessage(fmt::format("SimConnect request error {}, see Log.txt", count), true);
+  linkFailed = true;
+  requestExit(ExitReason::restart, 10);
+}
+
+void sendBatches() {
+  std::unique_lock lock(batchLock, std::try_to_lock);
+  if (!lock.owns_lock()) return;
+  if (linkFailed) {
+    positionBatch.simulatorHalf.clear();
+    eventBatch.clear();
+    createBatch.clear();
+    removeBatch.clear();
+    return;
+  }
+  const std::uint32_t user = userObjectId;
+  for (const ObjectPosition& position : positionBatch.simulatorHalf)
+    if (position.objectId > user)
+      SimConnect_SetDataOnSimObject(simHandle, definitionIdPosition, position.objectId, 0, 0, 64, &position);
+  positionBatch.simulatorHalf.clear();
+  for (const ObjectEvent& event : eventBatch) {
+    // The simulator hands an object back to its AI on a flaps event; it is released around it.
+    const bool flaps = event.eventId == eventIdFlaps;
+    if (flaps) SimConnect_AIReleaseControl(simHandle, event.objectId, requestIdRelease);
+    if (SimConnect_TransmitClientEvent(simHandle, event.objectId, event.eventId, event.data, groupIdAi, 0) !=
+        simOk)
+      logLine(fmt::format("SimConnect TransmitClientEvent: {} fails", event.eventId));
+    else if (flaps)
+      SimConnect_AIReleaseControl(simHandle, event.objectId, requestIdRelease);
+  }
+  eventBatch.clear();
+  for (const CreateRequest& request : createBatch)
+    createObject(request);
+  createBatch.clear();
+  for (const std::uint32_t objectId : removeBatch)
+    removeObject(objectId);
+  removeBatch.clear();
+}
+
+void simDispatch(const SIMCONNECT_RECV* DATA, std::uint32_t, void*) {
+  if (!DATA) return;
+  switch (DATA->dwID) {
+  case SIMCONNECT_RECV_ID_NULL:
+    return;
+  case SIMCONNECT_RECV_ID_EXCEPTION:
+    lf_onException(*static_cast<const SIMCONNECT_RECV_EXCEPTION*>(DATA));
+    return;
+  case SIMCONNECT_RECV_ID_OPEN:
+    lf_checkVersion(*static_cast<const SIMCONNECT_RECV_OPEN*>(DATA));
+    return;
+  case SIMCONNECT_RECV_ID_QUIT:
+    simRunning = false;
+    lf_quitReceived = true;
+    return;
+  case SIMCONNECT_RECV_ID_EVENT:
+    lf_onEvent(*static_cast<const SIMCONNECT_RECV_EVENT*>(DATA));
+    return;
+  case SIMCONNECT_RECV_ID_EVENT_OBJECT_ADDREMOVE:
+    lf_onAddRemove(*static_cast<const SIMCONNECT_RECV_EVENT_OBJECT_ADDREMOVE*>(DATA));
+    return;
+  case SIMCONNECT_RECV_ID_EVENT_FILENAME:
+    lf_onFileName();
+    return;
+  case SIMCONNECT_RECV_ID_EVENT_FRAME:
+    lf_onFrame(*static_cast<const SIMCONNECT_RECV_EVENT_FRAME*>(DATA));
+    return;
+  case SIMCONNECT_RECV_ID_SIMOBJECT_DATA:
+    lf_onObjectData(*static_cast<const SIMCONNECT_RECV_SIMOBJECT_DATA*>(DATA));
+    return;
+  case SIMCONNECT_RECV_ID_SIMOBJECT_DATA_BYTYPE:
+    lf_onInRange(*static_cast<const SIMCONNECT_RECV_SIMOBJECT_DATA*>(DATA));
+    return;
+  case SIMCONNECT_RECV_ID_ASSIGNED_OBJECT_ID:
+  case SIMCONNECT_RECV_ID_CLIENT_DATA:
+    return;
+  default:
+    logLine(fmt::format("! Unknown Dispatch dwID {}", DATA->dwID));
+    return;
+  }
+}
+
+void simThread(std::stop_token STOP) {
+  ThreadCounter counted;
+  try {
+    lf_announceWaiting();
+    while (!lf_stopWanted(STOP)) {
+      SimConnectHandle handle = nullptr;
+      if (SimConnect_Open(&handle, programName, nullptr, 0, nullptr, 0) != simOk) {
+        lf_sleepUnlessStopped(STOP, 1000ms);
+        continue;
+      }
+      lf_setHandle(handle);
+      if (lf_runSession(STOP)) {
+        lf_endSession();
+        continue;
+      }
+      // Closed: the program stops, and this thread waits for its stop.
+      while (!lf_stopWanted(STOP))
+        std::this_thread::sleep_for(100ms);
+    }
+    userStateReset();
+  } catch (...) {
+    reportException("simThread");
+  }
+}
+
+void resetSimLink() {
+  linkFailed = false;
+  requestErrors = 0;
+  addedObjectIds.clear();
+  pendingCreates.clear();
+  lf_frameCount = 0;
+  resetBatches();
+}
+
+} // namespace ory
