@@ -236,6 +236,10 @@ void sendUserPosition(const UserPosition& USER) {
 }
 
 void sendSimTime() {
+  const UserAircraft user = readUserAircraft();
+  if (user.zuluYear >= 1970)
+    simEpochSeconds = simEpochSecondsOf(static_cast<std::int32_t>(user.zuluYear),
+                                        static_cast<std::int32_t>(user.zuluDayOfYear), user.zuluTime);
   const std::int64_t seconds = simEpochSeconds;
   if (seconds < 1 || !rtConnected) return;
   sendDataPacket(fmt::format("Qs123={}\r\n", seconds * 1000));

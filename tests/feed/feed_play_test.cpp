@@ -161,19 +161,20 @@ TEST_F(FeedPlayTest, theLinkTellsThePositionEverySecondAndWaitsOutALoss) {
       FEEDPLAY_PATH,
       {"play", "--capture", "link.cap", "--port", std::to_string(port), "--record", "link.txt"},
       scratch.path(), scratch.path(), scratch.path() / "player.txt");
-  simEpochSeconds = 1558732719;
-  handshake();
-  ASSERT_TRUE(rtConnected);
-  EXPECT_TRUE(rtProfessional) << "feedplay answers level 2";
-  sendSimTime();
-  startReaders();
-
   UserAircraft user;
   user.lat = 47.3665;
   user.lon = 8.5007;
   user.altitude = 1950;
   user.groundSpeed = 51;
+  user.zuluYear = 2019;
+  user.zuluDayOfYear = 144;
+  user.zuluTime = 76719; // 24 May 2019 21:18:39 UTC
   writeUserAircraft(user);
+  handshake();
+  ASSERT_TRUE(rtConnected);
+  EXPECT_TRUE(rtProfessional) << "feedplay answers level 2";
+  sendSimTime();
+  startReaders();
   simRunning = true;
   startRunThread(RunThread::mainLoop, mainLoopThread);
   // The simulator's seconds.
