@@ -3,7 +3,7 @@ JOBS ?= $(shell nproc)
 NATIVE := build/native
 WINDOWS := build/windows
 
-.PHONY: all setup test native windows tsan asan bench smoke clean format
+.PHONY: all setup test native windows tsan asan fuzz bench smoke clean format
 
 all: native
 
@@ -33,6 +33,20 @@ asan: setup
 	@cmake -S . -B build/asan -DCMAKE_BUILD_TYPE=Debug -DORY_SANITIZE=address >/dev/null
 	@cmake --build build/asan -j $(JOBS)
 	@cd build/asan && ctest --output-on-failure -j $(JOBS)
+
+# Each libFuzzer target (clang) runs FUZZ_SECONDS on its corpus folder; new inputs stay in build/fuzz/corpus.
+FUZZ_SECONDS ?= 60
+REAL_DATA ?= $(firstword $(wildcard ../shared/data/real ../../shared/data/real /work/shared/data/real))
+fuzz: setup
+	@CXX=clang++ CC=clang cmake -S . -B build/fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORY_SANITIZE=fuzzer >/dev/null
+	@cmake --build build/fuzz -j $(JOBS) --target feed_line_fuzz bgl_fuzz airport_file_fuzz
+	@mkdir -p build/fuzz/corpus/feed build/fuzz/corpus/bgl build/fuzz/corpus/airport_file
+	@build/fuzz/tests/feed/feed_line_fuzz -max_total_time=$(FUZZ_SECONDS) build/fuzz/corpus/feed tests/feed/corpus
+	@cp -n $(REAL_DATA)/bgl/*.[bB][gG][lL] build/fuzz/corpus/bgl/ 2>/dev/null || true
+	@build/fuzz/tests/scenery/bgl_fuzz -max_total_time=$(FUZZ_SECONDS) build/fuzz/corpus/bgl
+	@cp -n tests/parking/airport_file_seed.xml build/fuzz/corpus/airport_file/
+	@build/fuzz/tests/parking/airport_file_fuzz -max_total_time=$(FUZZ_SECONDS) -dict=tests/parking/airport_file.dict \
+	  build/fuzz/corpus/airport_file
 
 # Benchmarks need an optimised build of their own.
 bench: setup

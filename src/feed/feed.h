@@ -16,7 +16,7 @@ extern QnhReader qnhReader;         // UDP 49004
 void resetFeed();
 // The user's position for the traffic reader's range test, degrees.
 void setReaderUserPosition(double LAT, double LON);
-// The park airport for the ground rules of the traffic reader; clearParkAirport when there is none.
+// The park airport for the ground rules of the traffic reader; clearReaderParkAirport when there is none.
 void setReaderParkAirport(double LAT, double LON, double ELEVATION_FT);
 void clearReaderParkAirport();
 // Stops both readers: stop flags and closed sockets.

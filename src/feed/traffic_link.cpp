@@ -35,6 +35,9 @@ constexpr std::size_t lf_receiveLimit = 8192;
 std::atomic<SocketHandle> lf_listenSocket{invalidSocket};
 std::atomic<SocketHandle> lf_clientSocket{invalidSocket};
 std::atomic<bool> lf_socketsStarted{false};
+// Held for every call on the two sockets except the waits for readability, so that the exit, which closes
+// them from its own thread, never closes one under a running call.
+std::mutex lf_linkLock;
 std::array<char, 16384 + 1> lf_receiveBuffer{}; // one more for the end mark
 std::mutex lf_stateLock;                        // the lost-traffic action and the user's position
 std::function<void()> lf_trafficLostAction;
@@ -43,6 +46,7 @@ std::string lf_errorText() {
   return socketErrorText(lastSocketError());
 }
 
+// Under lf_linkLock.
 void lf_closeSockets() {
   closeSocket(lf_clientSocket.exchange(invalidSocket));
   closeSocket(lf_listenSocket.exchange(invalidSocket));
@@ -50,8 +54,21 @@ void lf_closeSockets() {
 }
 
 [[noreturn]] void lf_serverFailed(int NUMBER, const std::string& TEXT) {
+  std::lock_guard lock(lf_linkLock);
   lf_closeSockets();
   throw SysErrorException(NUMBER, TEXT);
+}
+
+// Waits until the socket is readable; false once the exit has closed it. Short rounds, and the socket read
+// anew in each, since the exit closes it from its own thread.
+bool lf_waitReadable(const std::atomic<SocketHandle>& SOCKET) {
+  constexpr int roundMs = 250;
+  for (;;) {
+    const SocketHandle socket = SOCKET;
+    if (socket == invalidSocket) return false;
+    const int ready = waitReadable(socket, roundMs);
+    if (ready != 0) return ready > 0 && SOCKET == socket;
+  }
 }
 
 void lf_trafficLost() {
@@ -96,13 +113,18 @@ void openServer(std::string_view PORT_TEXT) {
   case ListenerStep::ready:
     break;
   }
+  std::lock_guard lock(lf_linkLock);
   lf_listenSocket = opening.socket;
 }
 
 bool waitForClient() {
   if (rtConnected) return false;
   // Blocks; closing the server socket from the exit ends the wait.
-  const SocketHandle client = acceptClient(lf_listenSocket);
+  if (!lf_waitReadable(lf_listenSocket)) return false;
+  std::lock_guard lock(lf_linkLock);
+  const SocketHandle listening = lf_listenSocket;
+  if (listening == invalidSocket) return false;
+  const SocketHandle client = acceptClient(listening);
   if (client == invalidSocket) return false;
   try {
     if (!setNoDelay(client, true))
@@ -122,8 +144,8 @@ void handshake() {
   if (!rtDetected) return;
   showMessage(fmt::format("Waiting for RealTraffic to connect to {} ...", programName), true);
   resetFeed();
-  if (waitForClient()) {
-    sendDataPacket("Qs999=version\r\n");
+  // A RealTraffic that is gone again at once is waited for by the position's re-connection.
+  if (waitForClient() && sendDataPacket("Qs999=version\r\n")) {
     takeVersionReply(receive());
     display.rtLinkUp = true;
     repaintWindow();
@@ -133,6 +155,8 @@ void handshake() {
 }
 
 std::string receive() {
+  if (!lf_waitReadable(lf_clientSocket)) return {};
+  std::lock_guard lock(lf_linkLock);
   const long count = receiveSome(lf_clientSocket, lf_receiveBuffer.data(), lf_receiveLimit);
   if (count < 0) {
     logLine(fmt::format("receive: {}", lf_errorText()));
@@ -176,6 +200,7 @@ void takeVersionReply(std::string_view REPLY) {
 }
 
 bool sendDataPacket(std::string_view TEXT) {
+  std::lock_guard lock(lf_linkLock);
   if (sendAll(lf_clientSocket, TEXT.data(), TEXT.size())) return true;
   logLine(fmt::format("sendDataPacket to RealTraffic failed: {}", lf_errorText()));
   rtConnected = false;
@@ -211,12 +236,18 @@ void sendUserPosition(const UserPosition& USER) {
 }
 
 void sendSimTime() {
+  const UserAircraft user = readUserAircraft();
+  if (user.zuluYear >= 1970)
+    simEpochSeconds = simEpochSecondsOf(static_cast<std::int32_t>(user.zuluYear),
+                                        static_cast<std::int32_t>(user.zuluDayOfYear), user.zuluTime);
   const std::int64_t seconds = simEpochSeconds;
   if (seconds < 1 || !rtConnected) return;
   sendDataPacket(fmt::format("Qs123={}\r\n", seconds * 1000));
 }
 
 void closeLink() {
+  shutdownSocket(lf_listenSocket); // ends an accept that holds the lock
+  std::lock_guard lock(lf_linkLock);
   // rtConnected stays: after a restart the first send fails on the closed socket and clears it.
   if (rtConnected) {
     constexpr std::string_view bye = "exit\r\n";

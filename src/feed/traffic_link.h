@@ -22,8 +22,9 @@ struct UserPosition {
   double groundVelocity = 0; // knots
 };
 
-extern std::atomic<bool> rtConnected;             // a RealTraffic client is accepted
-extern std::atomic<std::int64_t> simEpochSeconds; // the simulator's time, seconds since 1970; 0 while unknown
+extern std::atomic<bool> rtConnected; // a RealTraffic client is accepted
+extern std::atomic<std::int64_t>
+    simEpochSeconds; // the simulator's UTC time, seconds since 1970; 0 while unknown
 
 // RealTraffic's marker file on this PC, %APPDATA%\InsideSystems\RealTraffic.jar; sets rtDetected and shows
 // "RealTraffic {}detected at this PC". A file-system error other than "not found" is thrown.
@@ -39,7 +40,7 @@ std::string receive(); // one recv of the reply; empty when nothing was read
 bool sendDataPacket(std::string_view TEXT);
 // Tells RealTraffic where the user is; notices a lost RealTraffic and, on the next call, waits for it again.
 void sendUserPosition(const UserPosition& USER);
-void sendSimTime(); // "Qs123" when the time is known and a client is connected
+void sendSimTime(); // "Qs123" from the simulator's UTC date and time, when known, to a connected client
 void closeLink();   // "exit" when connected, both sockets closed
 
 // The "Qs121" line of a position.

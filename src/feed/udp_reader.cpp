@@ -19,11 +19,17 @@ void lf_closeReaderSocket(UdpReader& READER) {
   closeSocket(READER.socket.exchange(invalidSocket));
 }
 
-// recvfrom is the only buffer: the loop does nothing but take datagrams. Closing the socket ends the wait.
+// recvfrom is the only buffer: the loop does nothing but take datagrams. The wait is cut into short rounds,
+// so that a stop is seen even where a shut-down datagram socket doesn't wake it; this thread alone closes its
+// socket, so that no other thread closes it under a running receive.
 void lf_receiveLoop(UdpReader& READER) {
+  constexpr int roundMs = 250;
   while (!READER.stopFlag) {
     const SocketHandle socket = READER.socket;
     if (socket == invalidSocket) break;
+    const int ready = waitReadable(socket, roundMs);
+    if (ready < 0) break;
+    if (ready == 0) continue;
     const long count = receiveSome(socket, READER.buffer.data(), datagramBufferSize);
     if (count >= static_cast<long>(datagramBufferSize))
       logLine(fmt::format("buffer overrun: {} bytes", count));
@@ -88,7 +94,7 @@ void startReaderThread(UdpReader& READER, std::uint16_t PORT) {
 
 void stopReader(UdpReader& READER) {
   READER.stopFlag = true;
-  closeSocket(READER.socket.exchange(invalidSocket));
+  shutdownSocket(READER.socket); // wakes the wait at once where it can; the reader closes the socket
 }
 
 } // namespace ory

@@ -44,7 +44,7 @@ public:
 // loop. A set-up failure sets readerError.
 void readerThread(UdpReader& READER, std::uint16_t PORT);
 void startReaderThread(UdpReader& READER, std::uint16_t PORT); // detached
-// Stop flag, then the socket closed, which ends a blocked receive.
+// Stop flag and the socket shut down; the reader's thread then closes it and ends within a quarter second.
 void stopReader(UdpReader& READER);
 // One received datagram of COUNT bytes in buffer: counted, cut at its first zero byte, passed through the
 // repeat filter (only when RealTraffic isn't on this PC) to processData.

@@ -16,6 +16,7 @@
 #include "liveries/liveries_scan.h"
 #include "os/registry.h"
 #include "parking/airport_database.h"
+#include "scenery/scenery_scan.h"
 #include "simlink/session.h"
 #include "simlink/user_aircraft.h"
 
@@ -117,6 +118,7 @@ void lf_startUpTrovalyn() {
     lf_initialise();
     lf_logSinceLastRun();
     fs::create_directories(myRegcodesFolder);
+    checkStockAirportsPath();
     scanWorkerLimit = static_cast<std::int32_t>(std::max(1u, std::thread::hardware_concurrency()));
     scanWorkers = 0;
     if (!fs::exists(liveriesScannedFile) && !SCAN_LIVERIES.value) {
@@ -127,6 +129,7 @@ void lf_startUpTrovalyn() {
     }
     runLiveriesStep();
     if (lf_stopWanted()) return;
+    runAirportsStep();
     display.thirdpartyAirportCount = lf_countFiles(myThirdpartyFolder);
     display.orbxAirportCount = lf_countFiles(myOrbxFolder);
     if (lf_stopWanted()) {

@@ -55,6 +55,7 @@ void resetDisplay() {
     display.errorText.clear();
     display.simText.clear();
     display.simSubText.clear();
+    display.rtStatusText.clear();
     display.standText.clear();
   }
   messageStamp = 0;

@@ -80,8 +80,4 @@ std::optional<StandOption> readStandOption(const pugi::xml_node& OPT, bool LEARN
   return option;
 }
 
-std::string standIdOf(const pugi::xml_node& PARKPOS) {
-  return PARKPOS.attribute("id").value();
-}
-
 } // namespace ory

@@ -25,7 +25,4 @@ void readStandKind(const pugi::xml_node& PARKPOS, Stand& STAND);
 // registration's database record, when there is one, gives airline and type.
 std::optional<StandOption> readStandOption(const pugi::xml_node& OPT, bool LEARNED, bool SKIP_TOWED);
 
-// The location of a parkpos for messages: the stand's id.
-std::string standIdOf(const pugi::xml_node& PARKPOS);
-
 } // namespace ory

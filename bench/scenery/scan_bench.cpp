@@ -1,0 +1,109 @@
+// A scenery library of 2,100 BGL files, as a first scan meets it: 2,000 files without airports (terrain,
+// objects, landclass) of 4 to 60 KB, and 100 airport files of 40 stands each. The scan is set against merely
+// reading every byte of the same files.
+
+#include "bgl_builder.h"
+#include "frame/run.h"
+#include "scenery/airport_record.h"
+#include "scenery/bgl.h"
+#include "scenery/scan_log.h"
+#include "scenery/scenery_scan.h"
+#include "support/scratch.h"
+
+#include <benchmark/benchmark.h>
+#include <fmt/format.h>
+
+#include <fstream>
+#include <iterator>
+#include <thread>
+
+namespace ory {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Library {
+  test::ScratchFolder scratch;
+  fs::path root = scratch.path() / "Addons";
+  std::size_t bytes = 0;
+  std::size_t files = 0;
+
+  Library() {
+    for (int k = 0; k < 2000; ++k) {
+      const std::string content = test::buildBglWithoutAirports(4096 + (k * 2897) % (56 * 1024));
+      write(fmt::format("Area{:02}/scenery/object{:04}.bgl", k % 40, k), content);
+    }
+    for (int k = 0; k < 100; ++k) {
+      test::AirportSpec airport;
+      airport.code = fmt::format("Z{:03}", k);
+      for (std::uint32_t stand = 1; stand <= 40; ++stand)
+        airport.parkings.push_back({10, 8, stand, 20.0f, 90.0f, 10.0 + k + stand * 0.001, 20.0});
+      write(fmt::format("Area{:02}/scenery/AF2_{}.bgl", k % 40, airport.code), test::buildBgl({airport}));
+    }
+  }
+  void write(const std::string& RELATIVE, const std::string& CONTENT) {
+    test::writeBytes(root / RELATIVE, CONTENT);
+    bytes += CONTENT.size();
+    ++files;
+  }
+};
+
+Library& lf_library() {
+  static Library library;
+  return library;
+}
+
+void BM_scanFolder(benchmark::State& STATE) {
+  Library& library = lf_library();
+  scanWorkerLimit = static_cast<std::int32_t>(std::max(1u, std::thread::hardware_concurrency()));
+  for (auto _ : STATE) {
+    clearScanLog();
+    benchmark::DoNotOptimize(scanFolder(library.root));
+  }
+  STATE.counters["files"] = static_cast<double>(library.files);
+  STATE.counters["MB"] = static_cast<double>(library.bytes) / 1e6;
+}
+BENCHMARK(BM_scanFolder)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+void BM_readEveryByte(benchmark::State& STATE) {
+  Library& library = lf_library();
+  for (auto _ : STATE) {
+    std::size_t total = 0;
+    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(library.root)) {
+      if (!entry.is_regular_file()) continue;
+      std::ifstream in(entry.path(), std::ios::binary);
+      const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+      total += bytes.size();
+    }
+    benchmark::DoNotOptimize(total);
+  }
+}
+BENCHMARK(BM_readEveryByte)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+void BM_hasAirportSection(benchmark::State& STATE) {
+  Library& library = lf_library();
+  for (auto _ : STATE) {
+    int airports = 0;
+    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(library.root))
+      airports += entry.is_regular_file() && hasAirportSection(entry.path());
+    benchmark::DoNotOptimize(airports);
+  }
+}
+BENCHMARK(BM_hasAirportSection)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+void BM_decodeRealAirport(benchmark::State& STATE) {
+  std::ifstream in(test::realData("bgl/LEAB_ADEP5_ARV187.bgl"), std::ios::binary);
+  const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  for (auto _ : STATE) {
+    const BglWords bgl = bglFromBytes(bytes);
+    std::string damage;
+    for (const AirportRecordRef& airport : findAirportRecords(bgl, damage))
+      benchmark::DoNotOptimize(decodeAirportRecord(bgl, airport, "LEAB.bgl"));
+  }
+}
+BENCHMARK(BM_decodeRealAirport)->Unit(benchmark::kMicrosecond);
+
+} // namespace
+} // namespace ory
+
+BENCHMARK_MAIN();

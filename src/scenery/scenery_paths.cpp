@@ -1,0 +1,173 @@
+#include "frame/log.h"
+#include "frame/parameters.h"
+#include "frame/text_files.h"
+#include "liveries/text_tokens.h"
+#include "os/folders.h"
+#include "os/utf.h"
+#include "scenery/bgl.h"
+#include "scenery/scenery_scan.h"
+
+#include <fmt/format.h>
+#include <pugixml.hpp>
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <climits>
+
+namespace ory {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::array<std::string_view, 3> lf_activeKeys = {"Active", "ACTIVE", "active"};
+constexpr std::array<std::string_view, 3> lf_localKeys = {"Local", "LOCAL", "local"};
+constexpr std::array<std::string_view, 2> lf_titleKeys = {"Title", "TITLE"};
+constexpr std::array<std::string_view, 2> lf_layerKeys = {"Layer", "LAYER"};
+constexpr std::array<std::string_view, 2> lf_requiredKeys = {"Required", "REQUIRED"};
+constexpr std::array<std::string_view, 3> lf_areaWords = {"Area", "AREA", "area"};
+constexpr std::array<std::string_view, 3> lf_trueWords = {"True", "TRUE", "true"};
+
+template <std::size_t N>
+bool lf_isOneOf(std::string_view TEXT, const std::array<std::string_view, N>& WORDS) {
+  return std::find(WORDS.begin(), WORDS.end(), TEXT) != WORDS.end();
+}
+
+template <std::size_t N>
+bool lf_holdsOneOf(std::string_view TEXT, const std::array<std::string_view, N>& WORDS) {
+  return std::any_of(WORDS.begin(), WORDS.end(),
+                     [&](std::string_view WORD) { return TEXT.find(WORD) != std::string_view::npos; });
+}
+
+std::string lf_lower(std::string TEXT) {
+  std::transform(TEXT.begin(), TEXT.end(), TEXT.begin(), [](unsigned char C) { return std::tolower(C); });
+  return TEXT;
+}
+
+// The simulator writes Windows paths; the headless build reads them with its own separator.
+fs::path lf_nativePath(std::string TEXT) {
+  if constexpr (fs::path::preferred_separator == '/') std::replace(TEXT.begin(), TEXT.end(), '\\', '/');
+  return utf8ToPath(TEXT);
+}
+
+// A path without a drive is relative to the simulator's folder.
+fs::path lf_configPath(const std::string& TEXT) {
+  const fs::path path = lf_nativePath(TEXT);
+  if (TEXT.find(":\\") != std::string::npos || path.is_absolute()) return path;
+  return lf_nativePath(SIM_INSTALL_PATH.value) / path;
+}
+
+struct CfgArea {
+  bool inArea = false;
+  bool active = false;
+  std::string local;
+  SceneryArea area;
+};
+
+void lf_closeArea(CfgArea& CURRENT, std::vector<SceneryArea>& AREAS) {
+  if (CURRENT.inArea && CURRENT.active && !CURRENT.local.empty() && !isSkippedFolder(CURRENT.local)) {
+    CURRENT.area.path = lf_configPath(CURRENT.local);
+    logLine(fmt::format("      found:{}", pathText(CURRENT.area.path)));
+    AREAS.push_back(std::move(CURRENT.area));
+  }
+  CURRENT = {};
+}
+
+void lf_takeKey(CfgArea& CURRENT, std::string_view KEY, std::string_view VALUE) {
+  if (lf_isOneOf(KEY, lf_activeKeys))
+    CURRENT.active = lf_isOneOf(VALUE, lf_trueWords);
+  else if (lf_isOneOf(KEY, lf_localKeys))
+    CURRENT.local = std::string(VALUE);
+  else if (lf_isOneOf(KEY, lf_titleKeys))
+    CURRENT.area.title = std::string(VALUE);
+  else if (lf_isOneOf(KEY, lf_layerKeys))
+    CURRENT.area.layer = std::atoi(std::string(VALUE).c_str());
+  else if (lf_isOneOf(KEY, lf_requiredKeys))
+    CURRENT.area.required = lf_isOneOf(VALUE, lf_trueWords);
+}
+
+void lf_sortByLayer(std::vector<SceneryArea>& AREAS) {
+  std::stable_sort(AREAS.begin(), AREAS.end(),
+                   [](const SceneryArea& A, const SceneryArea& B) { return A.layer < B.layer; });
+}
+
+} // namespace
+
+fs::path simulatorDataFolder(std::int32_t VERSION) {
+  return programDataFolder() / "Lockheed Martin" / fmt::format("Prepar3D v{}", VERSION);
+}
+
+fs::path stockAirportsPath() {
+  if (SIM_INSTALL_PATH.value.empty()) return {};
+  return lf_nativePath(SIM_INSTALL_PATH.value) / "Scenery";
+}
+
+bool isInStockAirports(const fs::path& PATH) {
+  const fs::path stock = stockAirportsPath();
+  if (stock.empty()) return false;
+  const std::string stockText = lf_lower(pathText(stock.lexically_normal()));
+  std::string text = lf_lower(pathText(PATH.lexically_normal()));
+  if (!text.starts_with(stockText)) return false;
+  return text.size() == stockText.size() || text[stockText.size()] == '/' || text[stockText.size()] == '\\' ||
+         stockText.ends_with('/') || stockText.ends_with('\\');
+}
+
+std::vector<SceneryArea> readSceneryCfg(std::int32_t VERSION) {
+  const fs::path file = simulatorDataFolder(VERSION) / "scenery.cfg";
+  logLine(fmt::format("\nReading: {} for airport add-ons ...", pathText(file)));
+  std::vector<std::string> lines;
+  std::vector<SceneryArea> areas;
+  if (!gf_readExtTextFileToStringVector(file, lines)) {
+    logLine(pathText(file) + " not found!");
+    return areas;
+  }
+  CfgArea current;
+  for (const std::string& line : lines) {
+    const std::string_view text = trimBlanks(line);
+    if (text.starts_with('[')) {
+      lf_closeArea(current, areas);
+      current.inArea = lf_holdsOneOf(text, lf_areaWords);
+      continue;
+    }
+    const auto equals = text.find('=');
+    if (current.inArea && equals != std::string_view::npos)
+      lf_takeKey(current, trimBlanks(text.substr(0, equals)), trimBlanks(text.substr(equals + 1)));
+  }
+  lf_closeArea(current, areas);
+  lf_sortByLayer(areas);
+  logLine(fmt::format("{} scenery add-on paths found\n", areas.size()));
+  return areas;
+}
+
+std::vector<SceneryArea> readSceneryAddOns(std::int32_t VERSION) {
+  const fs::path file = simulatorDataFolder(VERSION) / "scenery_add-ons.xml";
+  logLine(fmt::format("\nReading {} for add-on airport ...", pathText(file)));
+  std::vector<SceneryArea> areas;
+  pugi::xml_document document;
+  const pugi::xml_parse_result loaded = document.load_file(file.c_str());
+  if (loaded.status == pugi::status_file_not_found) {
+    logLine(pathText(file) + " not found!");
+    return areas;
+  }
+  if (!loaded)
+    logLine(fmt::format("{} could not be read completely: {}", pathText(file), loaded.description()));
+  for (const pugi::xpath_node& node : document.select_nodes("//AddOn.Component")) {
+    const pugi::xml_node component = node.node();
+    const std::string path = std::string(trimBlanks(component.child_value("Path")));
+    if (lf_lower(std::string(trimBlanks(component.child_value("Category")))) != "scenery" || path.empty())
+      continue;
+    SceneryArea area;
+    area.path = lf_configPath(path);
+    area.title = component.child_value("Name");
+    const std::string_view layer = trimBlanks(component.child_value("Layer"));
+    area.layer = layer.empty() ? INT_MAX : std::atoi(std::string(layer).c_str());
+    logLine(fmt::format("      found:{}", pathText(area.path)));
+    areas.push_back(std::move(area));
+  }
+  lf_sortByLayer(areas);
+  logLine(fmt::format("{} scenery add-on paths found\n", areas.size()));
+  return areas;
+}
+
+} // namespace ory

@@ -1,0 +1,87 @@
+// feedplay's capture files and converter, which the feed's end-to-end tests stand on.
+#include "capture.h"
+#include "convert.h"
+#include "feed/traffic_reader.h"
+#include "support/scratch.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+
+namespace ory {
+namespace {
+
+std::vector<std::string_view> fieldsOf(std::string_view LINE) {
+  std::vector<std::string_view> fields;
+  splitFields(LINE, fields);
+  return fields;
+}
+
+TEST(CaptureTest, retimingKeepsTheUnitAndRenewsTheChecksum) {
+  TrackPoint point;
+  point.hexid = 0x4b43ac;
+  point.time = 1558732719;
+  point.milliseconds = true;
+  const std::string line = retimedLine(trafficLine(point), 1700000000.5);
+  auto fields = fieldsOf(line);
+  ASSERT_EQ(fields.size(), 30u);
+  EXPECT_EQ(fields[14], "1700000000500");
+  EXPECT_EQ(fields[29], std::to_string(lineChecksum(line.substr(0, line.rfind(',')))));
+  point.milliseconds = false;
+  const std::string inSeconds = retimedLine(trafficLine(point), 1700000000.5);
+  fields = fieldsOf(inSeconds);
+  EXPECT_EQ(fields[14], "1700000000.50");
+  EXPECT_EQ(retimedLine("RTTFC,1,2,3", 1), "RTTFC,1,2,3") << "a short line goes out as it is";
+}
+
+class CaptureFileTest : public test::InScratchFolder {};
+
+TEST_F(CaptureFileTest, theReadsbTraceAndItsFlatCsvGiveTheSameLines) {
+  ConvertOptions trace{{test::realData("adsb/trace_full_ac671b.json").string()}, "trace.cap", "", ""};
+  ConvertOptions flat{{test::realData("adsb/trace_full_ac671b_flat.csv").string()}, "flat.cap", "", ""};
+  ASSERT_GT(convertTracks(trace), 2000u);
+  ASSERT_GT(convertTracks(flat), 2000u);
+  // The CSV leaves out the points without a ground speed, which the trace carries forward.
+  std::map<std::string, std::string> flatByTime;
+  for (const CaptureEntry& entry : readCapture("flat.cap"))
+    flatByTime[std::string(fieldsOf(entry.payload)[14])] = entry.payload;
+  int compared = 0;
+  int onGround = 0;
+  for (const CaptureEntry& entry : readCapture("trace.cap")) {
+    if (entry.kind != CaptureKind::traffic) continue;
+    const auto a = fieldsOf(entry.payload);
+    const auto found = flatByTime.find(std::string(a[14]));
+    if (found == flatByTime.end()) continue;
+    const auto b = fieldsOf(found->second);
+    for (std::size_t field : {1, 2, 3, 4, 6, 8, 11})
+      EXPECT_EQ(a[field], b[field]) << a[14] << " field " << field;
+    ++compared;
+    onGround += a[6] == "1" && a[4] == "0" ? 1 : 0;
+  }
+  EXPECT_GT(compared, 2000);
+  EXPECT_GT(onGround, 100) << "the day holds taxiing and parking at MSP";
+}
+
+TEST_F(CaptureFileTest, registryAndTypesFillWhatOpenSkyLacks) {
+  ConvertOptions options{
+      {test::realData("adsb/rega_zh.json.gz").string(), test::realData("adsb/elal747.json.gz").string()},
+      "both.cap",
+      test::realData("adsb/sample_hex_registry_subset.csv").string(),
+      test::realData("reference/tar1090-db/icao_aircraft_types2.json").string()};
+  convertTracks(options);
+  bool helicopter = false;
+  bool jumbo = false;
+  double lastOffset = 0;
+  for (const CaptureEntry& entry : readCapture("both.cap")) {
+    EXPECT_GE(entry.offset, lastOffset) << "both fly at once, in time order";
+    lastOffset = entry.offset;
+    const auto f = fieldsOf(entry.payload);
+    if (f[1] == "4932524") helicopter = f[11] == "HB-ZQI" && f[10] == "EC45" && f[28] == "A7";
+    if (f[1] == "7569475") jumbo = f[11] == "4X-ELC" && f[28] == "A5" && f[12] == "LIRF" && f[13] == "LLBG";
+  }
+  EXPECT_TRUE(helicopter);
+  EXPECT_TRUE(jumbo);
+}
+
+} // namespace
+} // namespace ory

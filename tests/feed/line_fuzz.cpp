@@ -1,0 +1,52 @@
+#include "line_fuzz.h"
+
+#include "feed/feed.h"
+#include "feed/inbox.h"
+
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+namespace ory::test {
+
+namespace {
+
+std::unique_ptr<char[]> lf_exactCopy(const std::uint8_t* DATA, std::size_t SIZE) {
+  auto copy = std::make_unique<char[]>(SIZE == 0 ? 1 : SIZE);
+  if (SIZE > 0) std::memcpy(copy.get(), DATA, SIZE);
+  return copy;
+}
+
+// What a record on the inbox must always be, whatever the line was.
+void lf_checkQueued(const TrafficRecord& RECORD) {
+  const PositionSlot& slot = RECORD.slot;
+  const bool sane = RECORD.hexid > 10000 && !RECORD.regcode.empty() && RECORD.regcode.size() < 13 &&
+                    slot.lat >= -90 && slot.lat <= 90 && slot.lon >= -180 && slot.lon <= 180 &&
+                    !std::isnan(slot.altitude) &&
+                    (!slot.hasHeading || (slot.trueHeading > 0 && slot.trueHeading <= 6.3)) &&
+                    slot.airborne == (slot.altitude != 0) && (slot.airborne || slot.tas == 0);
+  if (!sane) std::abort();
+}
+
+} // namespace
+
+void feedTrafficLine(const std::uint8_t* DATA, std::size_t SIZE) {
+  const auto copy = lf_exactCopy(DATA, SIZE);
+  trafficReader.line = std::string_view(copy.get(), SIZE);
+  trafficReader.processData();
+  std::lock_guard lock(feedLock);
+  for (const TrafficRecord& record : trafficInbox)
+    lf_checkQueued(record);
+  trafficInbox.clear();
+}
+
+void feedWeatherReport(const std::uint8_t* DATA, std::size_t SIZE) {
+  const auto copy = lf_exactCopy(DATA, SIZE);
+  qnhReader.line = std::string_view(copy.get(), SIZE);
+  qnhReader.processData();
+  const std::int32_t qnh = qnhForEngine;
+  if (qnh < 930 || qnh > 1080) std::abort();
+}
+
+} // namespace ory::test

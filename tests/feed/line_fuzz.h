@@ -1,0 +1,16 @@
+#pragma once
+// One input of the traffic line or weather report parsers, as a datagram would bring it: the bytes in a heap
+// block of exactly their size, so that a read beyond them trips the address sanitizer.
+
+#include "feed/traffic_reader.h"
+
+#include <cstddef>
+#include <cstdint>
+
+namespace ory::test {
+
+// Runs the traffic reader's processData on DATA; the result of processLine when the line was split.
+void feedTrafficLine(const std::uint8_t* DATA, std::size_t SIZE);
+void feedWeatherReport(const std::uint8_t* DATA, std::size_t SIZE);
+
+} // namespace ory::test
