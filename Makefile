@@ -39,14 +39,17 @@ FUZZ_SECONDS ?= 60
 REAL_DATA ?= $(firstword $(wildcard ../shared/data/real ../../shared/data/real /work/shared/data/real))
 fuzz: setup
 	@CXX=clang++ CC=clang cmake -S . -B build/fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORY_SANITIZE=fuzzer >/dev/null
-	@cmake --build build/fuzz -j $(JOBS) --target feed_line_fuzz bgl_fuzz airport_file_fuzz
-	@mkdir -p build/fuzz/corpus/feed build/fuzz/corpus/bgl build/fuzz/corpus/airport_file
+	@cmake --build build/fuzz -j $(JOBS) --target feed_line_fuzz bgl_fuzz airport_file_fuzz aircraft_cfg_fuzz
+	@mkdir -p build/fuzz/corpus/feed build/fuzz/corpus/bgl build/fuzz/corpus/airport_file build/fuzz/corpus/aircraft_cfg
 	@build/fuzz/tests/feed/feed_line_fuzz -max_total_time=$(FUZZ_SECONDS) build/fuzz/corpus/feed tests/feed/corpus
 	@cp -n $(REAL_DATA)/bgl/*.[bB][gG][lL] build/fuzz/corpus/bgl/ 2>/dev/null || true
 	@build/fuzz/tests/scenery/bgl_fuzz -max_total_time=$(FUZZ_SECONDS) build/fuzz/corpus/bgl
 	@cp -n tests/parking/airport_file_seed.xml build/fuzz/corpus/airport_file/
 	@build/fuzz/tests/parking/airport_file_fuzz -max_total_time=$(FUZZ_SECONDS) -dict=tests/parking/airport_file.dict \
 	  build/fuzz/corpus/airport_file
+	@cp -n $(REAL_DATA)/aircraft_cfg/*.cfg build/fuzz/corpus/aircraft_cfg/ 2>/dev/null || true
+	@build/fuzz/tests/liveries/aircraft_cfg_fuzz -max_total_time=$(FUZZ_SECONDS) -dict=tests/liveries/aircraft_cfg.dict \
+	  build/fuzz/corpus/aircraft_cfg
 
 # Benchmarks need an optimised build of their own.
 bench: setup

@@ -308,16 +308,17 @@ void buildSimilarTables() {
       table->try_emplace(std::string(tokens.front()), tokens.begin() + 1, tokens.end());
     }
   }
-  for (const auto& [code, airline] : liveryTable) {
+  for (const auto& entry : liveryTable) {
+    const TextMap<std::vector<LiveryTitle>>& installedTypes = entry.second.liveries;
     TextMap<TypeList> types;
     for (const auto& [type, similar] : similarInstalled) {
-      if (airline.liveries.contains(type)) continue;
+      if (installedTypes.contains(type)) continue;
       TypeList owned;
       std::copy_if(similar.begin(), similar.end(), std::back_inserter(owned),
-                   [&airline](const std::string& OTHER) { return airline.liveries.contains(OTHER); });
+                   [&installedTypes](const std::string& OTHER) { return installedTypes.contains(OTHER); });
       if (!owned.empty()) types.emplace(type, std::move(owned));
     }
-    if (!types.empty()) similarByAirline.emplace(code.substr(0, 3), std::move(types));
+    if (!types.empty()) similarByAirline.emplace(entry.first.substr(0, 3), std::move(types));
   }
   logLine(fmt::format("{} similar model definitions", similarInstalled.size()));
 }
