@@ -111,7 +111,8 @@ std::vector<nlohmann::json> StandIn::trace() const {
   std::vector<nlohmann::json> lines;
   std::ifstream in(traceFile);
   for (std::string line; std::getline(in, line);)
-    if (!line.empty()) lines.push_back(nlohmann::json::parse(line, nullptr, false));
+    if (auto parsed = nlohmann::json::parse(line, nullptr, false); parsed.is_object())
+      lines.push_back(parsed);
   return lines;
 }
 
