@@ -3,7 +3,7 @@ JOBS ?= $(shell nproc)
 NATIVE := build/native
 WINDOWS := build/windows
 
-.PHONY: all setup test native windows release tsan asan smoke clean format
+.PHONY: all setup test native windows tsan asan bench smoke clean format
 
 all: native
 
@@ -21,6 +21,7 @@ windows: setup
 	@scripts/build-windows-deps
 	@cmake -S . -B $(WINDOWS) -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64.cmake -DCMAKE_BUILD_TYPE=Release >/dev/null
 	@cmake --build $(WINDOWS) -j $(JOBS)
+	@scripts/make-data $(WINDOWS)/program
 	@scripts/make-release $(WINDOWS)
 
 tsan: setup
@@ -32,6 +33,12 @@ asan: setup
 	@cmake -S . -B build/asan -DCMAKE_BUILD_TYPE=Debug -DORY_SANITIZE=address >/dev/null
 	@cmake --build build/asan -j $(JOBS)
 	@cd build/asan && ctest --output-on-failure -j $(JOBS)
+
+# Benchmarks need an optimised build of their own.
+bench: setup
+	@cmake -S . -B build/bench -DCMAKE_BUILD_TYPE=Release >/dev/null
+	@cmake --build build/bench -j $(JOBS)
+	@for b in $$(find build/bench/bench -path '*/CMakeFiles' -prune -o -type f -executable -print | sort); do echo "== $$b"; $$b; done
 
 smoke: windows
 	@scripts/wine-smoke

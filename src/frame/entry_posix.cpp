@@ -1,5 +1,5 @@
-// The Linux entry: the same life as the Windows program behind the headless face. SIGINT and SIGTERM act as the
-// window's close button.
+// The Linux entry: the same life as the Windows program behind the headless face. SIGINT and SIGTERM act as
+// the window's close button.
 #include "frame/exceptions.h"
 #include "frame/log.h"
 #include "frame/paths.h"
@@ -17,15 +17,22 @@ namespace {
 std::atomic<bool> lf_closeWanted{false};
 static_assert(std::atomic<bool>::is_always_lock_free);
 
-extern "C" void lf_onSignal(int) { lf_closeWanted = true; }
+extern "C" void lf_onSignal(int) {
+  lf_closeWanted = true;
+}
 
 int lf_messageLoop() {
   for (;;) {
     if (lf_closeWanted.exchange(false)) ory::onCloseRequest();
     switch (ory::nextPostedMessage(100)) {
-    case ory::startMessage: ory::onStartMessage(); break;
-    case ory::endMessage: ory::onEndMessage(); return 0;
-    default: break;
+    case ory::startMessage:
+      ory::onStartMessage();
+      break;
+    case ory::endMessage:
+      ory::onEndMessage();
+      return 0;
+    default:
+      break;
     }
   }
 }

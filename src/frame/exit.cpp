@@ -1,3 +1,5 @@
+#include "feed/feed.h"
+#include "feed/traffic_link.h"
 #include "frame/exceptions.h"
 #include "frame/log.h"
 #include "frame/main_loop.h"
@@ -18,7 +20,9 @@ namespace {
 
 using namespace std::chrono_literals;
 
-bool lf_isRestart(ExitReason REASON) { return REASON == ExitReason::restart || REASON == ExitReason::restartIpp; }
+bool lf_isRestart(ExitReason REASON) {
+  return REASON == ExitReason::restart || REASON == ExitReason::restartIpp;
+}
 
 // Only this thread left, or about 10 seconds: a hung thread is left behind.
 void lf_waitForThreads() {
@@ -28,6 +32,7 @@ void lf_waitForThreads() {
 
 void lf_resetForRestart(ExitReason REASON) {
   clearError();
+  resetFeed();
   if (REASON != ExitReason::restartIpp) {
     SCAN_LIVERIES.value = false;
     storeBool(SCAN_LIVERIES);
@@ -54,38 +59,48 @@ void lf_countDown(int SECONDS) {
   }
 }
 
-void lf_finalExit(int SECONDS) {
+// The exit's work; true when it is to post its message, false when a later exit has taken over.
+bool lf_exitSteps(ExitReason REASON, int SECONDS) {
   ThreadCounter counted;
-  const ExitReason reason = exitReason;
   try {
-    logLineFlushed(fmt::format("Exiting: {}", exitReasonText(reason)));
-    if (reason == ExitReason::restart) showMessage("Prepare for a restart ...", false);
+    logLineFlushed(fmt::format("Exiting: {}", exitReasonText(REASON)));
+    if (REASON == ExitReason::restart) showMessage("Prepare for a restart ...", false);
     std::this_thread::sleep_for(300ms);
-    if (reason == ExitReason::systemError) std::this_thread::sleep_for(5s);
-    if (reason == ExitReason::userClosedSim) {
+    // Closed sockets end the readers' and the link's waits.
+    stopReaders();
+    closeLink();
+    if (REASON == ExitReason::systemError) std::this_thread::sleep_for(5s);
+    if (REASON == ExitReason::userClosedSim) {
       logLine(fmt::format("User closed {}", programName));
       userClosed = true;
     }
     stopRunThreads();
-    if (!lf_isRestart(reason)) {
+    if (!lf_isRestart(REASON)) {
       BLOCK_CALLSIGN.value.clear();
       storeText(BLOCK_CALLSIGN);
     }
     enableControl(flushStaticButton, false);
     enableControl(parking_percentage, false);
     lf_waitForThreads();
-    if (lf_isRestart(reason)) {
-      lf_resetForRestart(reason);
+    if (lf_isRestart(REASON)) {
+      lf_resetForRestart(REASON);
       lf_countDown(SECONDS);
       // An exit that began during the countdown has the last word.
-      if (exiting) return;
+      if (exiting) return false;
     }
   } catch (...) {
     reportException("FinalExit");
   }
   exiting = false;
-  if (windowExists()) postWindowMessage(lf_isRestart(reason) ? startMessage : endMessage);
   flushLog();
+  return true;
+}
+
+// Posting is the last act: once the end message is in, the process may be gone.
+void lf_finalExit(int SECONDS) {
+  const ExitReason reason = exitReason;
+  if (lf_exitSteps(reason, SECONDS) && windowExists())
+    postWindowMessage(lf_isRestart(reason) ? startMessage : endMessage);
 }
 
 } // namespace

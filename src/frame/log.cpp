@@ -73,11 +73,19 @@ void closeLog() {
   if (lf_stream.is_open()) lf_stream.close();
 }
 
-bool logIsOpen() { return lf_open.load(std::memory_order_acquire); }
+bool logIsOpen() {
+  return lf_open.load(std::memory_order_acquire);
+}
 
-void logLine(std::string_view TEXT) { lf_write(TEXT, false); }
-void logLineFlushed(std::string_view TEXT) { lf_write(TEXT, true); }
-void logWarning(std::string_view TEXT) { lf_write(fmt::format("{}{}", warningPrefix, TEXT), true); }
+void logLine(std::string_view TEXT) {
+  lf_write(TEXT, false);
+}
+void logLineFlushed(std::string_view TEXT) {
+  lf_write(TEXT, true);
+}
+void logWarning(std::string_view TEXT) {
+  lf_write(fmt::format("{}{}", warningPrefix, TEXT), true);
+}
 
 void flushLog() {
   if (!lf_open.load(std::memory_order_acquire)) return;
@@ -91,8 +99,8 @@ std::string utcText(std::time_t TIME) {
   static constexpr const char* days[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
   static constexpr const char* months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                            "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-  return fmt::format("{} {} {:2} {:02}:{:02}:{:02} {}", days[parts.tm_wday], months[parts.tm_mon], parts.tm_mday,
-                     parts.tm_hour, parts.tm_min, parts.tm_sec, parts.tm_year + 1900);
+  return fmt::format("{} {} {:2} {:02}:{:02}:{:02} {}", days[parts.tm_wday], months[parts.tm_mon],
+                     parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec, parts.tm_year + 1900);
 }
 
 std::string timeOfDay() {

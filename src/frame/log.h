@@ -18,7 +18,7 @@ void logLineFlushed(std::string_view TEXT);
 void logWarning(std::string_view TEXT);
 void flushLog();
 
-std::string timeOfDay();              // "hh:mm:ss", UTC
+std::string timeOfDay();               // "hh:mm:ss", UTC
 std::string utcText(std::time_t TIME); // asctime form without the line end
 
 } // namespace ory

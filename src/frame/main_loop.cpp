@@ -1,5 +1,8 @@
 #include "frame/main_loop.h"
 
+#include "feed/feed.h"
+#include "feed/inbox.h"
+#include "feed/traffic_link.h"
 #include "frame/log.h"
 #include "frame/parameters.h"
 #include "frame/run.h"
@@ -29,18 +32,34 @@ namespace {
 
 constexpr std::int32_t lf_secondsPerDay = 86400;
 
+bool lf_aMarkIsStale() {
+  return display.trafficMark == FeedMark::stale || display.weatherMark == FeedMark::stale;
+}
+
 void lf_pausedPass() {
   if (!flightPaused) {
+    // Traffic that arrives during the pause is dropped by the reader.
+    setQueueOpen(false);
     flightPaused = true;
     pauseCountdown = 100;
     logLine(fmt::format("{} Flight not running", timeOfDay()));
   }
   if (--pauseCountdown > 0) return;
+  // Also how a RealTraffic lost during the pause is noticed.
+  sendUserPosition(userPosition());
   updateNowSlot();
   pauseCountdown = 100;
 }
 
+void lf_every5Seconds() {
+  const UserPosition user = userPosition();
+  setReaderUserPosition(user.lat, user.lon);
+  if (rtProfessional) sendSimTime();
+}
+
 void lf_runJobs(const DueJobs& JOBS) {
+  if (JOBS.every5) lf_every5Seconds();
+  if (JOBS.every15 && lf_aMarkIsStale()) feedWatchdog();
   if (JOBS.every30) {
     if (readerError) {
       showError("1001: RT error");
@@ -49,13 +68,17 @@ void lf_runJobs(const DueJobs& JOBS) {
     flushLog();
   }
   if (JOBS.every60) display.minutesToRenewal = 20 - ((JOBS.s / 60) % 20);
+  if (JOBS.every59) feedWatchdog();
 }
 
 void lf_secondPass() {
   if (flightPaused) {
     flightPaused = false;
     logLine(fmt::format("{} Flight resumed", timeOfDay()));
+    setQueueOpen(true);
   }
+  // RealTraffic is told where the user is once a second; a lost RealTraffic is waited for here.
+  sendUserPosition(userPosition());
   ++messageClock;
   ageMessage();
   updateNowSlot();
@@ -102,12 +125,14 @@ void mainLoop() {
 void mainLoopThread(std::stop_token STOP) {
   ThreadCounter counted;
   try {
+    feedWatchdog();
     flushLog();
     secondCount = 0;
     using clock = std::chrono::steady_clock;
     constexpr auto period = std::chrono::nanoseconds(10'000'000);
     auto next = clock::now() + period;
     updateNowSlot();
+    setQueueOpen(true);
     const TimerPeriod millisecondSleeps;
     while (!STOP.stop_requested()) {
       mainLoop();

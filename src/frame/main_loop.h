@@ -1,7 +1,7 @@
 #pragma once
-// The heartbeat of a running session: mainLoop every 10 ms on its own thread. The fast beat (engine ticks) runs
-// while the simulator reports a running flight; the slow beat of one second is driven by the simulator's data
-// (secondTick), so that the seconds stop when the simulator stops delivering.
+// The heartbeat of a running session: mainLoop every 10 ms on its own thread. The fast beat (engine ticks)
+// runs while the simulator reports a running flight; the slow beat of one second is driven by the simulator's
+// data (secondTick), so that the seconds stop when the simulator stops delivering.
 
 #include <atomic>
 #include <cstdint>
@@ -12,7 +12,7 @@ namespace ory {
 extern std::atomic<std::int32_t> simTick;        // engine ticks of 10 ms, only while a flight runs
 extern std::atomic<std::int32_t> secondCount;    // seconds of the slow beat, back to 0 after 86,400
 extern std::atomic<std::int32_t> pauseCountdown; // 100 down to 0 while paused: a second without the simulator
-extern std::atomic<bool> flightPaused;           // the loop saw the flight stop; owned by the main-loop thread
+extern std::atomic<bool> flightPaused; // the loop saw the flight stop; owned by the main-loop thread
 
 // Work wanted by the window or the simulator link, done and cleared by the main loop.
 extern std::atomic<bool> renewalPending;

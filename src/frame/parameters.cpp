@@ -61,14 +61,16 @@ TextParameter ARCHIVE_VERSION("ARCHIVE_VERSION");
 TextParameter DBASE_VERSION("DBASE_VERSION");
 TextParameter AIG_VERSION("AIG_VERSION");
 TextParameter DATA_CHECKED_AT_DATE("DATA_CHECKED_AT_DATE");
-std::array<TextParameter, 10> lfolder{
-    TextParameter("lfolder0"), TextParameter("lfolder1"), TextParameter("lfolder2"), TextParameter("lfolder3"),
-    TextParameter("lfolder4"), TextParameter("lfolder5"), TextParameter("lfolder6"), TextParameter("lfolder7"),
-    TextParameter("lfolder8"), TextParameter("lfolder9")};
-std::array<TextParameter, 10> afolder{
-    TextParameter("afolder0"), TextParameter("afolder1"), TextParameter("afolder2"), TextParameter("afolder3"),
-    TextParameter("afolder4"), TextParameter("afolder5"), TextParameter("afolder6"), TextParameter("afolder7"),
-    TextParameter("afolder8"), TextParameter("afolder9")};
+std::array<TextParameter, 10> lfolder{TextParameter("lfolder0"), TextParameter("lfolder1"),
+                                      TextParameter("lfolder2"), TextParameter("lfolder3"),
+                                      TextParameter("lfolder4"), TextParameter("lfolder5"),
+                                      TextParameter("lfolder6"), TextParameter("lfolder7"),
+                                      TextParameter("lfolder8"), TextParameter("lfolder9")};
+std::array<TextParameter, 10> afolder{TextParameter("afolder0"), TextParameter("afolder1"),
+                                      TextParameter("afolder2"), TextParameter("afolder3"),
+                                      TextParameter("afolder4"), TextParameter("afolder5"),
+                                      TextParameter("afolder6"), TextParameter("afolder7"),
+                                      TextParameter("afolder8"), TextParameter("afolder9")};
 
 ButtonControl checkVersionButton("Check version", {32780, 229});
 ButtonControl unblockButton("Unblock", {32829, 257});
@@ -77,27 +79,57 @@ ButtonControl flushStaticButton("Flush static", {32855, 341});
 
 std::atomic<double> rangeNm{40.0};
 std::atomic<double> rangeMetres{40.0 * 1852.0};
+std::atomic<std::int32_t> manualLateralRange{40};
 
 namespace {
 
 // The order in which parameters.xml is read and first written.
-BoolParameter* const lf_bools[] = {
-    &RANDOM, &AEROWINX, &COLLISION_USER_AIR, &COLLISION_USER_GND, &COLLISION_LIVE_PARKED_GND, &SUPPRESS_STUB,
-    &LOG, &ALWAYS_ON_TOP, &SCAN_LIVERIES, &LIG_AUTOMATIC, &LIG_PRIORITIZE, &SCAN_AIRPORTS, &AFG_AUTOMATIC,
-    &LIGHT_AIRCRAFT, &HELICOPTERS, &HIGH_PERF_AIRCRAFT, &NAV_LIGHTS_WHILE_PARKED, &AUTO_RANGE, &LEARN_SOFT,
-    &PARK_SOFT, &PARK_FAKE, &WEEK, &INITIAL_LOAD_ONLY, &GUID_CHANGES};
-IntParameter* const lf_ints[] = {&CUSTOM_PARKING_PERCENTAGE, &MAIN_WINDOW_X, &MAIN_WINDOW_Y, &LAST_EPOCH_TIME,
-                                 &P3D_VERSION, &MATCHING_DEPTH, &LATERAL_RANGE, &MAX_FIT, &MAX_LIVE,
-                                 &AIRPORT_RANGE, &AIRPORT_HEIGHT};
-TextParameter* const lf_texts[] = {&PROGRAM_VERSION, &PORT_NUMBER, &PROGRAM_INSTALL_PATH, &ARCHIVE_VERSION,
-                                   &DBASE_VERSION, &AIG_VERSION, &DATA_CHECKED_AT_DATE, &BLOCK_CALLSIGN,
-                                   &SIM_INSTALL_PATH};
+BoolParameter* const lf_bools[] = {&RANDOM,
+                                   &AEROWINX,
+                                   &COLLISION_USER_AIR,
+                                   &COLLISION_USER_GND,
+                                   &COLLISION_LIVE_PARKED_GND,
+                                   &SUPPRESS_STUB,
+                                   &LOG,
+                                   &ALWAYS_ON_TOP,
+                                   &SCAN_LIVERIES,
+                                   &LIG_AUTOMATIC,
+                                   &LIG_PRIORITIZE,
+                                   &SCAN_AIRPORTS,
+                                   &AFG_AUTOMATIC,
+                                   &LIGHT_AIRCRAFT,
+                                   &HELICOPTERS,
+                                   &HIGH_PERF_AIRCRAFT,
+                                   &NAV_LIGHTS_WHILE_PARKED,
+                                   &AUTO_RANGE,
+                                   &LEARN_SOFT,
+                                   &PARK_SOFT,
+                                   &PARK_FAKE,
+                                   &WEEK,
+                                   &INITIAL_LOAD_ONLY,
+                                   &GUID_CHANGES};
+IntParameter* const lf_ints[] = {&CUSTOM_PARKING_PERCENTAGE,
+                                 &MAIN_WINDOW_X,
+                                 &MAIN_WINDOW_Y,
+                                 &LAST_EPOCH_TIME,
+                                 &P3D_VERSION,
+                                 &MATCHING_DEPTH,
+                                 &LATERAL_RANGE,
+                                 &MAX_FIT,
+                                 &MAX_LIVE,
+                                 &AIRPORT_RANGE,
+                                 &AIRPORT_HEIGHT};
+TextParameter* const lf_texts[] = {&PROGRAM_VERSION,      &PORT_NUMBER,    &PROGRAM_INSTALL_PATH,
+                                   &ARCHIVE_VERSION,      &DBASE_VERSION,  &AIG_VERSION,
+                                   &DATA_CHECKED_AT_DATE, &BLOCK_CALLSIGN, &SIM_INSTALL_PATH};
 
-constexpr std::string_view lf_obsoleteNames[] = {"TIME_COMPRESSION_CHECK", "SECONDS_DELAY",  "FLIGHTPLANS_FOLDER",
-                                                 "CALLSIGN_OBJECTID",      "DESTINATION_AIRPORT", "DESTINATION_GATE",
-                                                 "MAX_FIT_WEEK"};
+constexpr std::string_view lf_obsoleteNames[] = {
+    "TIME_COMPRESSION_CHECK", "SECONDS_DELAY",    "FLIGHTPLANS_FOLDER", "CALLSIGN_OBJECTID",
+    "DESTINATION_AIRPORT",    "DESTINATION_GATE", "MAX_FIT_WEEK"};
 
-std::string lf_xpath(std::string_view NAME) { return fmt::format("/parameters/parameter[@name='{}']", NAME); }
+std::string lf_xpath(std::string_view NAME) {
+  return fmt::format("/parameters/parameter[@name='{}']", NAME);
+}
 
 pugi::xml_node lf_find(pugi::xml_document& DOCUMENT, std::string_view NAME) {
   return DOCUMENT.select_node(lf_xpath(NAME).c_str()).node();
@@ -134,23 +166,48 @@ void lf_store(std::string_view NAME, std::string_view VALUE) {
   lf_save(document);
 }
 
-std::string lf_text(const BoolParameter& PARAMETER) { return PARAMETER.value ? "true" : "false"; }
-std::string lf_text(const IntParameter& PARAMETER) { return std::to_string(PARAMETER.value.load()); }
-std::string lf_text(const TextParameter& PARAMETER) { return PARAMETER.value; }
+std::string lf_text(const BoolParameter& PARAMETER) {
+  return PARAMETER.value ? "true" : "false";
+}
+std::string lf_text(const IntParameter& PARAMETER) {
+  return std::to_string(PARAMETER.value.load());
+}
+std::string lf_text(const TextParameter& PARAMETER) {
+  return PARAMETER.value;
+}
 
-void lf_read(BoolParameter& PARAMETER, pugi::xml_attribute VALUE) { PARAMETER.value = VALUE.as_bool(); }
-void lf_read(IntParameter& PARAMETER, pugi::xml_attribute VALUE) { PARAMETER.set(VALUE.as_llong()); }
-void lf_read(TextParameter& PARAMETER, pugi::xml_attribute VALUE) { PARAMETER.value = VALUE.as_string(); }
+void lf_read(BoolParameter& PARAMETER, pugi::xml_attribute VALUE) {
+  PARAMETER.value = VALUE.as_bool();
+}
+void lf_read(IntParameter& PARAMETER, pugi::xml_attribute VALUE) {
+  PARAMETER.set(VALUE.as_llong());
+}
+void lf_read(TextParameter& PARAMETER, pugi::xml_attribute VALUE) {
+  PARAMETER.value = VALUE.as_string();
+}
 
-void lf_show(const BoolParameter& PARAMETER) { showBool(PARAMETER); }
-void lf_show(const IntParameter& PARAMETER) { showInt(PARAMETER); }
-void lf_show(const TextParameter& PARAMETER) { showText(PARAMETER); }
+void lf_show(const BoolParameter& PARAMETER) {
+  showBool(PARAMETER);
+}
+void lf_show(const IntParameter& PARAMETER) {
+  showInt(PARAMETER);
+}
+void lf_show(const TextParameter& PARAMETER) {
+  showText(PARAMETER);
+}
 
-void lf_takeDefault(BoolParameter& PARAMETER) { PARAMETER.value = PARAMETER.defaultValue; }
-void lf_takeDefault(IntParameter& PARAMETER) { PARAMETER.set(PARAMETER.defaultValue); }
-void lf_takeDefault(TextParameter& PARAMETER) { PARAMETER.value = PARAMETER.defaultValue; }
+void lf_takeDefault(BoolParameter& PARAMETER) {
+  PARAMETER.value = PARAMETER.defaultValue;
+}
+void lf_takeDefault(IntParameter& PARAMETER) {
+  PARAMETER.set(PARAMETER.defaultValue);
+}
+void lf_takeDefault(TextParameter& PARAMETER) {
+  PARAMETER.value = PARAMETER.defaultValue;
+}
 
-// Reads each parameter of LIST from DOCUMENT, adding the missing ones with their default; true if any was added.
+// Reads each parameter of LIST from DOCUMENT, adding the missing ones with their default; true if any was
+// added.
 template <typename P, std::size_t N>
 bool lf_readList(pugi::xml_document& DOCUMENT, P* const (&LIST)[N]) {
   bool added = false;
@@ -236,16 +293,22 @@ std::int32_t IntParameter::clamp(std::int64_t VALUE) const {
   return static_cast<std::int32_t>(std::clamp<std::int64_t>(VALUE, minimum, maximum));
 }
 
-float FloatParameter::clamp(float VALUE) const { return std::clamp(VALUE, minimum, maximum); }
+float FloatParameter::clamp(float VALUE) const {
+  return std::clamp(VALUE, minimum, maximum);
+}
 
 void setRange(double NAUTICAL_MILES) {
   rangeNm = NAUTICAL_MILES;
   rangeMetres = NAUTICAL_MILES * 1852.0;
 }
 
-std::filesystem::path parametersPath() { return appDataProgramFolder() / "parameters.xml"; }
+std::filesystem::path parametersPath() {
+  return appDataProgramFolder() / "parameters.xml";
+}
 
-float maxFitHours(std::int32_t MAX_FIT_VALUE) { return MAX_FIT_FL.clamp(MAX_FIT_VALUE * 0.5f + 0.5f); }
+float maxFitHours(std::int32_t MAX_FIT_VALUE) {
+  return MAX_FIT_FL.clamp(MAX_FIT_VALUE * 0.5f + 0.5f);
+}
 
 void loadParameters() {
   const std::filesystem::path path = parametersPath();
@@ -290,9 +353,15 @@ bool readIntParameter(IntParameter& PARAMETER) {
   return true;
 }
 
-void storeBool(const BoolParameter& PARAMETER) { lf_store(PARAMETER.name, lf_text(PARAMETER)); }
-void storeInt(const IntParameter& PARAMETER) { lf_store(PARAMETER.name, lf_text(PARAMETER)); }
-void storeText(const TextParameter& PARAMETER) { lf_store(PARAMETER.name, lf_text(PARAMETER)); }
+void storeBool(const BoolParameter& PARAMETER) {
+  lf_store(PARAMETER.name, lf_text(PARAMETER));
+}
+void storeInt(const IntParameter& PARAMETER) {
+  lf_store(PARAMETER.name, lf_text(PARAMETER));
+}
+void storeText(const TextParameter& PARAMETER) {
+  lf_store(PARAMETER.name, lf_text(PARAMETER));
+}
 
 void removeParameter(std::string_view NAME) {
   pugi::xml_document document;

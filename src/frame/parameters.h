@@ -1,7 +1,7 @@
 #pragma once
-// Everything kept between runs is a named parameter in parameters.xml, in %APPDATA%\Trovalyn_P3D. The values live
-// in process-wide objects read by every thread without a lock; only the window and the start-up write them, and
-// every change is written to the file at once, so the file is the state.
+// Everything kept between runs is a named parameter in parameters.xml, in %APPDATA%\Trovalyn_P3D. The values
+// live in process-wide objects read by every thread without a lock; only the window and the start-up write
+// them, and every change is written to the file at once, so the file is the state.
 
 #include <array>
 #include <atomic>
@@ -91,8 +91,8 @@ extern TextParameter BLOCK_CALLSIGN;
 extern BoolParameter COLLISION_USER_AIR;
 extern BoolParameter COLLISION_USER_GND;
 extern BoolParameter COLLISION_LIVE_PARKED_GND;
-extern IntParameter AIRPORT_RANGE;  // nautical miles
-extern IntParameter AIRPORT_HEIGHT; // feet above ground
+extern IntParameter AIRPORT_RANGE;      // nautical miles
+extern IntParameter AIRPORT_HEIGHT;     // feet above ground
 extern IntParameter parking_percentage; // kept per airport, never in parameters.xml
 extern BoolParameter INITIAL_LOAD_ONLY;
 extern BoolParameter PARK_SOFT;
@@ -125,6 +125,8 @@ extern ButtonControl flushStaticButton;
 extern std::atomic<double> rangeNm;
 extern std::atomic<double> rangeMetres;
 void setRange(double NAUTICAL_MILES);
+// LATERAL_RANGE as the user set it, kept while AUTO_RANGE overrides it and given back when that goes off.
+extern std::atomic<std::int32_t> manualLateralRange;
 
 std::filesystem::path parametersPath(); // %APPDATA%\Trovalyn_P3D\parameters.xml
 

@@ -35,7 +35,11 @@ const std::filesystem::path archiveZipFile = "archive.zip";
 const std::filesystem::path installNewVersionFile = "install_new_version.exe";
 const std::filesystem::path logFile = "Log.txt";
 
-std::filesystem::path appDataProgramFolder() { return appDataFolder() / programName; }
-std::filesystem::path realTrafficMark() { return appDataFolder() / "InsideSystems" / "RealTraffic.jar"; }
+std::filesystem::path appDataProgramFolder() {
+  return appDataFolder() / programName;
+}
+std::filesystem::path realTrafficMark() {
+  return appDataFolder() / "InsideSystems" / "RealTraffic.jar";
+}
 
 } // namespace ory

@@ -1,6 +1,6 @@
 #pragma once
-// The data tree, relative to the program's folder (the current directory), and the folder words the scans look
-// for. Joined from separate words at static initialisation.
+// The data tree, relative to the program's folder (the current directory), and the folder words the scans
+// look for. Joined from separate words at static initialisation.
 
 #include <filesystem>
 #include <string_view>
@@ -19,11 +19,11 @@ extern const std::filesystem::path liveriesScannedFile; // output\LiveriesScanne
 extern const std::filesystem::path infoFolder;          // output\info
 extern const std::filesystem::path errorsFolder;        // output\errors
 extern const std::filesystem::path airportsFolder;
-extern const std::filesystem::path archiveFolder;       // airports\archive
-extern const std::filesystem::path learnedFolder;       // airports\learned
-extern const std::filesystem::path myOrbxFolder;        // airports\my_ORBX
-extern const std::filesystem::path myThirdpartyFolder;  // airports\my_thirdparty
-extern const std::filesystem::path myParkAirportsFile;  // airports\my_park_airports.txt
+extern const std::filesystem::path archiveFolder;      // airports\archive
+extern const std::filesystem::path learnedFolder;      // airports\learned
+extern const std::filesystem::path myOrbxFolder;       // airports\my_ORBX
+extern const std::filesystem::path myThirdpartyFolder; // airports\my_thirdparty
+extern const std::filesystem::path myParkAirportsFile; // airports\my_park_airports.txt
 extern const std::filesystem::path airportsP3dFile;
 extern const std::filesystem::path airportsMsfsFile;
 extern const std::filesystem::path versionJsonFile;
@@ -42,6 +42,6 @@ inline constexpr std::string_view steamWord = "Steam";
 inline constexpr std::string_view oneStoreWord = "OneStore";
 
 std::filesystem::path appDataProgramFolder(); // %APPDATA%\Trovalyn_P3D
-std::filesystem::path realTrafficMark();            // %APPDATA%\InsideSystems\RealTraffic.jar
+std::filesystem::path realTrafficMark();      // %APPDATA%\InsideSystems\RealTraffic.jar
 
 } // namespace ory

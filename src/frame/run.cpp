@@ -52,8 +52,8 @@ std::stop_source& lf_source(RunThread WHICH) {
 } // namespace
 
 std::string_view exitReasonText(ExitReason REASON) {
-  static constexpr std::array<std::string_view, 6> texts = {"NOT_YET_SET",     "SIM WAS CLOSED", "RESTART",
-                                                            "RESTART_IPP",     "USER CLOSED SIM", "SYSTEM ERROR"};
+  static constexpr std::array<std::string_view, 6> texts = {"NOT_YET_SET", "SIM WAS CLOSED",  "RESTART",
+                                                            "RESTART_IPP", "USER CLOSED SIM", "SYSTEM ERROR"};
   return texts.at(static_cast<std::size_t>(REASON));
 }
 
@@ -81,7 +81,9 @@ Slot nowSlot() {
   return {static_cast<std::int32_t>(packed >> 32), static_cast<std::int32_t>(packed & 0xFFFFFFFFu)};
 }
 
-std::string slotText(Slot SLOT) { return fmt::format("day={} hh={}", SLOT.day, SLOT.halfHour); }
+std::string slotText(Slot SLOT) {
+  return fmt::format("day={} hh={}", SLOT.day, SLOT.halfHour);
+}
 
 void startRunThread(RunThread WHICH, std::function<void(std::stop_token)> BODY) {
   std::lock_guard lock(lf_threadLock);

@@ -21,16 +21,16 @@ enum class ExitReason : std::int32_t {
 };
 std::string_view exitReasonText(ExitReason REASON); // "NOT_YET_SET" ... "SYSTEM ERROR"
 
-extern std::atomic<std::int32_t> threadCount; // running threads besides the message thread
-extern std::atomic<ExitReason> exitReason;    // written only by requestExit, and reset by a restart
-extern std::atomic<bool> exiting;             // FinalExit runs; every long wait polls it
-extern std::atomic<bool> userClosed;          // reason 4 reached its step in FinalExit
-extern std::atomic<bool> readerError;         // a reader thread ended with an exception
-extern std::atomic<bool> simRunning;          // the simulator reports a running flight
-extern std::atomic<bool> secondTick;          // one simulator second has passed; consumed by mainLoop
-extern std::atomic<bool> rtDetected;          // RealTraffic is installed on this PC
-extern std::atomic<bool> rtProfessional;      // RealTraffic level 2 or no level: nowSlot follows the feed
-extern std::atomic<double> lastFeedTime;      // seconds since 1970 of the newest traffic line
+extern std::atomic<std::int32_t> threadCount;     // running threads besides the message thread
+extern std::atomic<ExitReason> exitReason;        // written only by requestExit, and reset by a restart
+extern std::atomic<bool> exiting;                 // FinalExit runs; every long wait polls it
+extern std::atomic<bool> userClosed;              // reason 4 reached its step in FinalExit
+extern std::atomic<bool> readerError;             // a reader thread ended with an exception
+extern std::atomic<bool> simRunning;              // the simulator reports a running flight
+extern std::atomic<bool> secondTick;              // one simulator second has passed; consumed by mainLoop
+extern std::atomic<bool> rtDetected;              // RealTraffic is installed on this PC
+extern std::atomic<bool> rtProfessional;          // RealTraffic level 2 or no level: nowSlot follows the feed
+extern std::atomic<double> lastFeedTime;          // seconds since 1970 of the newest traffic line
 extern std::atomic<std::int32_t> scanWorkerLimit; // hardware concurrency, read at each start
 extern std::atomic<std::int32_t> scanWorkers;     // running scan workers, held below scanWorkerLimit
 

@@ -1,5 +1,8 @@
 #include "frame/startup.h"
 
+#include "feed/feed.h"
+#include "feed/inbox.h"
+#include "feed/traffic_link.h"
 #include "frame/exceptions.h"
 #include "frame/log.h"
 #include "frame/main_loop.h"
@@ -8,7 +11,10 @@
 #include "frame/run.h"
 #include "frame/version.h"
 #include "frame/window.h"
+#include "liveries/dbase.h"
+#include "liveries/fixes.h"
 #include "os/registry.h"
+#include "parking/airport_database.h"
 #include "simlink/session.h"
 #include "simlink/user_aircraft.h"
 
@@ -76,6 +82,16 @@ std::int32_t lf_countFiles(const fs::path& FOLDER) {
   return count;
 }
 
+// The aircraft data stay unchanged for the process: a restart does not read them again.
+bool lf_aircraftDataRead = false;
+
+void lf_readAircraftDataOnce() {
+  if (lf_aircraftDataRead) return;
+  readDbase();
+  readFixes();
+  lf_aircraftDataRead = true;
+}
+
 void lf_initialise() {
   lf_makeDataTree();
   loadParameters();
@@ -83,10 +99,13 @@ void lf_initialise() {
   PROGRAM_INSTALL_PATH.value = fs::current_path().string();
   storeText(PROGRAM_INSTALL_PATH);
   updateNowSlot();
+  lf_readAircraftDataOnce();
   display.archiveWeek = parseVersion(ARCHIVE_VERSION.value).major;
   if (SIM_INSTALL_PATH.value.empty()) lf_detectSimulatorInRegistry();
+  detectRealTraffic();
   MAX_FIT_FL.value = maxFitHours(MAX_FIT.value);
   showFloat(MAX_FIT_FL);
+  readAirports();
   flushLog();
 }
 
@@ -151,6 +170,43 @@ bool lf_waitForSimulator() {
   return lf_waitFor(positionKnown, 200ms);
 }
 
+// Waits for RealTraffic and its version; only the UDP feed in the Aerowinx mode or with RealTraffic
+// elsewhere.
+void lf_linkRealTraffic() {
+  if (rtDetected && !AEROWINX.value)
+    openServer(PORT_NUMBER.value);
+  else
+    display.rtLinkUp = true;
+  if (lf_stopWanted()) return;
+  display.trafficMark = FeedMark::notConnected;
+  if (AEROWINX.value) {
+    rtProfessional = false;
+    return;
+  }
+  handshake();
+  if (rtProfessional) sendSimTime();
+}
+
+void lf_startReaders() {
+  setQueueOpen(false);
+  startReaderThread(qnhReader, weatherPort);
+  std::this_thread::sleep_for(2s);
+  startReaderThread(trafficReader, trafficPort);
+  const UserPosition user = userPosition();
+  sendUserPosition(user);
+  setReaderUserPosition(user.lat, user.lon);
+  if (readerError) {
+    showError("Reader error");
+    requestExit(ExitReason::systemError, 0);
+  }
+}
+
+void lf_waitForFirstTraffic() {
+  for (int round = 0; round < 150 && lastFeedTime == 0; ++round)
+    std::this_thread::sleep_for(100ms);
+  if (lastFeedTime == 0) logLine("No traffic in this region?");
+}
+
 } // namespace
 
 void launchStartUp() {
@@ -163,9 +219,18 @@ void startRun() {
     display.simConnected = false;
     display.rtLinkUp = false;
     if (!lf_waitForSimulator()) return;
+    lf_linkRealTraffic();
+    if (lf_stopWanted()) return;
+    lf_startReaders();
+    lf_waitForFirstTraffic();
+    updateNowSlot();
     flushLog();
     startRunThread(RunThread::mainLoop, mainLoopThread);
   } catch (...) {
+    if (rtConnected) {
+      closeLink();
+      display.rtLinkUp = false;
+    }
     reportException("startRun");
   }
 }

@@ -56,12 +56,18 @@ std::string lf_utf16ToUtf8(std::string_view BYTES, bool BIG_END) {
 
 std::string_view encodingName(FileEncoding ENCODING) {
   switch (ENCODING) {
-  case FileEncoding::unicode: return "Unicode";
-  case FileEncoding::unicodeBigEndian: return "Unicode_big_endian";
-  case FileEncoding::utf8WithBom: return "UTF8_with_BOM";
-  case FileEncoding::utf8WithoutBom: return "UTF8_without_BOM";
-  case FileEncoding::noneFound: return "none_found";
-  case FileEncoding::plain: break;
+  case FileEncoding::unicode:
+    return "Unicode";
+  case FileEncoding::unicodeBigEndian:
+    return "Unicode_big_endian";
+  case FileEncoding::utf8WithBom:
+    return "UTF8_with_BOM";
+  case FileEncoding::utf8WithoutBom:
+    return "UTF8_without_BOM";
+  case FileEncoding::noneFound:
+    return "none_found";
+  case FileEncoding::plain:
+    break;
   }
   return "";
 }
@@ -92,8 +98,12 @@ bool gf_readExtTextFileToStringVector(const std::filesystem::path& PATH, std::ve
     case FileEncoding::unicodeBigEndian:
       lf_splitLines(lf_utf16ToUtf8(bytes, encoding == FileEncoding::unicodeBigEndian), LINES);
       break;
-    case FileEncoding::utf8WithBom: lf_splitLines(std::string_view(bytes).substr(3), LINES); break;
-    default: lf_splitLines(bytes, LINES); break;
+    case FileEncoding::utf8WithBom:
+      lf_splitLines(std::string_view(bytes).substr(3), LINES);
+      break;
+    default:
+      lf_splitLines(bytes, LINES);
+      break;
     }
     return true;
   } catch (const std::exception& e) {
@@ -102,7 +112,8 @@ bool gf_readExtTextFileToStringVector(const std::filesystem::path& PATH, std::ve
   }
 }
 
-std::unique_ptr<std::vector<std::string>> readPlainLines(const std::filesystem::path& PATH, std::size_t RESERVE) {
+std::unique_ptr<std::vector<std::string>> readPlainLines(const std::filesystem::path& PATH,
+                                                         std::size_t RESERVE) {
   std::ifstream in(PATH, std::ios::binary);
   if (!in) return nullptr;
   auto lines = std::make_unique<std::vector<std::string>>();
@@ -155,7 +166,8 @@ HalfHours readSlots(std::string_view TEXT) {
     const auto [end, status] = std::from_chars(item.data(), item.data() + item.size(), number);
     if (status != std::errc() || end != item.data() + item.size())
       throw std::invalid_argument(fmt::format("half hour \"{}\" is not a number", item));
-    if (number < 0 || number > 47) throw std::out_of_range(fmt::format("half hour {} is not in 0 to 47", number));
+    if (number < 0 || number > 47)
+      throw std::out_of_range(fmt::format("half hour {} is not in 0 to 47", number));
     slots.set(static_cast<std::size_t>(number));
   }
   return slots;

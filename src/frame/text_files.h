@@ -1,6 +1,6 @@
 #pragma once
-// Reading and writing text files: encoding detection, lines in any encoding, whole texts, XML documents, and the
-// comma list of half-hour numbers of the airport files.
+// Reading and writing text files: encoding detection, lines in any encoding, whole texts, XML documents, and
+// the comma list of half-hour numbers of the airport files.
 
 #include <bitset>
 #include <filesystem>
@@ -30,7 +30,8 @@ FileEncoding detectEncoding(const std::filesystem::path& PATH);
 // Lines of a text file in whatever encoding, as UTF-8, without line ends; an empty last line is not added.
 bool gf_readExtTextFileToStringVector(const std::filesystem::path& PATH, std::vector<std::string>& LINES);
 // Lines of a plain text file; null when it can't be opened or is empty.
-std::unique_ptr<std::vector<std::string>> readPlainLines(const std::filesystem::path& PATH, std::size_t RESERVE);
+std::unique_ptr<std::vector<std::string>> readPlainLines(const std::filesystem::path& PATH,
+                                                         std::size_t RESERVE);
 // TEXT and a line end; false when the file can't be opened.
 bool writeText(std::string_view TEXT, const std::filesystem::path& PATH);
 // Saves beside the target and then replaces it, so that a crash or a full disk never leaves half a file.

@@ -71,7 +71,9 @@ void resetDisplay() {
   repaintWindow();
 }
 
-void onStartMessage() { launchStartUp(); }
+void onStartMessage() {
+  launchStartUp();
+}
 
 void onCloseRequest() {
   showMessage(fmt::format("Close window button clicked, closing {} ...", programName), false);

@@ -1,7 +1,7 @@
 #pragma once
-// The control window's interface. Two faces stand behind it: the Win32 window, and a headless face on Linux that
-// prints the message and error lines to standard output. Worker threads reach the window only through these
-// calls; the painting itself stays on the message thread.
+// The control window's interface. Two faces stand behind it: the Win32 window, and a headless face on Linux
+// that prints the message and error lines to standard output. Worker threads reach the window only through
+// these calls; the painting itself stays on the message thread.
 
 #include "frame/parameters.h"
 
@@ -29,10 +29,10 @@ struct DisplayState {
   std::string standText;    // the park airport's lines
   std::atomic<FeedMark> trafficMark{FeedMark::notConnected};
   std::atomic<FeedMark> weatherMark{FeedMark::notConnected};
-  std::atomic<bool> rtLinkUp{false};           // the traffic link is connected, or not in use
+  std::atomic<bool> rtLinkUp{false}; // the traffic link is connected, or not in use
   std::atomic<bool> simConnected{false};
   std::atomic<std::int32_t> minutesToRenewal{0};
-  std::atomic<std::int32_t> liveryCount{-1};   // -1 while unknown
+  std::atomic<std::int32_t> liveryCount{-1}; // -1 while unknown
   std::atomic<std::int32_t> orbxAirportCount{-1};
   std::atomic<std::int32_t> thirdpartyAirportCount{-1};
   std::atomic<std::int32_t> tbloAirportCount{0};
@@ -48,7 +48,8 @@ struct DisplayState {
 extern std::mutex windowTextLock; // taken before the log mutex, never after
 extern DisplayState display;
 extern std::atomic<std::int32_t> messageClock; // seconds of the slow beat since the session began
-extern std::atomic<std::int32_t> messageStamp; // messageClock when the message was set (at least 1), 0 when empty
+extern std::atomic<std::int32_t>
+    messageStamp; // messageClock when the message was set (at least 1), 0 when empty
 
 void showMessage(std::string_view TEXT, bool ALSO_LOG);
 void showError(std::string_view TEXT); // stays until cleared; a message doesn't overwrite it

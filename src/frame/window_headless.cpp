@@ -1,5 +1,5 @@
-// The headless face: no window; the message and error lines go to standard output, and posted messages wait in a
-// queue for the entry's loop.
+// The headless face: no window; the message and error lines go to standard output, and posted messages wait
+// in a queue for the entry's loop.
 #include "frame/window.h"
 #include "frame/window_face.h"
 
@@ -34,14 +34,15 @@ void setTopmost(bool) {}
 void repaintWindow() {}
 
 void postWindowMessage(unsigned MESSAGE) {
-  {
-    std::lock_guard lock(lf_queueLock);
-    lf_queue.push_back(MESSAGE);
-  }
+  // Notified under the lock: the waiter may end the process as soon as it has the message.
+  std::lock_guard lock(lf_queueLock);
+  lf_queue.push_back(MESSAGE);
   lf_queueSignal.notify_one();
 }
 
-bool windowExists() { return true; }
+bool windowExists() {
+  return true;
+}
 
 unsigned nextPostedMessage(int TIMEOUT_MS) {
   std::unique_lock lock(lf_queueLock);

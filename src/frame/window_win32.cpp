@@ -1,5 +1,5 @@
-// The Win32 face of the control window: five bands on a dark ground, painted on the message thread. Worker threads
-// only store texts (under windowTextLock) and invalidate.
+// The Win32 face of the control window: five bands on a dark ground, painted on the message thread. Worker
+// threads only store texts (under windowTextLock) and invalidate.
 #include "frame/window_win32.h"
 
 #include "frame/log.h"
@@ -51,7 +51,9 @@ struct Label {
   std::function<COLORREF()> colour;
 };
 
-COLORREF lf_blackText() { return lf_black; }
+COLORREF lf_blackText() {
+  return lf_black;
+}
 std::function<COLORREF()> lf_whenOn(const BoolParameter& P, COLORREF ON) {
   return [&P, ON] { return P.value ? ON : lf_black; };
 }
@@ -127,7 +129,9 @@ void lf_whiteLines(HDC DC) {
   DeleteObject(pen);
 }
 
-COLORREF lf_markColour(FeedMark MARK) { return MARK == FeedMark::running ? lf_lime : lf_yellow; }
+COLORREF lf_markColour(FeedMark MARK) {
+  return MARK == FeedMark::running ? lf_lime : lf_yellow;
+}
 
 std::string lf_countText(std::string_view NAME, std::int32_t COUNT) {
   return COUNT < 0 ? fmt::format("# {}: ...", NAME) : fmt::format("# {}: {}", NAME, COUNT);
@@ -210,28 +214,42 @@ void lf_paint(HWND WINDOW) {
 void lf_savePosition(HWND WINDOW) {
   RECT rect{};
   if (!GetWindowRect(WINDOW, &rect)) return;
-  for (auto [parameter, value] : {std::pair{&MAIN_WINDOW_X, rect.left}, std::pair{&MAIN_WINDOW_Y, rect.top}}) {
+  for (auto [parameter, value] :
+       {std::pair{&MAIN_WINDOW_X, rect.left}, std::pair{&MAIN_WINDOW_Y, rect.top}}) {
     const std::int32_t before = parameter->value;
     parameter->set(value);
-    if (parameter->value == parameter->minimum || parameter->value == parameter->maximum) parameter->set(before);
+    if (parameter->value == parameter->minimum || parameter->value == parameter->maximum)
+      parameter->set(before);
     storeInt(*parameter);
   }
 }
 
 LRESULT CALLBACK lf_procedure(HWND WINDOW, UINT MESSAGE, WPARAM W, LPARAM L) {
   switch (MESSAGE) {
-  case startMessage: onStartMessage(); return 0;
+  case startMessage:
+    onStartMessage();
+    return 0;
   case endMessage:
     lf_savePosition(WINDOW);
     onEndMessage();
     PostQuitMessage(0);
     return 0;
-  case WM_PAINT: lf_paint(WINDOW); return 0;
-  case WM_SIZE: InvalidateRect(WINDOW, nullptr, FALSE); return 0;
-  case WM_ERASEBKGND: return 1;
-  case WM_CLOSE: onCloseRequest(); return 0;
-  case WM_DESTROY: PostQuitMessage(0); return 0;
-  default: return DefWindowProcW(WINDOW, MESSAGE, W, L);
+  case WM_PAINT:
+    lf_paint(WINDOW);
+    return 0;
+  case WM_SIZE:
+    InvalidateRect(WINDOW, nullptr, FALSE);
+    return 0;
+  case WM_ERASEBKGND:
+    return 1;
+  case WM_CLOSE:
+    onCloseRequest();
+    return 0;
+  case WM_DESTROY:
+    PostQuitMessage(0);
+    return 0;
+  default:
+    return DefWindowProcW(WINDOW, MESSAGE, W, L);
   }
 }
 
@@ -251,7 +269,8 @@ void paintMessageBand(std::string_view, bool) {
 
 void showBool(const BoolParameter& PARAMETER) {
   if (PARAMETER.handle)
-    SendMessageW(static_cast<HWND>(PARAMETER.handle), BM_SETCHECK, PARAMETER.value ? BST_CHECKED : BST_UNCHECKED, 0);
+    SendMessageW(static_cast<HWND>(PARAMETER.handle), BM_SETCHECK,
+                 PARAMETER.value ? BST_CHECKED : BST_UNCHECKED, 0);
   repaintWindow();
 }
 
@@ -262,11 +281,13 @@ void showInt(const IntParameter& PARAMETER) {
 
 void showFloat(const FloatParameter& PARAMETER) {
   if (PARAMETER.handle)
-    SetWindowTextW(static_cast<HWND>(PARAMETER.handle), utf8ToWide(fmt::format("{:.1f}", PARAMETER.value.load())).c_str());
+    SetWindowTextW(static_cast<HWND>(PARAMETER.handle),
+                   utf8ToWide(fmt::format("{:.1f}", PARAMETER.value.load())).c_str());
 }
 
 void showText(const TextParameter& PARAMETER) {
-  if (PARAMETER.handle) SetWindowTextW(static_cast<HWND>(PARAMETER.handle), utf8ToWide(PARAMETER.value).c_str());
+  if (PARAMETER.handle)
+    SetWindowTextW(static_cast<HWND>(PARAMETER.handle), utf8ToWide(PARAMETER.value).c_str());
 }
 
 void clearEdit(const Control& CONTROL) {
@@ -290,9 +311,13 @@ void postWindowMessage(unsigned MESSAGE) {
   if (lf_window) PostMessageW(lf_window, MESSAGE, 0, 0);
 }
 
-bool windowExists() { return lf_window && IsWindow(lf_window); }
+bool windowExists() {
+  return lf_window && IsWindow(lf_window);
+}
 
-unsigned nextPostedMessage(int) { return 0; }
+unsigned nextPostedMessage(int) {
+  return 0;
+}
 
 bool createMainWindow(void* INSTANCE) {
   auto* instance = static_cast<HINSTANCE>(INSTANCE);

@@ -11,9 +11,17 @@ std::filesystem::path lf_home() {
 }
 } // namespace
 
-std::filesystem::path appDataFolder() { return lf_home() / "AppData" / "Roaming"; }
-std::filesystem::path documentsFolder() { return lf_home() / "Documents"; }
-std::filesystem::path publicDocumentsFolder() { return lf_home() / "Public" / "Documents"; }
-std::filesystem::path programDataFolder() { return lf_home() / "ProgramData"; }
+std::filesystem::path appDataFolder() {
+  return lf_home() / "AppData" / "Roaming";
+}
+std::filesystem::path documentsFolder() {
+  return lf_home() / "Documents";
+}
+std::filesystem::path publicDocumentsFolder() {
+  return lf_home() / "Public" / "Documents";
+}
+std::filesystem::path programDataFolder() {
+  return lf_home() / "ProgramData";
+}
 
 } // namespace ory

@@ -1,7 +1,8 @@
 #include "os/folders.h"
 
-#include <shlobj.h>
 #include <windows.h>
+
+#include <shlobj.h>
 
 namespace ory {
 
@@ -13,9 +14,17 @@ std::filesystem::path lf_knownFolder(int CSIDL) {
 }
 } // namespace
 
-std::filesystem::path appDataFolder() { return lf_knownFolder(CSIDL_APPDATA); }
-std::filesystem::path documentsFolder() { return lf_knownFolder(CSIDL_PERSONAL); }
-std::filesystem::path publicDocumentsFolder() { return lf_knownFolder(CSIDL_COMMON_DOCUMENTS); }
-std::filesystem::path programDataFolder() { return lf_knownFolder(CSIDL_COMMON_APPDATA); }
+std::filesystem::path appDataFolder() {
+  return lf_knownFolder(CSIDL_APPDATA);
+}
+std::filesystem::path documentsFolder() {
+  return lf_knownFolder(CSIDL_PERSONAL);
+}
+std::filesystem::path publicDocumentsFolder() {
+  return lf_knownFolder(CSIDL_COMMON_DOCUMENTS);
+}
+std::filesystem::path programDataFolder() {
+  return lf_knownFolder(CSIDL_COMMON_APPDATA);
+}
 
 } // namespace ory

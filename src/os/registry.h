@@ -14,6 +14,7 @@ bool registryKeyExists(RegistryRoot ROOT, std::string_view KEY);
 // A REG_SZ value as UTF-8, or nothing when the key or value is missing.
 std::optional<std::string> readRegistryText(RegistryRoot ROOT, std::string_view KEY, std::string_view VALUE);
 // A REG_DWORD value, or nothing.
-std::optional<unsigned long> readRegistryNumber(RegistryRoot ROOT, std::string_view KEY, std::string_view VALUE);
+std::optional<unsigned long> readRegistryNumber(RegistryRoot ROOT, std::string_view KEY,
+                                                std::string_view VALUE);
 
 } // namespace ory

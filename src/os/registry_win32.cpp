@@ -6,7 +6,9 @@
 namespace ory {
 
 namespace {
-HKEY lf_root(RegistryRoot ROOT) { return ROOT == RegistryRoot::localMachine ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER; }
+HKEY lf_root(RegistryRoot ROOT) {
+  return ROOT == RegistryRoot::localMachine ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER;
+}
 } // namespace
 
 bool registryKeyExists(RegistryRoot ROOT, std::string_view KEY) {
@@ -31,11 +33,12 @@ std::optional<std::string> readRegistryText(RegistryRoot ROOT, std::string_view 
   return wideToUtf8(text);
 }
 
-std::optional<unsigned long> readRegistryNumber(RegistryRoot ROOT, std::string_view KEY, std::string_view VALUE) {
+std::optional<unsigned long> readRegistryNumber(RegistryRoot ROOT, std::string_view KEY,
+                                                std::string_view VALUE) {
   DWORD number = 0;
   DWORD bytes = sizeof(number);
-  if (RegGetValueW(lf_root(ROOT), utf8ToWide(KEY).c_str(), utf8ToWide(VALUE).c_str(), RRF_RT_REG_DWORD, nullptr,
-                   &number, &bytes) != ERROR_SUCCESS)
+  if (RegGetValueW(lf_root(ROOT), utf8ToWide(KEY).c_str(), utf8ToWide(VALUE).c_str(), RRF_RT_REG_DWORD,
+                   nullptr, &number, &bytes) != ERROR_SUCCESS)
     return {};
   return number;
 }

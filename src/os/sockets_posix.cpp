@@ -99,6 +99,41 @@ SocketHandle lf_fail() {
   return invalidSocket;
 }
 
+// getaddrinfo's own codes to the Winsock numbers that its Windows twin returns.
+int lf_resolveError(int CODE) {
+  switch (CODE) {
+  case EAI_AGAIN:
+    return 11002;
+  case EAI_BADFLAGS:
+    return 10022;
+  case EAI_FAIL:
+    return 11003;
+  case EAI_FAMILY:
+    return 10047;
+  case EAI_MEMORY:
+    return 8;
+  case EAI_NONAME:
+    return 11001;
+  case EAI_SERVICE:
+    return 10109;
+  case EAI_SOCKTYPE:
+    return 10044;
+  case EAI_SYSTEM:
+    return lf_toWinsock(errno);
+  default:
+    return 11003;
+  }
+}
+
+ListenerOpening lf_listenerFailed(ListenerOpening OPENING, ListenerStep STEP) {
+  OPENING.error = lf_toWinsock(errno);
+  lf_lastError = OPENING.error;
+  OPENING.step = STEP;
+  if (OPENING.socket != invalidSocket) close(static_cast<int>(OPENING.socket));
+  OPENING.socket = invalidSocket;
+  return OPENING;
+}
+
 SocketHandle lf_bound(int TYPE, std::uint16_t PORT, IpFamily FAMILY) {
   const bool v6 = FAMILY != IpFamily::v4;
   const int fd = socket(v6 ? AF_INET6 : AF_INET, TYPE | SOCK_CLOEXEC, 0);
@@ -146,6 +181,7 @@ int lf_familyHint(IpFamily FAMILY) {
 bool startSockets() {
   return true;
 }
+void stopSockets() {}
 int lastSocketError() {
   return lf_lastError;
 }
@@ -159,6 +195,44 @@ SocketHandle openTcpServer(std::uint16_t PORT, IpFamily FAMILY) {
     return failed;
   }
   return server;
+}
+
+ListenerOpening openListener(std::string_view SERVICE) {
+  ListenerOpening opening;
+  addrinfo hints{};
+  hints.ai_flags = AI_PASSIVE;
+  hints.ai_family = AF_INET;
+  hints.ai_socktype = SOCK_STREAM;
+  hints.ai_protocol = IPPROTO_TCP;
+  addrinfo* found = nullptr;
+  const std::string service(SERVICE);
+  if (const int code = getaddrinfo(nullptr, service.c_str(), &hints, &found); code != 0) {
+    opening.error = lf_resolveError(code);
+    lf_lastError = opening.error;
+    return opening;
+  }
+  const int fd = socket(found->ai_family, found->ai_socktype | SOCK_CLOEXEC, found->ai_protocol);
+  if (fd < 0) {
+    freeaddrinfo(found);
+    return lf_listenerFailed(opening, ListenerStep::socket);
+  }
+  opening.socket = fd;
+  const int flags = fcntl(fd, F_GETFL);
+  if (flags < 0 || fcntl(fd, F_SETFL, flags & ~O_NONBLOCK) != 0) {
+    freeaddrinfo(found);
+    return lf_listenerFailed(opening, ListenerStep::blocking);
+  }
+  const int yes = 1;
+  if (setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof(yes)) != 0) {
+    freeaddrinfo(found);
+    return lf_listenerFailed(opening, ListenerStep::reuseAddress);
+  }
+  const int bound = bind(fd, found->ai_addr, found->ai_addrlen);
+  freeaddrinfo(found);
+  if (bound != 0) return lf_listenerFailed(opening, ListenerStep::bind);
+  if (listen(fd, SOMAXCONN) != 0) return lf_listenerFailed(opening, ListenerStep::listen);
+  opening.step = ListenerStep::ready;
+  return opening;
 }
 
 SocketHandle acceptClient(SocketHandle SERVER) {
@@ -213,6 +287,23 @@ SocketHandle openUdpReceiver(std::uint16_t PORT) {
 SocketHandle openUdpSender() {
   const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   return fd < 0 ? lf_fail() : fd;
+}
+
+SocketHandle openUdpSocket() {
+  const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP);
+  return fd < 0 ? lf_fail() : fd;
+}
+
+// No SO_REUSEADDR: a port taken by another reader must fail here, not share the datagrams.
+bool bindSocket(SocketHandle SOCKET, std::uint16_t PORT, bool LOOPBACK_ONLY) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(PORT);
+  address.sin_addr.s_addr = htonl(LOOPBACK_ONLY ? INADDR_LOOPBACK : INADDR_ANY);
+  if (bind(static_cast<int>(SOCKET), reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0)
+    return true;
+  lf_fail();
+  return false;
 }
 
 bool sendAll(SocketHandle SOCKET, const void* DATA, std::size_t SIZE) {
@@ -286,9 +377,11 @@ std::vector<std::size_t> readableSockets(std::span<const SocketHandle> SOCKETS, 
   return ready;
 }
 
-void setNoDelay(SocketHandle SOCKET, bool ON) {
+bool setNoDelay(SocketHandle SOCKET, bool ON) {
   const int value = ON ? 1 : 0;
-  setsockopt(static_cast<int>(SOCKET), IPPROTO_TCP, TCP_NODELAY, &value, sizeof(value));
+  if (setsockopt(static_cast<int>(SOCKET), IPPROTO_TCP, TCP_NODELAY, &value, sizeof(value)) == 0) return true;
+  lf_fail();
+  return false;
 }
 
 void setReceiveBufferSize(SocketHandle SOCKET, int BYTES) {

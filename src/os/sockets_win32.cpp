@@ -60,7 +60,14 @@ int lf_familyHint(IpFamily FAMILY) {
 
 bool startSockets() {
   WSADATA data{};
-  return WSAStartup(MAKEWORD(2, 2), &data) == 0;
+  const int result = WSAStartup(MAKEWORD(2, 2), &data);
+  if (result == 0) return true;
+  WSASetLastError(result); // WSAStartup returns its error instead of setting it
+  return false;
+}
+
+void stopSockets() {
+  WSACleanup();
 }
 
 int lastSocketError() {
@@ -77,6 +84,46 @@ SocketHandle openTcpServer(std::uint16_t PORT, IpFamily FAMILY) {
     return invalidSocket;
   }
   return server;
+}
+
+ListenerOpening openListener(std::string_view SERVICE) {
+  ListenerOpening opening;
+  addrinfo hints{};
+  hints.ai_flags = AI_PASSIVE;
+  hints.ai_family = AF_INET;
+  hints.ai_socktype = SOCK_STREAM;
+  hints.ai_protocol = IPPROTO_TCP;
+  addrinfo* found = nullptr;
+  const std::string service(SERVICE);
+  if (const int code = getaddrinfo(nullptr, service.c_str(), &hints, &found); code != 0) {
+    opening.error = code;
+    return opening;
+  }
+  const auto fail = [&](ListenerStep STEP) {
+    opening.error = WSAGetLastError();
+    opening.step = STEP;
+    if (found) freeaddrinfo(found);
+    if (opening.socket != invalidSocket) closesocket(lf_raw(opening.socket));
+    opening.socket = invalidSocket;
+    WSASetLastError(opening.error);
+    return opening;
+  };
+  const SOCKET s = socket(found->ai_family, found->ai_socktype, found->ai_protocol);
+  if (s == INVALID_SOCKET) return fail(ListenerStep::socket);
+  opening.socket = lf_handle(s);
+  u_long nonBlocking = 0; // the server blocks in accept on purpose
+  if (ioctlsocket(s, FIONBIO, &nonBlocking) == SOCKET_ERROR) return fail(ListenerStep::blocking);
+  const BOOL yes = TRUE;
+  if (setsockopt(s, SOL_SOCKET, SO_REUSEADDR, reinterpret_cast<const char*>(&yes), sizeof(yes)) ==
+      SOCKET_ERROR)
+    return fail(ListenerStep::reuseAddress);
+  if (bind(s, found->ai_addr, static_cast<int>(found->ai_addrlen)) == SOCKET_ERROR)
+    return fail(ListenerStep::bind);
+  freeaddrinfo(found);
+  found = nullptr;
+  if (listen(s, SOMAXCONN) == SOCKET_ERROR) return fail(ListenerStep::listen);
+  opening.step = ListenerStep::ready;
+  return opening;
 }
 
 SocketHandle acceptClient(SocketHandle SERVER) {
@@ -123,6 +170,18 @@ SocketHandle openUdpReceiver(std::uint16_t PORT) {
 
 SocketHandle openUdpSender() {
   return lf_handle(socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP));
+}
+
+SocketHandle openUdpSocket() {
+  return lf_handle(socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP));
+}
+
+bool bindSocket(SocketHandle SOCKET_HANDLE, std::uint16_t PORT, bool LOOPBACK_ONLY) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(PORT);
+  address.sin_addr.s_addr = htonl(LOOPBACK_ONLY ? INADDR_LOOPBACK : INADDR_ANY);
+  return bind(lf_raw(SOCKET_HANDLE), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != SOCKET_ERROR;
 }
 
 bool sendAll(SocketHandle SOCKET_HANDLE, const void* DATA, std::size_t SIZE) {
@@ -178,10 +237,9 @@ std::vector<std::size_t> readableSockets(std::span<const SocketHandle> SOCKETS, 
   return ready;
 }
 
-void setNoDelay(SocketHandle SOCKET_HANDLE, bool ON) {
-  const BOOL value = ON ? TRUE : FALSE;
-  setsockopt(lf_raw(SOCKET_HANDLE), IPPROTO_TCP, TCP_NODELAY, reinterpret_cast<const char*>(&value),
-             sizeof(value));
+bool setNoDelay(SocketHandle SOCKET_HANDLE, bool ON) {
+  const char value = ON ? 1 : 0; // Winsock takes a one-byte value for TCP_NODELAY
+  return setsockopt(lf_raw(SOCKET_HANDLE), IPPROTO_TCP, TCP_NODELAY, &value, sizeof(value)) != SOCKET_ERROR;
 }
 
 void setReceiveBufferSize(SocketHandle SOCKET_HANDLE, int BYTES) {

@@ -6,7 +6,11 @@
 
 namespace ory {
 
-void beginTimerPeriod() { timeBeginPeriod(1); }
-void endTimerPeriod() { timeEndPeriod(1); }
+void beginTimerPeriod() {
+  timeBeginPeriod(1);
+}
+void endTimerPeriod() {
+  timeEndPeriod(1);
+}
 
 } // namespace ory

@@ -118,4 +118,8 @@ std::string wideToUtf8(std::wstring_view TEXT) {
   return out;
 }
 
+std::filesystem::path utf8ToPath(std::string_view TEXT) {
+  return std::filesystem::path(std::u8string(TEXT.begin(), TEXT.end()));
+}
+
 } // namespace ory

@@ -1,6 +1,7 @@
 #pragma once
 // UTF-8 in memory, UTF-16 only at the edges (Win32 calls, UTF-16 files). Bad sequences become U+FFFD.
 
+#include <filesystem>
 #include <string>
 #include <string_view>
 
@@ -11,5 +12,7 @@ std::string utf16ToUtf8(std::u16string_view TEXT);
 // The platform's wide text: UTF-16 on Windows, UTF-32 elsewhere.
 std::wstring utf8ToWide(std::string_view TEXT);
 std::string wideToUtf8(std::wstring_view TEXT);
+// A path from UTF-8 text, whatever the platform's own path encoding.
+std::filesystem::path utf8ToPath(std::string_view TEXT);
 
 } // namespace ory

@@ -36,8 +36,9 @@ TEST_F(LogTest, firstLineNamesTimeProgramVersionAndSimulator) {
   openLog();
   closeLog();
   const std::string first = fileLines("Log.txt").at(0);
-  const std::regex form(R"(^\w{3} \w{3} [ \d]\d \d\d:\d\d:\d\d \d{4} \(utc\) Trovalyn_P3D version 8\.8\.0 for )"
-                        R"(Prepar3D v5/v6$)");
+  const std::regex form(
+      R"(^\w{3} \w{3} [ \d]\d \d\d:\d\d:\d\d \d{4} \(utc\) Trovalyn_P3D version 8\.8\.0 for )"
+      R"(Prepar3D v5/v6$)");
   EXPECT_TRUE(std::regex_match(first, form)) << first;
 }
 

@@ -32,7 +32,8 @@ std::string lf_valueInFile(std::string_view NAME) {
 }
 
 void lf_writeParameters(std::string_view ENTRIES) {
-  writeBytes(parametersPath(), "<?xml version=\"1.0\"?>\n<parameters>" + std::string(ENTRIES) + "</parameters>\n");
+  writeBytes(parametersPath(),
+             "<?xml version=\"1.0\"?>\n<parameters>" + std::string(ENTRIES) + "</parameters>\n");
 }
 
 std::string lf_entry(std::string_view NAME, std::string_view VALUE) {
@@ -52,15 +53,50 @@ protected:
 
 TEST_F(ParametersTest, aFirstStartWritesEveryParameterButFoldersAndDerivedOnes) {
   loadParameters();
-  const std::set<std::string> expected = {
-      "RANDOM", "AEROWINX", "COLLISION_USER_AIR", "COLLISION_USER_GND", "COLLISION_LIVE_PARKED_GND",
-      "SUPPRESS_STUB", "LOG", "ALWAYS_ON_TOP", "SCAN_LIVERIES", "LIG_AUTOMATIC", "LIG_PRIORITIZE", "SCAN_AIRPORTS",
-      "AFG_AUTOMATIC", "LIGHT_AIRCRAFT", "HELICOPTERS", "HIGH_PERF_AIRCRAFT", "NAV_LIGHTS_WHILE_PARKED",
-      "AUTO_RANGE", "LEARN_SOFT", "PARK_SOFT", "PARK_FAKE", "WEEK", "INITIAL_LOAD_ONLY", "GUID_CHANGES",
-      "CUSTOM_PARKING_PERCENTAGE", "MAIN_WINDOW_X", "MAIN_WINDOW_Y", "LAST_EPOCH_TIME", "P3D_VERSION",
-      "MATCHING_DEPTH", "LATERAL_RANGE", "MAX_FIT", "MAX_LIVE", "AIRPORT_RANGE", "AIRPORT_HEIGHT",
-      "PROGRAM_VERSION", "PORT_NUMBER", "PROGRAM_INSTALL_PATH", "ARCHIVE_VERSION", "DBASE_VERSION", "AIG_VERSION",
-      "DATA_CHECKED_AT_DATE", "BLOCK_CALLSIGN", "SIM_INSTALL_PATH"};
+  const std::set<std::string> expected = {"RANDOM",
+                                          "AEROWINX",
+                                          "COLLISION_USER_AIR",
+                                          "COLLISION_USER_GND",
+                                          "COLLISION_LIVE_PARKED_GND",
+                                          "SUPPRESS_STUB",
+                                          "LOG",
+                                          "ALWAYS_ON_TOP",
+                                          "SCAN_LIVERIES",
+                                          "LIG_AUTOMATIC",
+                                          "LIG_PRIORITIZE",
+                                          "SCAN_AIRPORTS",
+                                          "AFG_AUTOMATIC",
+                                          "LIGHT_AIRCRAFT",
+                                          "HELICOPTERS",
+                                          "HIGH_PERF_AIRCRAFT",
+                                          "NAV_LIGHTS_WHILE_PARKED",
+                                          "AUTO_RANGE",
+                                          "LEARN_SOFT",
+                                          "PARK_SOFT",
+                                          "PARK_FAKE",
+                                          "WEEK",
+                                          "INITIAL_LOAD_ONLY",
+                                          "GUID_CHANGES",
+                                          "CUSTOM_PARKING_PERCENTAGE",
+                                          "MAIN_WINDOW_X",
+                                          "MAIN_WINDOW_Y",
+                                          "LAST_EPOCH_TIME",
+                                          "P3D_VERSION",
+                                          "MATCHING_DEPTH",
+                                          "LATERAL_RANGE",
+                                          "MAX_FIT",
+                                          "MAX_LIVE",
+                                          "AIRPORT_RANGE",
+                                          "AIRPORT_HEIGHT",
+                                          "PROGRAM_VERSION",
+                                          "PORT_NUMBER",
+                                          "PROGRAM_INSTALL_PATH",
+                                          "ARCHIVE_VERSION",
+                                          "DBASE_VERSION",
+                                          "AIG_VERSION",
+                                          "DATA_CHECKED_AT_DATE",
+                                          "BLOCK_CALLSIGN",
+                                          "SIM_INSTALL_PATH"};
   EXPECT_EQ(lf_namesInFile(), expected);
   EXPECT_EQ(lf_valueInFile("PROGRAM_VERSION"), "8.8.0");
   EXPECT_EQ(lf_valueInFile("PORT_NUMBER"), "10747");
@@ -73,8 +109,9 @@ TEST_F(ParametersTest, aFirstStartWritesEveryParameterButFoldersAndDerivedOnes) 
 }
 
 TEST_F(ParametersTest, booleansReadByTheirFirstCharacter) {
-  lf_writeParameters(lf_entry("PROGRAM_VERSION", "8.8.0") + lf_entry("RANDOM", "True") + lf_entry("LOG", "yes") +
-                     lf_entry("WEEK", "1") + lf_entry("AEROWINX", "on") + lf_entry("SCAN_LIVERIES", "false"));
+  lf_writeParameters(lf_entry("PROGRAM_VERSION", "8.8.0") + lf_entry("RANDOM", "True") +
+                     lf_entry("LOG", "yes") + lf_entry("WEEK", "1") + lf_entry("AEROWINX", "on") +
+                     lf_entry("SCAN_LIVERIES", "false"));
   loadParameters();
   EXPECT_TRUE(RANDOM.value);
   EXPECT_TRUE(LOG.value);

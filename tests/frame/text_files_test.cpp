@@ -22,8 +22,12 @@ Lines lf_read(const std::filesystem::path& PATH) {
 // "Zürich\r\n✈ 1" in each encoding, written byte by byte.
 TEST_F(TextFilesTest, everyEncodingReadsAsTheSameUtf8Lines) {
   const Lines expected = {"Z\xC3\xBCrich", "\xE2\x9C\x88 1"};
-  writeBytes("le.txt", std::string("\xFF\xFEZ\0\xFC\0r\0i\0c\0h\0\r\0\n\0\x08\x27 \0" "1\0", 24));
-  writeBytes("be.txt", std::string("\xFE\xFF\0Z\0\xFC\0r\0i\0c\0h\0\r\0\n\x27\x08\0 \0" "1", 24));
+  writeBytes("le.txt", std::string("\xFF\xFEZ\0\xFC\0r\0i\0c\0h\0\r\0\n\0\x08\x27 \0"
+                                   "1\0",
+                                   24));
+  writeBytes("be.txt", std::string("\xFE\xFF\0Z\0\xFC\0r\0i\0c\0h\0\r\0\n\x27\x08\0 \0"
+                                   "1",
+                                   24));
   writeBytes("bom.txt", "\xEF\xBB\xBFZ\xC3\xBCrich\r\n\xE2\x9C\x88 1\n");
   writeBytes("plain.txt", "Z\xC3\xBCrich\n\xE2\x9C\x88 1");
 
@@ -53,8 +57,12 @@ TEST_F(TextFilesTest, aMissingFileIsLoggedAndGivesFalse) {
 }
 
 TEST_F(TextFilesTest, oddBytesOfUtf16AndLoneSurrogatesDoNotBreakTheRead) {
-  writeBytes("odd.txt", std::string("\xFF\xFE" "A\0\x00\xD8" "B\0C", 9));
-  EXPECT_EQ(lf_read("odd.txt"), Lines{"A\xEF\xBF\xBD" "B"});
+  writeBytes("odd.txt", std::string("\xFF\xFE"
+                                    "A\0\x00\xD8"
+                                    "B\0C",
+                                    9));
+  EXPECT_EQ(lf_read("odd.txt"), Lines{"A\xEF\xBF\xBD"
+                                      "B"});
 }
 
 TEST_F(TextFilesTest, plainLinesAreNullForMissingOrEmptyFiles) {

@@ -49,4 +49,13 @@ std::filesystem::path realData(std::string_view RELATIVE) {
   return std::filesystem::path(ORY_REAL_DATA_DIR) / std::filesystem::path(RELATIVE);
 }
 
+void installPreparedData(const std::filesystem::path& FOLDER) {
+  const std::filesystem::path data = ORY_PREPARED_DATA_DIR;
+  const auto options = std::filesystem::copy_options::overwrite_existing;
+  std::filesystem::create_directories(FOLDER / "input");
+  std::filesystem::copy_file(data / "dbase" / "dbase.xml", FOLDER / "input" / "dbase.xml", options);
+  std::filesystem::copy_file(data / "fixes.xml", FOLDER / "input" / "fixes.xml", options);
+  std::filesystem::copy_file(data / "airports_p3d.xml", FOLDER / "airports_p3d.xml", options);
+}
+
 } // namespace ory::test

@@ -35,5 +35,8 @@ std::string readFile(const std::filesystem::path& PATH);
 void writeBytes(const std::filesystem::path& PATH, std::string_view BYTES);
 std::vector<std::string> fileLines(const std::filesystem::path& PATH);
 std::filesystem::path realData(std::string_view RELATIVE); // a file of the shared real data
+// Puts the data files dataprep made at build time (input/dbase.xml, input/fixes.xml, airports_p3d.xml) into
+// the program folder FOLDER.
+void installPreparedData(const std::filesystem::path& FOLDER);
 
 } // namespace ory::test

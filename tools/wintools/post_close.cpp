@@ -4,7 +4,8 @@
 
 int wmain() {
   for (int attempt = 0; attempt < 200; ++attempt) {
-    if (HWND window = FindWindowW(L"Trovalyn_P3D", nullptr)) return PostMessageW(window, WM_CLOSE, 0, 0) ? 0 : 1;
+    if (HWND window = FindWindowW(L"Trovalyn_P3D", nullptr))
+      return PostMessageW(window, WM_CLOSE, 0, 0) ? 0 : 1;
     Sleep(100);
   }
   return 1;

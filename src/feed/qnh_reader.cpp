@@ -1,0 +1,101 @@
+#include "feed/qnh_reader.h"
+
+#include "feed/feed.h"
+#include "frame/log.h"
+#include "frame/window.h"
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include <cmath>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+namespace ory {
+
+std::atomic<std::int32_t> qnhForEngine{standardQnh};
+
+namespace {
+
+constexpr std::int64_t lf_lowestQnh = 930;
+constexpr std::int64_t lf_highestQnh = 1080; // above this a report counts hundredths of an inch of mercury
+constexpr double lf_hpaPerHundredthInch = 0.33865307;
+
+// Integral values of a large float stay in range of the checks below.
+std::int64_t lf_rounded(double VALUE) {
+  if (!(VALUE > -1e9 && VALUE < 1e9)) return VALUE > 0 ? 1'000'000'000 : -1'000'000'000;
+  return static_cast<std::int64_t>(std::llround(VALUE));
+}
+
+// The report's value, or nothing when the datagram is finished here.
+std::optional<std::int64_t> lf_qnhOf(const nlohmann::json& REPORT, std::string_view LINE) {
+  const auto found = REPORT.is_object() ? REPORT.find("QNH") : REPORT.end();
+  if (found == REPORT.end() || found->is_null()) {
+    logLine(fmt::format("no QNH {}", LINE));
+    return std::nullopt;
+  }
+  if (found->is_number_unsigned()) {
+    const auto value = found->get<std::uint64_t>();
+    return value > 1'000'000'000u ? 1'000'000'000 : static_cast<std::int64_t>(value);
+  }
+  if (found->is_number_integer()) return lf_rounded(static_cast<double>(found->get<std::int64_t>()));
+  if (found->is_number_float()) return lf_rounded(found->get<double>());
+  if (found->is_string()) {
+    const auto& text = found->get_ref<const std::string&>();
+    try {
+      return std::stol(text); // cuts at the first character that is not part of a whole number
+    } catch (const std::invalid_argument&) {
+      logLine(fmt::format("QNH string invalid arg: {}", text));
+    } catch (const std::out_of_range&) {
+      logLine(fmt::format("QNH string out of range: {}", text));
+    } catch (const std::exception& e) {
+      logLine(fmt::format("Exception {}, in {}", e.what(), text));
+    }
+    return std::nullopt;
+  }
+  logLine(fmt::format("no QNH {}", LINE));
+  return standardQnh;
+}
+
+} // namespace
+
+void QnhReader::processData() {
+  nlohmann::json report;
+  try {
+    report = nlohmann::json::parse(line);
+  } catch (const nlohmann::json::exception& e) {
+    logLine(fmt::format("Exception {}, in {}", e.what(), line));
+    return;
+  }
+  std::optional<std::int64_t> qnh = lf_qnhOf(report, line);
+  if (!qnh) return;
+  std::int64_t num = *qnh;
+  if (num > lf_highestQnh) num = lf_rounded(static_cast<double>(num) * lf_hpaPerHundredthInch);
+  if (num < lf_lowestQnh || num > lf_highestQnh) {
+    logLine(fmt::format("? Strange QNH {} found in {}", num, line));
+    return;
+  }
+  // 1013 is also what a missing value gives, so it always refreshes the window.
+  if (num == lastQnh && num != standardQnh) return;
+  const auto value = static_cast<std::int32_t>(num);
+  lastQnh = value;
+  trafficReader.qnhShadow = value;
+  qnhForEngine = value;
+  display.qnh = value;
+  FeedMark stale = FeedMark::stale;
+  display.weatherMark.compare_exchange_strong(stale, FeedMark::running);
+  repaintWindow();
+}
+
+void QnhReader::onConnected() {
+  display.weatherMark = FeedMark::running;
+  repaintWindow();
+}
+
+void QnhReader::onStopped() {
+  display.weatherMark = FeedMark::notConnected;
+  logLine("QNH Reader has stopped");
+}
+
+} // namespace ory

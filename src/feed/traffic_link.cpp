@@ -1,0 +1,245 @@
+#include "feed/traffic_link.h"
+
+#include "feed/feed.h"
+#include "feed/socket_errors.h"
+#include "frame/exceptions.h"
+#include "frame/log.h"
+#include "frame/paths.h"
+#include "frame/run.h"
+#include "frame/startup.h"
+#include "frame/version.h"
+#include "frame/window.h"
+#include "os/sockets.h"
+#include "simlink/user_aircraft.h"
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include <array>
+#include <cstring>
+#include <filesystem>
+#include <mutex>
+
+namespace ory {
+
+std::atomic<bool> rtConnected{false};
+std::atomic<std::int64_t> simEpochSeconds{0};
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr double lf_degToRad = 0.017453292519943295;
+constexpr std::size_t lf_receiveLimit = 8192;
+
+std::atomic<SocketHandle> lf_listenSocket{invalidSocket};
+std::atomic<SocketHandle> lf_clientSocket{invalidSocket};
+std::atomic<bool> lf_socketsStarted{false};
+std::array<char, 16384 + 1> lf_receiveBuffer{}; // one more for the end mark
+std::mutex lf_stateLock;                        // the lost-traffic action and the user's position
+std::function<void()> lf_trafficLostAction;
+
+std::string lf_errorText() {
+  return socketErrorText(lastSocketError());
+}
+
+void lf_closeSockets() {
+  closeSocket(lf_clientSocket.exchange(invalidSocket));
+  closeSocket(lf_listenSocket.exchange(invalidSocket));
+  if (lf_socketsStarted.exchange(false)) stopSockets();
+}
+
+[[noreturn]] void lf_serverFailed(int NUMBER, const std::string& TEXT) {
+  lf_closeSockets();
+  throw SysErrorException(NUMBER, TEXT);
+}
+
+void lf_trafficLost() {
+  std::function<void()> action;
+  {
+    std::lock_guard lock(lf_stateLock);
+    action = lf_trafficLostAction;
+  }
+  if (action) action();
+}
+
+} // namespace
+
+void detectRealTraffic() {
+  std::error_code error;
+  const bool found = fs::exists(realTrafficMark(), error);
+  if (error && error != std::errc::no_such_file_or_directory)
+    throw fs::filesystem_error("exists", realTrafficMark(), error);
+  rtDetected = found;
+  showMessage(fmt::format("RealTraffic {}detected at this PC", found ? "" : "not "), true);
+}
+
+void openServer(std::string_view PORT_TEXT) {
+  if (!startSockets())
+    throw SysErrorException(0, fmt::format("WSAStartup failed with error {}", lf_errorText()));
+  lf_socketsStarted = true;
+  const ListenerOpening opening = openListener(PORT_TEXT);
+  const std::string error = socketErrorText(opening.error);
+  switch (opening.step) {
+  case ListenerStep::resolve:
+    lf_serverFailed(1, fmt::format("getaddrinfo failed with error {}", error));
+  case ListenerStep::socket:
+    lf_serverFailed(2, "socket failed with error " + error);
+  case ListenerStep::blocking:
+    lf_serverFailed(3, "ioctlsocket failed with error " + error);
+  case ListenerStep::reuseAddress:
+    lf_serverFailed(4, "setsockopt(SO_REUSEADDR) failed");
+  case ListenerStep::bind:
+    lf_serverFailed(5, fmt::format("Bind failed at port {} with error {}", PORT_TEXT, error));
+  case ListenerStep::listen:
+    lf_serverFailed(6, "listen failed with error " + error);
+  case ListenerStep::ready:
+    break;
+  }
+  lf_listenSocket = opening.socket;
+}
+
+bool waitForClient() {
+  if (rtConnected) return false;
+  // Blocks; closing the server socket from the exit ends the wait.
+  const SocketHandle client = acceptClient(lf_listenSocket);
+  if (client == invalidSocket) return false;
+  try {
+    if (!setNoDelay(client, true))
+      throw SysErrorException(7,
+                              fmt::format("{} setsockopt failed with error {}", timeOfDay(), lf_errorText()));
+  } catch (const SysErrorException& e) {
+    closeSocket(client);
+    logLine(fmt::format("waitForClient interrupted: {}", e.what()));
+    return false;
+  }
+  lf_clientSocket = client;
+  rtConnected = true;
+  return true;
+}
+
+void handshake() {
+  if (!rtDetected) return;
+  showMessage(fmt::format("Waiting for RealTraffic to connect to {} ...", programName), true);
+  resetFeed();
+  if (waitForClient()) {
+    sendDataPacket("Qs999=version\r\n");
+    takeVersionReply(receive());
+    display.rtLinkUp = true;
+    repaintWindow();
+    logLine("RealTraffic connected");
+  }
+  clearMessage();
+}
+
+std::string receive() {
+  const long count = receiveSome(lf_clientSocket, lf_receiveBuffer.data(), lf_receiveLimit);
+  if (count < 0) {
+    logLine(fmt::format("receive: {}", lf_errorText()));
+    return {};
+  }
+  lf_receiveBuffer[static_cast<std::size_t>(count)] = '\0';
+  return std::string(lf_receiveBuffer.data());
+}
+
+void takeVersionReply(std::string_view REPLY) {
+  if (REPLY.empty()) {
+    rtProfessional = false;
+    showMessage("No RealTraffic version received?", true);
+    return;
+  }
+  nlohmann::json reply;
+  try {
+    reply = nlohmann::json::parse(REPLY);
+  } catch (const nlohmann::json::exception& e) {
+    logLine(fmt::format("RealTraffic version reply not understood: {} in {}", e.what(), REPLY));
+  }
+  if (!reply.is_object()) {
+    rtProfessional = false;
+    showMessage("No RealTraffic version received?", true);
+    return;
+  }
+  const auto version = reply.find("version");
+  const std::string versionText = version == reply.end() ? "?"
+                                  : version->is_string() ? version->get<std::string>()
+                                                         : version->dump();
+  const auto level = reply.find("level");
+  rtProfessional = level == reply.end() || (level->is_number() && level->get<double>() == 2);
+  const std::string status =
+      fmt::format("RT{} edition: {}, archive: week {}", rtProfessional ? " prof" : " stnd", versionText,
+                  display.archiveWeek.load());
+  {
+    std::lock_guard lock(windowTextLock);
+    display.rtStatusText = status;
+  }
+  logLine(status);
+}
+
+bool sendDataPacket(std::string_view TEXT) {
+  if (sendAll(lf_clientSocket, TEXT.data(), TEXT.size())) return true;
+  logLine(fmt::format("sendDataPacket to RealTraffic failed: {}", lf_errorText()));
+  rtConnected = false;
+  closeSocket(lf_clientSocket.exchange(invalidSocket));
+  logLine("RealTraffic client socket closed");
+  return false;
+}
+
+std::string positionLine(const UserPosition& USER) {
+  return fmt::format("Qs121={:.0f};{:.0f};{:.6f};{:.0f};{};{:.6f};{:.6f}\r\n", USER.pitch * 100000.0,
+                     USER.bank * 100000.0, USER.heading, USER.altitude * 1000.0, USER.groundVelocity * 1000.0,
+                     USER.lat * lf_degToRad, USER.lon * lf_degToRad);
+}
+
+void sendUserPosition(const UserPosition& USER) {
+  if (!rtDetected) return;
+  if (isNullPosition(USER.lat, USER.lon)) return;
+  if (!rtConnected) {
+    if (exitReason != ExitReason::notYetSet) return;
+    if (!waitForClient()) return;
+    display.rtLinkUp = true;
+    repaintWindow();
+    showMessage(fmt::format("{} RealTraffic re-connected", timeOfDay()), true);
+    clearMessage();
+    return;
+  }
+  if (sendDataPacket(positionLine(USER))) return;
+  display.rtLinkUp = false;
+  repaintWindow();
+  lf_trafficLost();
+  resetFeed();
+  showMessage(fmt::format("{} RealTraffic gone? Wait for RealTraffic to re-connect ...", timeOfDay()), true);
+}
+
+void sendSimTime() {
+  const std::int64_t seconds = simEpochSeconds;
+  if (seconds < 1 || !rtConnected) return;
+  sendDataPacket(fmt::format("Qs123={}\r\n", seconds * 1000));
+}
+
+void closeLink() {
+  // rtConnected stays: after a restart the first send fails on the closed socket and clears it.
+  if (rtConnected) {
+    constexpr std::string_view bye = "exit\r\n";
+    sendAll(lf_clientSocket, bye.data(), bye.size());
+  }
+  lf_closeSockets();
+}
+
+std::int64_t simEpochSecondsOf(std::int32_t YEAR, std::int32_t DAY_OF_YEAR, std::int64_t SECONDS_OF_DAY) {
+  const auto leapDaysBefore = [](std::int64_t Y) { return Y / 4 - Y / 100 + Y / 400; };
+  const std::int64_t days = (static_cast<std::int64_t>(YEAR) - 1970) * 365 + leapDaysBefore(YEAR - 1) -
+                            leapDaysBefore(1969) + (DAY_OF_YEAR - 1);
+  return days * 86400 + SECONDS_OF_DAY;
+}
+
+void setTrafficLostAction(std::function<void()> ACTION) {
+  std::lock_guard lock(lf_stateLock);
+  lf_trafficLostAction = std::move(ACTION);
+}
+
+UserPosition userPosition() {
+  const UserAircraft user = readUserAircraft();
+  return {user.lat, user.lon, user.pitch, user.bank, user.heading, user.altitude, user.groundSpeed};
+}
+
+} // namespace ory

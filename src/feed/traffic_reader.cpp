@@ -1,0 +1,268 @@
+#include "feed/traffic_reader.h"
+
+#include "feed/inbox.h"
+#include "frame/exceptions.h"
+#include "frame/log.h"
+#include "frame/main_loop.h"
+#include "frame/parameters.h"
+#include "frame/run.h"
+#include "frame/window.h"
+
+#include <fmt/format.h>
+
+#include <charconv>
+#include <cmath>
+
+namespace ory {
+
+namespace {
+
+// Field numbers of RealTraffic's traffic line (RTTFC), counted from 0.
+enum Field : std::size_t {
+  hexidField = 1,
+  latField = 2,
+  lonField = 3,
+  altitudeField = 4,
+  verticalSpeedField = 5,
+  trackField = 7,
+  groundSpeedField = 8,
+  callsignField = 9,
+  typeField = 10,
+  registrationField = 11,
+  originField = 12,
+  destinationField = 13,
+  timestampField = 14,
+  sourceField = 15,
+  messageKindField = 17,
+  tasField = 20,
+  rollField = 23,
+  trueHeadingField = 25,
+  categoryField = 28,
+  fieldsOfALine = 29,
+};
+
+constexpr double lf_degToRad = 0.017453292519943295;
+constexpr double lf_radToDeg = 57.29577951308232;
+constexpr double lf_twoPi = 6.283185307179586;
+constexpr double lf_nmPerRadianTwice =
+    6875.493541569878;                                  // 2 x 3437.746770784939, the earth in nautical miles
+constexpr double lf_millisecondsFrom = 171644617100.79; // a timestamp above this counts milliseconds
+constexpr std::uint32_t lf_highestStaticHexid = 10000;  // made-up ids of the static parked aircraft
+constexpr std::int32_t lf_feedLagTicks = 3000;          // live aircraft play 30 seconds behind the feed
+constexpr double lf_groundRadiusNm = 5; // aircraft on the ground count only this near the park airport
+
+double lf_distanceNm(double LAT1, double LON1, double LAT2, double LON2) {
+  const double sinLat = std::sin((LAT2 - LAT1) * lf_degToRad * 0.5);
+  const double sinLon = std::sin((LON2 - LON1) * lf_degToRad * 0.5);
+  const double haversine =
+      sinLat * sinLat + std::cos(LAT1 * lf_degToRad) * std::cos(LAT2 * lf_degToRad) * sinLon * sinLon;
+  return std::asin(std::sqrt(haversine)) * lf_nmPerRadianTwice;
+}
+
+bool lf_isNull(std::string_view TEXT) {
+  return TEXT == "null";
+}
+
+// A feed's "no value" form to empty.
+std::string_view lf_orEmpty(std::string_view TEXT) {
+  return lf_isNull(TEXT) ? std::string_view() : TEXT;
+}
+
+// Locale-free; a leading minus, "inf" and "nan" are numbers, an empty field is not.
+double lf_number(std::string_view FIELD, int FAILURE, std::string_view TEXT) {
+  double value = 0;
+  const auto [end, error] = std::from_chars(FIELD.data(), FIELD.data() + FIELD.size(), value);
+  if (error != std::errc()) throw SysErrorException(FAILURE, fmt::format(fmt::runtime(TEXT), FIELD));
+  return value;
+}
+
+// Digits up to the first non-digit; none at the start, or above 4,294,967,295, is a failure.
+std::uint32_t lf_wholeNumber(std::string_view FIELD, int FAILURE, std::string_view TEXT) {
+  std::uint32_t value = 0;
+  const auto [end, error] = std::from_chars(FIELD.data(), FIELD.data() + FIELD.size(), value);
+  if (error != std::errc()) throw SysErrorException(FAILURE, fmt::format(fmt::runtime(TEXT), FIELD));
+  return value;
+}
+
+bool lf_nullPosition(double LAT, double LON) {
+  return LAT >= 0 && LAT <= 0.0009 && LON >= 0 && LON <= 0.05;
+}
+
+// ADS-B emitter categories B1 glider, B2 lighter than air, B4 ultralight, C1 emergency and C2 service
+// vehicle.
+bool lf_refusedCategory(std::string_view CATEGORY) {
+  return CATEGORY == "B1" || CATEGORY == "B2" || CATEGORY == "B4" || CATEGORY == "C1" || CATEGORY == "C2";
+}
+
+bool lf_refusedType(std::string_view TYPE) {
+  if (TYPE.size() > 4) return true;
+  for (std::string_view refused : {"GRND", "GLID", "SERV", "BALL", "PARA", "SHIP"})
+    if (TYPE == refused) return true;
+  return false;
+}
+
+LineResult lf_refused() {
+  return {LineOutcome::refused, 0};
+}
+
+} // namespace
+
+void splitFields(std::string_view LINE, std::vector<std::string_view>& FIELDS) {
+  FIELDS.clear();
+  std::size_t start = 0;
+  for (std::size_t comma = LINE.find(','); comma != std::string_view::npos; comma = LINE.find(',', start)) {
+    FIELDS.push_back(LINE.substr(start, comma - start));
+    start = comma + 1;
+  }
+  if (start < LINE.size()) FIELDS.push_back(LINE.substr(start));
+}
+
+bool isOnGround(double ALTITUDE_FT, double GROUND_SPEED_KT, double ELEVATION_FT) {
+  if (ALTITUDE_FT <= 0) return true;
+  if (ALTITUDE_FT < 14000) {
+    const double above = ALTITUDE_FT - ELEVATION_FT;
+    const double height = std::abs(above);
+    if (above <= 0) return true;
+    if (height <= 45 && GROUND_SPEED_KT <= 120) return true;
+    if (height <= 90 && GROUND_SPEED_KT <= 80) return true;
+    if (height <= 120 && GROUND_SPEED_KT <= 43) return true;
+  }
+  return GROUND_SPEED_KT <= 35;
+}
+
+double tasFromAltitude(double ALTITUDE_FT) {
+  if (ALTITUDE_FT <= 2000) return 180;
+  if (ALTITUDE_FT <= 5000) return 220;
+  if (ALTITUDE_FT <= 10000) return 250;
+  if (ALTITUDE_FT <= 20000) return 350;
+  return 430;
+}
+
+void TrafficReader::processData() {
+  if (line.find(" VEH") != std::string_view::npos) return;
+  splitFields(line, fields);
+  processLine();
+}
+
+void TrafficReader::onConnected() {
+  display.trafficMark = FeedMark::running;
+  display.weatherMark = FeedMark::running;
+  repaintWindow();
+}
+
+void TrafficReader::onStopped() {
+  display.trafficMark = FeedMark::notConnected;
+  logLine("Traffic Reader has stopped");
+}
+
+LineResult TrafficReader::processLine() {
+  try {
+    record = TrafficRecord();
+    lastFeedTime.store(0, std::memory_order_relaxed);
+    if (fields.size() < fieldsOfALine) return lf_refused();
+    PositionSlot& slot = record.slot;
+
+    record.timestamp = lf_number(fields[timestampField], 741, "timestamp:{}");
+    if (record.timestamp > lf_millisecondsFrom) record.timestamp /= 1000;
+    lastFeedTime.store(record.timestamp, std::memory_order_relaxed);
+
+    const std::string_view registration = fields[registrationField];
+    if (registration.size() < 13 && !lf_isNull(registration)) record.regcode = registration;
+    if (record.regcode.empty() && fields[sourceField] == "F") return lf_refused();
+
+    slot.lat = lf_number(fields[latField], 742, "lat:{}");
+    slot.lon = lf_number(fields[lonField], 743, "lon:{}");
+    // Written so that nan fails too.
+    if (!(slot.lat >= -90 && slot.lat <= 90 && slot.lon >= -180 && slot.lon <= 180) ||
+        lf_nullPosition(slot.lat, slot.lon))
+      throw SysErrorException(744, fmt::format("lalo:{},{}", fields[latField], fields[lonField]));
+
+    const double range = rangeNm.load(std::memory_order_relaxed);
+    if (lf_distanceNm(userLat.load(std::memory_order_relaxed), userLon.load(std::memory_order_relaxed),
+                      slot.lat, slot.lon) > range)
+      return lf_refused();
+
+    if (collectingCallsigns.load(std::memory_order_relaxed)) {
+      const std::string_view heard = fields[callsignField];
+      if (!heard.empty() && !lf_isNull(heard) && heard.find('@') == std::string_view::npos) {
+        std::lock_guard lock(callsignLock);
+        feedCallsigns.emplace(heard);
+      }
+    }
+
+    const std::string_view type = fields[typeField];
+    if (type != "null" && type != "0" && type != "ZZZZ") record.type = type;
+
+    const std::string_view category = fields[categoryField];
+    if (!category.empty() && (lf_refusedCategory(category) || lf_refusedType(record.type)))
+      return lf_refused();
+
+    if (fields[messageKindField] == "adsb_icao") {
+      const double heading = lf_number(fields[trueHeadingField], 745, "true heading:{}");
+      if (heading > 360) throw SysErrorException(746, fmt::format("true heading:{:.2F}", heading));
+      if (heading >= 0) {
+        slot.trueHeading = heading == 0 ? lf_twoPi : heading * lf_degToRad;
+        slot.hasHeading = true;
+        slot.hasTrueHeading = true;
+      }
+    }
+
+    record.hexid = lf_wholeNumber(fields[hexidField], 640, "hexid incorrect {}");
+    if (record.hexid <= lf_highestStaticHexid) return lf_refused();
+
+    slot.groundSpeed = lf_number(fields[groundSpeedField], 747, "gs:{}");
+    // The callsign is read only below, so this refuses every line without a registration.
+    if (record.regcode.empty() && record.callsign.empty()) return lf_refused();
+
+    const std::string_view altitude = fields[altitudeField];
+    if (std::from_chars(altitude.data(), altitude.data() + altitude.size(), slot.altitude).ec != std::errc())
+      throw SysErrorException(641, fmt::format("altitude {} incorrect, from: {}", altitude, line));
+    const bool parked = hasParkAirport.load(std::memory_order_relaxed);
+    const double elevation = parked ? parkElevation.load(std::memory_order_relaxed) : -1000;
+    if (isOnGround(slot.altitude, slot.groundSpeed, elevation)) slot.altitude = 0;
+    slot.airborne = slot.altitude != 0;
+
+    record.callsign = lf_orEmpty(fields[callsignField]);
+    if (record.callsign.starts_with("TOW ")) return lf_refused();
+    if (record.callsign.find('@') != std::string::npos) record.callsign.clear();
+    if (record.callsign == "ERARMTR0") return lf_refused();
+
+    if (!slot.airborne && (!parked || lf_distanceNm(parkLat.load(std::memory_order_relaxed),
+                                                    parkLon.load(std::memory_order_relaxed), slot.lat,
+                                                    slot.lon) > lf_groundRadiusNm))
+      return lf_refused();
+
+    const std::string_view track = fields[trackField];
+    slot.track = track.empty() ? 0 : lf_number(track, 648, "track incorrect {}");
+    if (slot.track == 0 && slot.hasHeading) slot.track = slot.trueHeading * lf_radToDeg;
+
+    slot.verticalSpeed = lf_number(fields[verticalSpeedField], 748, "vs:{}");
+    record.origin = lf_orEmpty(fields[originField]);
+    record.destination = lf_orEmpty(fields[destinationField]);
+    record.checksum = lf_wholeNumber(fields.back(), 749, "checksum:{}");
+
+    if (slot.airborne) {
+      const double roll = lf_number(fields[rollField], 750, "roll:{}");
+      if (roll != -1 && roll != 0) {
+        slot.roll = -roll * lf_degToRad; // the simulator banks the other way round
+        slot.hasRoll = true;
+      }
+      slot.tas = lf_number(fields[tasField], 691, "TAS incorrect {}");
+      if (slot.tas == -1) slot.tas = tasFromAltitude(slot.altitude);
+    }
+    slot.stopped = false;
+
+    std::lock_guard lock(feedLock);
+    if (!queueOpen) return {LineOutcome::dropped, 0};
+    slot.time = simTick.load(std::memory_order_relaxed) + lf_feedLagTicks;
+    trafficInbox.push_back(record);
+    return {LineOutcome::queued, 0};
+  } catch (const SysErrorException& e) {
+    return {LineOutcome::failed, e.number};
+  } catch (const std::exception& e) {
+    logLine(fmt::format("exception in processLine: {}", e.what()));
+    return {LineOutcome::failed, 0};
+  }
+}
+
+} // namespace ory

@@ -1,0 +1,271 @@
+#include "liveries/dbase.h"
+
+#include "frame/exceptions.h"
+#include "frame/log.h"
+#include "frame/paths.h"
+#include "liveries/scramble.h"
+#include "liveries/text_tokens.h"
+
+#include <fmt/format.h>
+#include <pugixml.hpp>
+
+#include <algorithm>
+#include <regex>
+#include <stdexcept>
+
+namespace ory {
+
+TextOrderedSet aircraftTypes;
+TextOrderedSet highPerfTypes;
+TextOrderedSet heavyTypes;
+TextOrderedSet largeTypes;
+TextOrderedSet buzjetTypes;
+TextOrderedSet rotorcraftTypes;
+TextOrderedSet cargoTypes;
+std::vector<std::vector<std::string>> similarGroups;
+TextOrderedSet icaoAirlines;
+TextOrderedSet cargoOperators;
+std::vector<std::vector<std::string>> publisherGroups;
+std::map<std::string, double, std::less<>> wingspanTable;
+double maxHalfWingspan = 0;
+std::array<double, modelCategoryCount> categoryAverageHalfWingspan{};
+TextMap<DbaseRecord> dbaseRecords;
+
+namespace {
+
+using Unscramble = std::string (*)(std::string_view);
+
+constexpr double lf_nmPerMeter = 0.0005399568034557236; // 1 / 1852
+
+// publisherGroups compiled once: ".*name.*", ECMAScript, ignoring case.
+std::vector<std::vector<std::regex>> lf_publisherPatterns;
+
+std::regex lf_publisherPattern(std::string_view NAME) {
+  return std::regex(fmt::format(".*{}.*", NAME), std::regex::ECMAScript | std::regex::icase);
+}
+
+void lf_readSection(const pugi::xml_document& DOCUMENT, const char* SECTION, TextOrderedSet& TARGET,
+                    const char* CHILD, const char* ATTRIBUTE, Unscramble UNSCRAMBLE) {
+  TextOrderedSet stored;
+  for (const pugi::xml_node child : DOCUMENT.child(SECTION).children(CHILD))
+    for (const std::string_view token : splitTrimmed(child.attribute(ATTRIBUTE).as_string()))
+      stored.emplace(token);
+  if (stored.empty())
+    throw UserErrorException(
+        61, fmt::format("In an xml file section {} {} {} is empty ", SECTION, CHILD, ATTRIBUTE));
+  for (const std::string& token : stored)
+    TARGET.insert(UNSCRAMBLE(token));
+}
+
+void lf_readSimilarGroups(const pugi::xml_document& DOCUMENT) {
+  similarGroups.reserve(64);
+  for (const pugi::xml_node similar : DOCUMENT.child("similar_types").children("similar")) {
+    std::vector<std::string> group;
+    for (const std::string_view token : splitTrimmed(similar.attribute("types").as_string()))
+      group.push_back(unscrambleModel(token));
+    std::sort(group.begin(), group.end());
+    similarGroups.push_back(std::move(group));
+  }
+  similarGroups.shrink_to_fit();
+}
+
+void lf_readPublishers(const pugi::xml_document& DOCUMENT) {
+  std::vector<std::string> texts;
+  for (const pugi::xml_node pub : DOCUMENT.child("publishers").children("pub"))
+    texts.emplace_back(pub.attribute("names").as_string());
+  std::sort(texts.begin(), texts.end());
+  texts.erase(std::unique(texts.begin(), texts.end()), texts.end());
+  publisherGroups.reserve(640);
+  for (const std::string& text : texts) {
+    std::vector<std::string> names;
+    std::vector<std::regex> patterns;
+    for (const std::string_view name : splitTrimmed(text)) {
+      names.emplace_back(name);
+      patterns.push_back(lf_publisherPattern(name));
+    }
+    names.shrink_to_fit();
+    publisherGroups.push_back(std::move(names));
+    lf_publisherPatterns.push_back(std::move(patterns));
+  }
+  publisherGroups.shrink_to_fit();
+}
+
+void lf_computeCategoryAverages() {
+  std::array<double, modelCategoryCount> sums{};
+  std::array<double, modelCategoryCount> counts{};
+  for (const auto& [model, half] : wingspanTable) {
+    const auto category = static_cast<std::size_t>(modelCategory(model));
+    sums[category] += half;
+    counts[category] += 1;
+  }
+  for (std::size_t category = 0; category < modelCategoryCount; ++category)
+    categoryAverageHalfWingspan[category] = sums[category] / counts[category]; // 0/0 is NaN: no span known
+}
+
+void lf_readWingspans(const pugi::xml_document& DOCUMENT) {
+  bool accepted = false;
+  for (const pugi::xml_node wingspan : DOCUMENT.child("wingspans").children("wingspan")) {
+    const std::string model = unscrambleModel(wingspan.attribute("type").as_string());
+    if (!isValidModel(model)) {
+      logWarning(fmt::format("wingspan model {} is no valid model, skipped", model));
+      continue;
+    }
+    const double half = textToDouble(wingspan.attribute("meters").as_string()) * 0.5 * lf_nmPerMeter;
+    wingspanTable.emplace(model, half);
+    maxHalfWingspan = std::max(maxHalfWingspan, half);
+    accepted = true;
+  }
+  if (accepted) lf_computeCategoryAverages();
+}
+
+std::string lf_unscrambledOrEmpty(const pugi::xml_node NODE, const char* ATTRIBUTE, Unscramble UNSCRAMBLE) {
+  const std::string_view text = NODE.attribute(ATTRIBUTE).as_string();
+  return text.empty() ? std::string() : UNSCRAMBLE(text);
+}
+
+void lf_readRecords(const pugi::xml_document& DOCUMENT) {
+  dbaseRecords.clear();
+  for (const pugi::xml_node db : DOCUMENT.child("dbase").children("db")) {
+    std::string regcode = unscrambleRegcode(db.attribute("reg").as_string());
+    DbaseRecord record{lf_unscrambledOrEmpty(db, "airl", unscrambleAirline),
+                       lf_unscrambledOrEmpty(db, "type", unscrambleModel),
+                       lf_unscrambledOrEmpty(db, "opr", unscrambleAirline),
+                       isTrueText(db.attribute("cargo").value())};
+    if (!dbaseRecords.try_emplace(std::move(regcode), std::move(record)).second)
+      logWarning(
+          fmt::format("regcode {} already exists", unscrambleRegcode(db.attribute("reg").as_string())));
+  }
+}
+
+const DbaseRecord* lf_findRecord(std::string_view REGCODE) {
+  if (REGCODE.empty()) return nullptr;
+  if (const auto it = dbaseRecords.find(REGCODE); it != dbaseRecords.end()) return &it->second;
+  if (REGCODE.size() < 5 || REGCODE.find('-') != std::string_view::npos) return nullptr;
+  std::string dashed;
+  dashed.reserve(REGCODE.size() + 1);
+  dashed.append(REGCODE.substr(0, 2)).append(1, '-').append(REGCODE.substr(2)); // XX-YYY
+  if (const auto it = dbaseRecords.find(dashed); it != dbaseRecords.end()) return &it->second;
+  std::swap(dashed[1], dashed[2]); // X-YYYY
+  const auto it = dbaseRecords.find(dashed);
+  return it == dbaseRecords.end() ? nullptr : &it->second;
+}
+
+} // namespace
+
+std::string_view modelCategoryName(ModelCategory CATEGORY) {
+  static constexpr std::array<std::string_view, modelCategoryCount> names = {
+      "Light", "Buzjets", "Large", "Heavy", "HighPerf", "Rotorcraft"};
+  return names[static_cast<std::size_t>(CATEGORY)];
+}
+
+void clearDbase() {
+  for (TextOrderedSet* set : {&aircraftTypes, &highPerfTypes, &heavyTypes, &largeTypes, &buzjetTypes,
+                              &rotorcraftTypes, &cargoTypes, &icaoAirlines, &cargoOperators})
+    set->clear();
+  similarGroups.clear();
+  publisherGroups.clear();
+  lf_publisherPatterns.clear();
+  wingspanTable.clear();
+  maxHalfWingspan = 0;
+  categoryAverageHalfWingspan.fill(0);
+  dbaseRecords.clear();
+}
+
+bool readDbase() {
+  clearDbase();
+  const std::string path = pathText(dbaseFile);
+  pugi::xml_document document;
+  const pugi::xml_parse_result loaded = document.load_file(dbaseFile.c_str());
+  if (!loaded)
+    throw UserErrorException(60, fmt::format("\"{}\" not read because of {}", path, loaded.description()));
+
+  lf_readSection(document, "aircrafts", aircraftTypes, "aircraft", "types", unscrambleModel);
+  lf_readSection(document, "high_performance", highPerfTypes, "hpf", "types", unscrambleModel);
+  lf_readSection(document, "heavy", heavyTypes, "hvy", "types", unscrambleModel);
+  lf_readSection(document, "large", largeTypes, "lar", "types", unscrambleModel);
+  lf_readSection(document, "buzjet", buzjetTypes, "bzj", "types", unscrambleModel);
+  lf_readSection(document, "rotorcraft", rotorcraftTypes, "rot", "types", unscrambleModel);
+  lf_readSection(document, "cargo_types", cargoTypes, "cargo_type", "types", unscrambleModel);
+  lf_readSimilarGroups(document);
+  lf_readSection(document, "ICAO_airlines", icaoAirlines, "ICAO", "codes", unscrambleAirline);
+  lf_readSection(document, "cargo_operators", cargoOperators, "ICAO", "codes", unscrambleAirline);
+  try {
+    lf_readPublishers(document);
+  } catch (const std::exception& e) {
+    throw SysErrorException(299,
+                            fmt::format("exception {} in reading publishers from \"{}\"", e.what(), path));
+  }
+  try {
+    lf_readWingspans(document);
+  } catch (const std::exception& e) {
+    throw SysErrorException(288,
+                            fmt::format("exception {} in reading wingspans from \"{}\"", e.what(), path));
+  }
+  lf_readRecords(document);
+  logLine(fmt::format("{} dbase records from \"{}\" read", dbaseRecords.size(), path));
+  return true;
+}
+
+bool isValidModel(std::string_view MODEL) {
+  return !MODEL.empty() && aircraftTypes.contains(MODEL);
+}
+
+bool isValidAirline(std::string_view AIRLINE) {
+  return !AIRLINE.empty() && icaoAirlines.contains(AIRLINE);
+}
+
+ModelCategory modelCategory(std::string_view MODEL) {
+  if (largeTypes.contains(MODEL)) return ModelCategory::Large;
+  if (heavyTypes.contains(MODEL)) return ModelCategory::Heavy;
+  if (buzjetTypes.contains(MODEL)) return ModelCategory::Buzjets;
+  if (rotorcraftTypes.contains(MODEL)) return ModelCategory::Rotorcraft;
+  if (highPerfTypes.contains(MODEL)) return ModelCategory::HighPerf;
+  return ModelCategory::Light;
+}
+
+double halfWingspan(std::string_view MODEL) {
+  if (const auto it = wingspanTable.find(MODEL); it != wingspanTable.end()) return it->second;
+  return categoryAverageHalfWingspan[static_cast<std::size_t>(modelCategory(MODEL))];
+}
+
+std::optional<DbaseRecord> lookupDbaseRecord(std::string_view REGCODE) {
+  const DbaseRecord* record = lf_findRecord(REGCODE);
+  if (!record) return std::nullopt;
+  return *record;
+}
+
+std::string lookupDbaseOpr(std::string_view REGCODE) {
+  const DbaseRecord* record = lf_findRecord(REGCODE);
+  return record ? record->opr : std::string();
+}
+
+std::string lookupDbaseAirl(std::string_view REGCODE) {
+  const DbaseRecord* record = lf_findRecord(REGCODE);
+  return record ? record->airl : std::string();
+}
+
+std::string lookupDbaseType(std::string_view REGCODE) {
+  const DbaseRecord* record = lf_findRecord(REGCODE);
+  return record ? record->type : std::string();
+}
+
+bool hasDbaseRecord(std::string_view REGCODE) {
+  return lf_findRecord(REGCODE) != nullptr;
+}
+
+std::string findPublisher(std::string_view TEXT) {
+  for (std::size_t group = 0; group < publisherGroups.size(); ++group) {
+    const std::vector<std::string>& names = publisherGroups[group];
+    for (std::size_t k = 0; k < names.size(); ++k)
+      if (TEXT.find(names[k]) != std::string_view::npos ||
+          std::regex_match(TEXT.begin(), TEXT.end(), lf_publisherPatterns[group][k]))
+        return names.front();
+  }
+  return "unknown";
+}
+
+bool publisherNameMatches(std::string_view NAME, std::string_view TEXT) {
+  return std::regex_match(TEXT.begin(), TEXT.end(), lf_publisherPattern(NAME));
+}
+
+} // namespace ory

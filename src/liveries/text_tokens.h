@@ -1,0 +1,25 @@
+#pragma once
+// Small text helpers of the data readers: comma lists, fields, the boolean test of the data files, and paths
+// as UTF-8 text for messages.
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace ory {
+
+// TEXT without leading and trailing blanks, tabs, carriage returns and line feeds.
+std::string_view trimBlanks(std::string_view TEXT);
+// The trimmed, non-empty tokens of a comma-separated list.
+std::vector<std::string_view> splitTrimmed(std::string_view TEXT);
+// Every field between SEPARATORs, untrimmed; an empty text gives one empty field.
+std::vector<std::string_view> splitFields(std::string_view TEXT, char SEPARATOR);
+// True when the first character is one of 1, t, T, y, Y.
+bool isTrueText(std::string_view TEXT);
+std::string pathText(const std::filesystem::path& PATH);
+// std::stod and std::stof with the texts "invalid stod argument" and "stod argument out of range" (and stof).
+double textToDouble(const std::string& TEXT);
+float textToFloat(const std::string& TEXT);
+
+} // namespace ory

@@ -1,0 +1,262 @@
+#include "frame/exceptions.h"
+#include "frame/log.h"
+#include "frame/parameters.h"
+#include "frame/paths.h"
+#include "frame/text_files.h"
+#include "frame/text_hash.h"
+#include "frame/window.h"
+#include "liveries/text_tokens.h"
+#include "os/utf.h"
+#include "parking/airport_file.h"
+#include "parking/airport_xml.h"
+
+#include <fmt/format.h>
+#include <pugixml.hpp>
+
+#include <cmath>
+
+namespace ory {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// The link file's first line names the archived file it stands for.
+fs::path lf_linkTarget(const fs::path& LINK) {
+  std::error_code error;
+  if (!fs::is_regular_file(LINK, error)) return {};
+  std::vector<std::string> lines;
+  if (!gf_readExtTextFileToStringVector(LINK, lines) || lines.empty() || lines.front().empty()) return {};
+  const fs::path target = utf8ToPath(lines.front());
+  return fs::is_regular_file(target, error) ? target : fs::path();
+}
+
+bool lf_exists(const fs::path& PATH) {
+  std::error_code error;
+  return fs::exists(PATH, error);
+}
+
+// Replaces the first component WORD of PATH by the components of REPLACEMENT; false when there is none.
+bool lf_replaceComponent(const fs::path& PATH, std::string_view WORD, const fs::path& REPLACEMENT,
+                         fs::path& OUT) {
+  fs::path result;
+  bool replaced = false;
+  for (const fs::path& part : PATH) {
+    if (!replaced && part == WORD) {
+      result /= REPLACEMENT;
+      replaced = true;
+    } else {
+      result /= part;
+    }
+  }
+  if (replaced) OUT = result;
+  return replaced;
+}
+
+// Great circle distance in nautical miles.
+double lf_distanceNm(double LAT1, double LON1, double LAT2, double LON2) {
+  const double halfDLat = (LAT2 - LAT1) * degreesToRadians * 0.5;
+  const double halfDLon = (LON2 - LON1) * degreesToRadians * 0.5;
+  const double haversine = std::sin(halfDLat) * std::sin(halfDLat) +
+                           std::cos(LAT1 * degreesToRadians) * std::cos(LAT2 * degreesToRadians) *
+                               std::sin(halfDLon) * std::sin(halfDLon);
+  return 6875.493541569878 * std::asin(std::sqrt(std::min(1.0, haversine)));
+}
+
+void lf_logValue(std::string_view LABEL, const auto& VALUE) {
+  logLine(fmt::format("{:24}: {}", LABEL, VALUE));
+}
+
+void lf_numberStands(std::vector<Stand>& STANDS) {
+  for (std::size_t i = 0; i < STANDS.size(); ++i)
+    STANDS[i].standId = static_cast<std::uint32_t>(i + 1);
+}
+
+// Without a learned file the airport has no parking parameters of its own.
+void lf_defaultParkingPercentage() {
+  parking_percentage.value = 30;
+  enableControl(parking_percentage, false);
+  if (CUSTOM_PARKING_PERCENTAGE.value >= 0) {
+    parking_percentage.value = CUSTOM_PARKING_PERCENTAGE.value.load();
+    logLine(fmt::format("parking percentage overruled by {}", CUSTOM_PARKING_PERCENTAGE.name));
+  }
+  showInt(parking_percentage);
+  logLine(fmt::format("{:24}: {}%", parking_percentage.name, parking_percentage.value.load()));
+}
+
+void lf_logAirport(const fs::path& PATH, std::string_view NAME, std::size_t STAND_COUNT,
+                   const QualityFactors& QUALITY, std::uint32_t TRAFFIC_WEEK) {
+  logLine(fmt::format("Airport file read from \"{}\" for {}", pathText(PATH), NAME));
+  lf_logValue("publisher", parkPublisher);
+  logLine(fmt::format("{:24}: {} ft", "altitude", parkAltitudeFeet));
+  lf_logValue("num_parkpos", STAND_COUNT);
+  lf_logValue("quality factor", formatQualityFactors(QUALITY));
+  lf_logValue("RT traffic week", TRAFFIC_WEEK);
+}
+
+std::string lf_readApf(const fs::path& PATH, std::string& NAME, std::vector<Stand>& STANDS,
+                       QualityFactors& QUALITY) {
+  handmadeFile = false;
+  pugi::xml_document document;
+  const pugi::xml_parse_result loaded = document.load_file(PATH.c_str());
+  if (!loaded)
+    return fmt::format("{} found, but could not be loaded: {}", pathText(PATH), loaded.description());
+  const auto trafficWeek = static_cast<std::uint32_t>(fileInt(document, "RT_traffic_week").value_or(0));
+  parkPublisher = fileParameter(document, "publisher").value_or("");
+  parkBglPath = fileParameter(document, "BGLpath").value_or("");
+  const auto altitude = fileInt(document, "altitude");
+  if (!altitude) throw UserErrorException(65, "Parameter altitude not found");
+  parkAltitudeFeet = *altitude;
+  parkAltitude = *altitude;
+  NAME = fileParameter(document, "airport_name").value_or("");
+  STANDS.clear();
+  readParkPositions(document, STANDS);
+  QUALITY = {fileInt(document, "Qf_real").value_or(-1), fileInt(document, "Qf_soft").value_or(-1)};
+
+  learnedFilePath = learnedPathFor(PATH);
+  if (lf_exists(learnedFilePath)) {
+    enableControl(parking_percentage, true);
+    readLearned(learnedFilePath, NAME, STANDS);
+    QUALITY = computeQualityFactors(STANDS);
+    if (handmadeFile) logLine("A handmade airport file overruled the archived file!");
+  } else {
+    lf_defaultParkingPercentage();
+  }
+  lf_numberStands(STANDS);
+  findOverlaps(STANDS);
+  lf_logAirport(handmadeFile ? learnedFilePath : PATH, NAME, STANDS.size(), QUALITY, trafficWeek);
+  parkingSessionOpen.exchange(true);
+  enableControl(flushStaticButton, true);
+  parameterChanged = false;
+  return STANDS.empty() ? "no stands found" : "";
+}
+
+pugi::xml_document lf_loadOrEmpty(const fs::path& PATH) {
+  pugi::xml_document document;
+  if (!document.load_file(PATH.c_str())) document.reset();
+  return document;
+}
+
+} // namespace
+
+fs::path findAirportFile(std::string_view CODE) {
+  const std::string code(CODE);
+  for (const fs::path& folder : {myThirdpartyFolder, myOrbxFolder}) {
+    if (fs::path target = lf_linkTarget(folder / (code + ".txt")); !target.empty()) return target;
+    if (const fs::path file = folder / (code + ".xml"); lf_exists(file)) return file;
+  }
+  const fs::path stock = archiveFolder / stockWord / (code + ".xml");
+  return lf_exists(stock) ? stock : fs::path();
+}
+
+bool airportHasFile(std::string_view CODE) {
+  const std::string code(CODE);
+  for (const fs::path& folder : {myThirdpartyFolder, myOrbxFolder})
+    if (lf_exists(folder / (code + ".xml")) || lf_exists(folder / (code + ".txt"))) return true;
+  return lf_exists(archiveFolder / stockWord / (code + ".xml"));
+}
+
+fs::path learnedPathFor(const fs::path& PATH) {
+  fs::path learned;
+  if (lf_replaceComponent(PATH, "archive", "learned", learned)) return learned;
+  if (lf_replaceComponent(PATH, myOrbxFolder.filename().string(), fs::path("learned") / orbxWord, learned))
+    return learned;
+  const fs::path thirdparty = fs::path("learned") / thirdpartyWord / utf8ToPath(readPublisher(PATH));
+  if (lf_replaceComponent(PATH, myThirdpartyFolder.filename().string(), thirdparty, learned)) return learned;
+  return PATH;
+}
+
+HalfHours hours2bitset(std::string_view TEXT) {
+  HalfHours bits;
+  try {
+    for (const std::string_view item : splitFields(TEXT, ','))
+      if (!trimBlanks(item).empty()) bits |= readSlots(item);
+  } catch (const std::exception& error) {
+    logLine(fmt::format("exception {} in lf_hours2bitset", error.what()));
+  }
+  return bits;
+}
+
+void readParkPositions(const pugi::xml_document& DOCUMENT, std::vector<Stand>& STANDS) {
+  const pugi::xml_node parkpositions = DOCUMENT.child("parkpositions");
+  if (!parkpositions) return;
+  TextSet ids;
+  for (const Stand& stand : STANDS)
+    ids.insert(stand.id);
+  for (const pugi::xml_node parkpos : parkpositions.children("parkpos")) {
+    Stand stand;
+    stand.id = parkpos.attribute("id").value();
+    if (!ids.insert(stand.id).second)
+      throw UserErrorException(94, fmt::format("Parking position {} appears more than once?", stand.id));
+    readStandPlace(parkpos, stand);
+    stand.options.reserve(128);
+    std::int32_t optionId = 1;
+    for (const pugi::xml_node opt : parkpos.children("opt")) {
+      std::optional<StandOption> option = readStandOption(opt, false, true);
+      if (!option) continue;
+      option->optionId = optionId++;
+      stand.options.push_back(std::move(*option));
+    }
+    readStandKind(parkpos, stand);
+    STANDS.push_back(std::move(stand));
+  }
+}
+
+void findOverlaps(std::vector<Stand>& STANDS) {
+  for (Stand& stand : STANDS) {
+    stand.neighbours.clear();
+    stand.neighbours.reserve(8);
+  }
+  for (std::size_t i = 0; i < STANDS.size(); ++i)
+    for (std::size_t j = 0; j < STANDS.size(); ++j) {
+      if (i == j) continue;
+      const double distance = lf_distanceNm(STANDS[i].lat, STANDS[i].lon, STANDS[j].lat, STANDS[j].lon);
+      if (STANDS[i].radius + STANDS[j].radius > distance * 1.1)
+        STANDS[i].neighbours.push_back(STANDS[j].standId);
+    }
+  for (Stand& stand : STANDS)
+    stand.neighbours.shrink_to_fit();
+}
+
+std::string gf_readApf(const fs::path& PATH, std::string& NAME, std::vector<Stand>& STANDS,
+                       QualityFactors& QUALITY) {
+  if (parkAirportCode.empty()) return "gf_readApf, no park airport set";
+  try {
+    return lf_readApf(PATH, NAME, STANDS, QUALITY);
+  } catch (const UserErrorException&) {
+    throw;
+  } catch (const std::exception& error) {
+    return fmt::format("exception in readApf: {}", error.what());
+  }
+}
+
+bool gf_readApfForGateCheck(std::string_view CODE, std::string_view STAND_ID) {
+  try {
+    const fs::path path = findAirportFile(CODE);
+    if (path.empty()) return false;
+    const pugi::xml_document document = lf_loadOrEmpty(path);
+    for (const pugi::xml_node parkpos : document.child("parkpositions").children("parkpos"))
+      if (STAND_ID == parkpos.attribute("id").value()) return true;
+    return false;
+  } catch (const std::exception& error) {
+    logLine(fmt::format("exception in gf_readApfForGateCheck: {}", error.what()));
+  } catch (...) {
+    logLine("exception in gf_readApfForGateCheck: unknown");
+  }
+  return false;
+}
+
+std::int32_t readStandCount(const fs::path& PATH) {
+  return fileInt(lf_loadOrEmpty(PATH), "num_parkpos").value_or(0);
+}
+
+std::string readPublisher(const fs::path& PATH) {
+  return fileParameter(lf_loadOrEmpty(PATH), "publisher").value_or("");
+}
+
+bool hasQualityFactors(const fs::path& PATH) {
+  const pugi::xml_document document = lf_loadOrEmpty(PATH);
+  return fileInt(document, "Qf_real").value_or(-1) >= 0 || fileInt(document, "Qf_soft").value_or(-1) >= 0;
+}
+
+} // namespace ory

@@ -1,0 +1,262 @@
+#include "scenery/airport_record.h"
+
+#include "frame/log.h"
+#include "frame/text_hash.h"
+#include "liveries/text_tokens.h"
+#include "os/utf.h"
+#include "scenery/scan_log.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <string_view>
+#include <utility>
+
+namespace ory {
+
+namespace {
+
+// Sub-record ids inside an airport record; see README.md.
+constexpr std::uint16_t lf_nameRecord = 0x19;
+constexpr std::uint16_t lf_helipadRecord = 0x26;
+constexpr std::uint16_t lf_parkingRecord = 0x3D;
+constexpr std::uint16_t lf_parkingRecordV5 = 0xAD;
+constexpr std::size_t lf_altitudeWord = 5;
+constexpr std::size_t lf_maxNameLength = 45;
+constexpr std::string_view lf_suffixes = "abcdef";
+
+struct AirportDecoder {
+  const BglWords& bgl;
+  std::string pathText;
+  ScanResult& result;
+  TextSet ids;
+  std::vector<std::pair<std::uint32_t, std::uint32_t>> helipadPositions; // raw longitude, latitude
+  std::int32_t heliNumber = 1;
+  bool nameSeen = false;
+};
+
+bool lf_isNullPosition(double LAT, double LON) {
+  return LAT >= 0 && LAT <= 0.0009 && LON >= 0 && LON <= 0.05;
+}
+
+bool lf_positionUsable(double LAT, double LON) {
+  return LAT >= -90.0 && LAT <= 90.0 && LON >= -180.0 && LON <= 180.0 && !lf_isNullPosition(LAT, LON);
+}
+
+// Degrees to radians; a heading of 0 is stored as 2 pi so that no stand ever has heading 0.
+double lf_headingRadians(float DEGREES) {
+  return DEGREES == 0.0f ? twoPi : DEGREES * degreesToRadians;
+}
+
+std::string lf_positionText(double LAT, double LON) {
+  return fmt::format("{:.6f}, {:.6f}", LAT, LON);
+}
+
+// Names are 8-bit text; what is not valid UTF-8 is taken as Latin-1.
+std::string lf_nameAsUtf8(const std::string& BYTES) {
+  if (utf16ToUtf8(utf8ToUtf16(BYTES)) == BYTES) return BYTES;
+  std::string text;
+  for (unsigned char c : BYTES) {
+    if (c < 0x80) {
+      text += static_cast<char>(c);
+    } else {
+      text += static_cast<char>(0xC0 | (c >> 6));
+      text += static_cast<char>(0x80 | (c & 0x3F));
+    }
+  }
+  return text;
+}
+
+// lf_decodeAirportNAME: the characters follow the 6-byte head, padded with zeros to a whole word.
+std::string lf_decodeAirportName(const BglWords& BGL, std::size_t SUB) {
+  const int length = std::min<int>(bglHalf(BGL, SUB * 4 + 2) - 6, lf_maxNameLength);
+  std::string bytes;
+  for (int k = 0; k < length; ++k) {
+    const std::size_t offset = SUB * 4 + 6 + static_cast<std::size_t>(k);
+    if (offset / 4 >= BGL.words.size()) {
+      scanLog(fmt::format("! o3: {} of d out of range nrDWORDS: {}", offset / 4, BGL.words.size()));
+      break;
+    }
+    const char c = static_cast<char>(bglByte(BGL, offset));
+    if (c == '\0') break;
+    bytes += c;
+  }
+  return lf_nameAsUtf8(bytes);
+}
+
+void lf_takeName(AirportDecoder& DECODER, std::size_t SUB) {
+  std::string name = lf_decodeAirportName(DECODER.bgl, SUB);
+  if (!DECODER.nameSeen) {
+    DECODER.result.airportName = std::move(name);
+    DECODER.nameSeen = true;
+  } else if (name != DECODER.result.airportName) {
+    DECODER.result.airportName.clear(); // two different names: neither can be trusted
+  }
+}
+
+// Helipad: word 3 longitude, word 4 latitude, word 7 width in metres, word 8 heading in degrees.
+void lf_takeHelipad(AirportDecoder& DECODER, std::size_t SUB) {
+  const std::uint32_t rawLon = bglWord(DECODER.bgl, SUB + 3);
+  const std::uint32_t rawLat = bglWord(DECODER.bgl, SUB + 4);
+  const double lat = decodeLatitude(rawLat);
+  const double lon = decodeLongitude(rawLon);
+  if (!lf_positionUsable(lat, lon)) {
+    scanLog("lat/lon helipad incorrect (skipped): " + lf_positionText(lat, lon));
+    return;
+  }
+  const auto position = std::make_pair(rawLon, rawLat);
+  if (std::find(DECODER.helipadPositions.begin(), DECODER.helipadPositions.end(), position) !=
+      DECODER.helipadPositions.end()) {
+    scanLog("double helipad " + lf_positionText(lat, lon) + " (skipped) ");
+    return;
+  }
+  const float width = bglFloat(DECODER.bgl, SUB + 7);
+  const float heading = bglFloat(DECODER.bgl, SUB + 8);
+  if (!(width > 0.0f && width < 1000.0f) || !std::isfinite(heading)) {
+    scanLog(fmt::format("helipad {} with width {} and heading {} incorrect (skipped), in {}",
+                        lf_positionText(lat, lon), width, heading, DECODER.pathText));
+    return;
+  }
+  DECODER.helipadPositions.push_back(position);
+  Stand stand;
+  stand.id = fmt::format("helipad{}", DECODER.heliNumber++);
+  stand.lat = lat;
+  stand.lon = lon;
+  stand.radius = width * 0.5 * metresToNm;
+  stand.heading = lf_headingRadians(heading);
+  stand.heli = true;
+  DECODER.result.stands.push_back(std::move(stand));
+}
+
+// A name already taken gets the first free suffix of a to f; empty when all are taken.
+std::string lf_uniqueId(AirportDecoder& DECODER, const std::string& ID, bool& DOUBLED) {
+  DOUBLED = false;
+  if (DECODER.ids.insert(ID).second) return ID;
+  for (char suffix : lf_suffixes) {
+    std::string candidate = ID + suffix;
+    if (DECODER.ids.insert(candidate).second) {
+      DOUBLED = true;
+      return candidate;
+    }
+  }
+  scanLog(fmt::format("{}{}Warning more then 6 the same ids {}, in {}", warningPrefix,
+                      DECODER.result.code + " ", ID, DECODER.pathText));
+  return {};
+}
+
+// Taxi parking entry: word 0 packs name code (bits 0-5), type (8-11), number (12-23) and the count of airline
+// codes (24-31); word 1 radius in metres, word 2 heading in degrees, words 7 and 8 longitude and latitude.
+// Returns true when the entry's name had to be made unique.
+bool lf_takeParking(AirportDecoder& DECODER, std::size_t ENTRY) {
+  const std::uint32_t head = bglWord(DECODER.bgl, ENTRY);
+  const float radius = bglFloat(DECODER.bgl, ENTRY + 1);
+  if (!(radius > 1.0f && radius < 200.0f)) {
+    scanLog(fmt::format("skipped position with radius {:.1F} meters, in {}", radius, DECODER.pathText));
+    return false;
+  }
+  const std::uint32_t type = (head >> 8) & 0xF;
+  if (type < 1 || type > 11) return false; // fuel and vehicle positions are no stands
+  const std::uint32_t number = (head >> 12) & 0xFFF;
+  const double lat = decodeLatitude(bglWord(DECODER.bgl, ENTRY + 8));
+  const double lon = decodeLongitude(bglWord(DECODER.bgl, ENTRY + 7));
+  if (!lf_positionUsable(lat, lon)) {
+    scanLog(fmt::format("lat/lon: {}, incorrect (skipped) ", lf_positionText(lat, lon)));
+    return false;
+  }
+  const float heading = bglFloat(DECODER.bgl, ENTRY + 2);
+  if (!std::isfinite(heading)) {
+    scanLog(fmt::format("heading {} incorrect (skipped), in {}", heading, DECODER.pathText));
+    return false;
+  }
+  bool doubled = false;
+  std::string id = lf_uniqueId(DECODER, parkingNameText(head & 0x3F) + std::to_string(number), doubled);
+  if (id.empty()) return false;
+  Stand stand;
+  stand.id = std::move(id);
+  stand.lat = lat;
+  stand.lon = lon;
+  stand.radius = radius * metresToNm;
+  stand.heading = lf_headingRadians(heading);
+  stand.cargo = type == 5;
+  stand.ramp = type < 8;
+  stand.idDoubled = doubled;
+  DECODER.result.stands.push_back(std::move(stand));
+  return doubled;
+}
+
+// The entries follow a count in the high half of word 1; each is 9 words and one per airline code, and one
+// more in the Prepar3D v5 form.
+void lf_takeParkingList(AirportDecoder& DECODER, std::size_t SUB, std::size_t SUB_END, bool NEW_FORM) {
+  const std::uint32_t count = bglWord(DECODER.bgl, SUB + 1) >> 16;
+  std::size_t entry = SUB + 2;
+  bool doubled = false;
+  for (std::uint32_t k = 0; k < count; ++k) {
+    const std::size_t extra = NEW_FORM ? 1 : 0;
+    const std::size_t words = 9 + extra + (entry < SUB_END ? bglWord(DECODER.bgl, entry) >> 24 : 0);
+    if (entry + words > SUB_END) {
+      scanLog(fmt::format("parking list of {} runs past its record after {} of {} entries, in {}",
+                          DECODER.result.code, k, count, DECODER.pathText));
+      break;
+    }
+    doubled = lf_takeParking(DECODER, entry) || doubled;
+    entry += words;
+  }
+  if (doubled) renumberDoubledIds(DECODER.result.stands);
+}
+
+} // namespace
+
+std::int32_t airportAltitudeFeet(std::int32_t MILLIMETRES) {
+  const auto feet = static_cast<std::int32_t>(std::lround(MILLIMETRES * 3.2808399 / 1000.0));
+  return feet < -20 || feet > 10000 ? 0 : feet;
+}
+
+ScanResult decodeAirportRecord(const BglWords& BGL, const AirportRecordRef& AIRPORT,
+                               const std::filesystem::path& PATH) {
+  ScanResult result;
+  result.code = AIRPORT.code;
+  result.bglPath = pathText(PATH);
+  AirportDecoder decoder{BGL, result.bglPath, result};
+  result.altitude =
+      airportAltitudeFeet(static_cast<std::int32_t>(bglWord(BGL, AIRPORT.start + lf_altitudeWord)));
+  const std::size_t end = std::min(AIRPORT.start + AIRPORT.sizeInWords, BGL.words.size());
+  const std::uint16_t parkingId = AIRPORT.newForm ? lf_parkingRecordV5 : lf_parkingRecord;
+  std::size_t sub = AIRPORT.start + (AIRPORT.newForm ? 0x3C : 0x38) / 4;
+  while (sub < end) {
+    const BglRecordHead head = bglRecordHead(BGL, sub);
+    const std::size_t subEnd = std::min(end, sub + head.size / 4);
+    if (head.id == lf_nameRecord)
+      lf_takeName(decoder, sub);
+    else if (head.id == lf_helipadRecord)
+      lf_takeHelipad(decoder, sub);
+    else if (head.id == parkingId)
+      lf_takeParkingList(decoder, sub, subEnd, AIRPORT.newForm);
+    if (head.size < 4) break;
+    sub += head.size / 4;
+  }
+  return result;
+}
+
+void renumberDoubledIds(std::vector<Stand>& STANDS) {
+  for (;;) {
+    const auto first = std::find_if(STANDS.begin(), STANDS.end(), [](const Stand& S) { return S.idDoubled; });
+    if (first == STANDS.end()) return;
+    first->idDoubled = false;
+    const std::string base = first->id.substr(0, first->id.size() - 1);
+    std::vector<Stand*> sharing;
+    for (Stand& stand : STANDS) {
+      const bool suffixed = stand.id.size() == base.size() + 1 && stand.id.starts_with(base) &&
+                            lf_suffixes.find(stand.id.back()) != std::string_view::npos;
+      if (stand.id != base && !suffixed) continue;
+      stand.idDoubled = false;
+      sharing.push_back(&stand);
+    }
+    std::stable_sort(sharing.begin(), sharing.end(),
+                     [](const Stand* A, const Stand* B) { return A->radius > B->radius; });
+    for (std::size_t k = 0; k < sharing.size(); ++k)
+      sharing[k]->id = k == 0 ? base : base + lf_suffixes[k - 1];
+  }
+}
+
+} // namespace ory

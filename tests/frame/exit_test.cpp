@@ -1,0 +1,173 @@
+#include "frame/exceptions.h"
+#include "frame/log.h"
+#include "frame/main_loop.h"
+#include "frame/parameters.h"
+#include "frame/run.h"
+#include "frame/window.h"
+#include "support/scratch.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <thread>
+
+namespace ory {
+namespace {
+
+using namespace std::chrono_literals;
+using clock_type = std::chrono::steady_clock;
+
+class ExitTest : public test::InScratchFolder {
+protected:
+  void SetUp() override {
+    openLog();
+    loadParameters();
+  }
+  void TearDown() override { closeLog(); }
+
+  // Waits for the exit thread's posted message; 0 when none came in time.
+  static unsigned waitForPost(std::chrono::seconds LIMIT) {
+    return nextPostedMessage(static_cast<int>(std::chrono::milliseconds(LIMIT).count()));
+  }
+};
+
+TEST_F(ExitTest, aSecondRequestDuringAnExitKeepsTheFirstReason) {
+  requestExit(ExitReason::userClosedSim, 0);
+  requestExit(ExitReason::simWasClosed, 0);
+  requestExit(ExitReason::restart, 30);
+  EXPECT_EQ(exitReason, ExitReason::userClosedSim);
+  EXPECT_EQ(waitForPost(15s), endMessage);
+  closeLog();
+  const std::string log = test::readFile("Log.txt");
+  EXPECT_NE(log.find("Exiting: USER CLOSED SIM\n"), std::string::npos);
+  EXPECT_NE(log.find("User closed Trovalyn_P3D\n"), std::string::npos);
+  EXPECT_EQ(log.find("Exiting: SIM WAS CLOSED"), std::string::npos);
+  EXPECT_TRUE(userClosed);
+  EXPECT_FALSE(exiting) << "the exit has ended";
+}
+
+TEST_F(ExitTest, aHungThreadKeepsTheExitForAboutTenSecondsOnly) {
+  threadCount += 1; // a thread that never counts itself out
+  const auto start = clock_type::now();
+  requestExit(ExitReason::simWasClosed, 0);
+  EXPECT_EQ(waitForPost(20s), endMessage);
+  const auto waited = clock_type::now() - start;
+  EXPECT_GT(waited, 9s) << "the exit waits for running threads";
+  EXPECT_LT(waited, 13s) << "but leaves a hung one behind";
+  threadCount -= 1;
+}
+
+TEST_F(ExitTest, theRunThreadsAreStoppedByTheirTokens) {
+  std::atomic<bool> ended{false};
+  startRunThread(RunThread::mainLoop, [&ended](std::stop_token STOP) {
+    ThreadCounter counted;
+    while (!STOP.stop_requested())
+      std::this_thread::sleep_for(5ms);
+    ended = true;
+  });
+  requestExit(ExitReason::userClosedSim, 0);
+  EXPECT_EQ(waitForPost(15s), endMessage);
+  EXPECT_TRUE(ended);
+  EXPECT_EQ(threadCount, 0);
+}
+
+TEST_F(ExitTest, aRestartResetsTheRunAndPostsTheStartAgainKeepingParameters) {
+  simRunning = true;
+  readerError = true;
+  secondCount = 1234;
+  secondTick = true;
+  flushPending = true;
+  BLOCK_CALLSIGN.value = "KLM123";
+  storeText(BLOCK_CALLSIGN);
+  showError("1001: RT error");
+  SCAN_LIVERIES.value = true;
+  SCAN_AIRPORTS.value = true;
+
+  requestExit(ExitReason::restart, 1);
+  EXPECT_EQ(waitForPost(15s), startMessage) << "a restart starts again in the same process";
+  EXPECT_FALSE(simRunning);
+  EXPECT_FALSE(readerError);
+  EXPECT_FALSE(secondTick);
+  EXPECT_FALSE(flushPending);
+  EXPECT_EQ(secondCount, 0);
+  EXPECT_EQ(exitReason, ExitReason::notYetSet);
+  EXPECT_FALSE(exiting);
+  EXPECT_EQ(BLOCK_CALLSIGN.value, "KLM123") << "a restart keeps the blocked callsign";
+  EXPECT_FALSE(SCAN_LIVERIES.value);
+  EXPECT_FALSE(SCAN_AIRPORTS.value);
+  {
+    std::lock_guard lock(windowTextLock);
+    EXPECT_TRUE(display.errorText.empty()) << "the error line is cleared";
+  }
+  closeLog();
+  const std::string log = test::readFile("Log.txt");
+  EXPECT_NE(log.find("Exiting: RESTART\n"), std::string::npos);
+  EXPECT_NE(log.find("Restarting after 1 seconds\n"), std::string::npos);
+}
+
+TEST_F(ExitTest, aRestartForTheInstallPathLeavesTheScanSwitchesAsTheyStood) {
+  SCAN_LIVERIES.value = true;
+  SCAN_AIRPORTS.value = true;
+  requestExit(ExitReason::restartIpp, 0);
+  EXPECT_EQ(waitForPost(15s), startMessage);
+  EXPECT_TRUE(SCAN_LIVERIES.value);
+  EXPECT_TRUE(SCAN_AIRPORTS.value);
+}
+
+TEST_F(ExitTest, anEndingExitClearsTheBlockedCallsignInTheFile) {
+  BLOCK_CALLSIGN.value = "KLM123";
+  storeText(BLOCK_CALLSIGN);
+  requestExit(ExitReason::simWasClosed, 0);
+  EXPECT_EQ(waitForPost(15s), endMessage);
+  BLOCK_CALLSIGN.value = "stale";
+  loadParameters();
+  EXPECT_EQ(BLOCK_CALLSIGN.value, "");
+}
+
+TEST_F(ExitTest, theUserClosingDuringTheRestartCountdownEndsTheProgram) {
+  requestExit(ExitReason::restart, 30);
+  std::this_thread::sleep_for(1500ms);
+  const auto start = clock_type::now();
+  requestExit(ExitReason::userClosedSim, 0);
+  EXPECT_EQ(waitForPost(20s), endMessage);
+  EXPECT_LT(clock_type::now() - start, 5s);
+  EXPECT_EQ(nextPostedMessage(1500), 0u) << "the abandoned restart posts nothing";
+}
+
+TEST_F(ExitTest, exceptionsAreSortedByType) {
+  try {
+    throw UserErrorException(41, "Trovalyn_P3D must be run from the Trovalyn_P3D folder!");
+  } catch (...) {
+    reportException("lf_startUpTrovalyn");
+  }
+  EXPECT_FALSE(exiting) << "a user error leaves the program alive";
+  {
+    std::lock_guard lock(windowTextLock);
+    EXPECT_EQ(display.errorText, "41: Trovalyn_P3D must be run from the Trovalyn_P3D folder!");
+  }
+  try {
+    throw 7;
+  } catch (...) {
+    reportException("mainLoop");
+  }
+  EXPECT_FALSE(exiting);
+  {
+    std::lock_guard lock(windowTextLock);
+    EXPECT_EQ(display.errorText, "Unknown exception");
+  }
+  try {
+    throw SysErrorException(40, "Failed to write file Log.txt");
+  } catch (...) {
+    reportException("mainLoop");
+  }
+  EXPECT_TRUE(exiting);
+  EXPECT_EQ(exitReason, ExitReason::systemError);
+  {
+    std::lock_guard lock(windowTextLock);
+    EXPECT_EQ(display.errorText, "mainLoop: sys error 40: Failed to write file Log.txt");
+  }
+  EXPECT_EQ(waitForPost(20s), endMessage);
+}
+
+} // namespace
+} // namespace ory

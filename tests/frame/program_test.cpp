@@ -1,0 +1,102 @@
+// The headless program as a whole: started from a program folder, one instance at a time, closed by signal.
+#include "support/process.h"
+#include "support/scratch.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+
+namespace ory {
+namespace {
+
+using namespace std::chrono_literals;
+using test::ChildProcess;
+using test::eventually;
+using test::readFile;
+
+class ProgramTest : public test::InScratchFolder {
+protected:
+  std::filesystem::path folder = scratch.path();
+  std::filesystem::path output = scratch.path() / "stdout.txt";
+
+  void SetUp() override { test::installPreparedData(folder); }
+
+  void presetInstallPath() {
+    test::writeBytes(folder / "AppData/Roaming/Trovalyn_P3D/parameters.xml",
+                     "<parameters><parameter name=\"SIM_INSTALL_PATH\" value=\"C:\\P3D v5\" /></parameters>");
+  }
+  bool logHas(const std::string& TEXT) const {
+    return readFile(folder / "Log.txt").find(TEXT) != std::string::npos;
+  }
+};
+
+TEST_F(ProgramTest, runsFromItsFolderRefusesASecondInstanceAndEndsOnTheCloseSignal) {
+  presetInstallPath();
+  ChildProcess program(ORY_PROGRAM, {}, folder, folder, output);
+  ASSERT_TRUE(eventually([&] { return logHas("SIM_INSTALL_PATH=C:\\P3D v5"); }, 10s)) << readFile(output);
+
+  ChildProcess second(ORY_PROGRAM, {}, folder, folder, folder / "second.txt");
+  EXPECT_EQ(second.waitExit(10s), 255) << "-1 from the second instance";
+  EXPECT_FALSE(std::filesystem::exists(folder / "Log0.txt")) << "and the log untouched";
+
+  EXPECT_TRUE(logHas(" dbase records from \"input/dbase.xml\" read\n"));
+  EXPECT_TRUE(logHas("\"input/fixes.xml\" read\n"));
+  EXPECT_TRUE(logHas(" airports read from \"airports_p3d.xml\"\n"));
+  for (const char* made : {"output/info", "output/errors", "airports/learned/stock", "airports/learned/ORBX",
+                           "airports/learned/thirdparty", "input/my_regcodes"})
+    EXPECT_TRUE(std::filesystem::is_directory(folder / made)) << made;
+
+  program.signal(SIGTERM);
+  EXPECT_EQ(program.waitExit(12s), 0);
+  EXPECT_TRUE(logHas("Exiting: USER CLOSED SIM\n"));
+  EXPECT_TRUE(logHas("User closed Trovalyn_P3D\n"));
+  EXPECT_NE(readFile(output).find("message: Close window button clicked, closing Trovalyn_P3D ..."),
+            std::string::npos);
+}
+
+TEST_F(ProgramTest, outsideItsFolderItShowsTheErrorAndStaysForTheUser) {
+  std::filesystem::remove(folder / "docs");
+  ChildProcess program(ORY_PROGRAM, {}, folder, folder, output);
+  ASSERT_TRUE(eventually(
+      [&] {
+        return readFile(output).find("error: 41: Trovalyn_P3D must be run from the Trovalyn_P3D folder!") !=
+               std::string::npos;
+      },
+      10s));
+  EXPECT_TRUE(program.running());
+  program.signal(SIGINT);
+  EXPECT_EQ(program.waitExit(12s), 0);
+}
+
+TEST_F(ProgramTest, withoutASimulatorPathOrFoldersItAsksForThePath) {
+  ChildProcess program(ORY_PROGRAM, {}, folder, folder, output);
+  ASSERT_TRUE(eventually(
+      [&] {
+        return readFile(output).find("error: 151: No P3D install path detected, type full Install Path "
+                                     "above, and press Enter") != std::string::npos;
+      },
+      10s))
+      << readFile(output);
+  program.signal(SIGTERM);
+  EXPECT_EQ(program.waitExit(12s), 0);
+}
+
+TEST_F(ProgramTest, withoutTheAircraftDatabaseItShowsTheErrorAndStaysForTheUser) {
+  presetInstallPath();
+  std::filesystem::remove(folder / "input" / "dbase.xml");
+  ChildProcess program(ORY_PROGRAM, {}, folder, folder, output);
+  ASSERT_TRUE(eventually(
+      [&] {
+        return readFile(output).find(
+                   "error: 60: \"input/dbase.xml\" not read because of File was not found") !=
+               std::string::npos;
+      },
+      10s))
+      << readFile(output);
+  EXPECT_TRUE(program.running());
+  program.signal(SIGTERM);
+  EXPECT_EQ(program.waitExit(12s), 0);
+}
+
+} // namespace
+} // namespace ory

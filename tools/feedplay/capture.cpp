@@ -1,0 +1,127 @@
+#include "capture.h"
+
+#include <fmt/format.h>
+
+#include <charconv>
+#include <fstream>
+#include <stdexcept>
+#include <zlib.h>
+
+namespace ory {
+
+namespace {
+
+constexpr std::size_t lf_timestampField = 14;
+constexpr std::size_t lf_fieldsOfALine = 30;
+constexpr double lf_millisecondsFrom = 171644617100.79;
+
+std::vector<std::string_view> lf_split(std::string_view LINE) {
+  std::vector<std::string_view> fields;
+  std::size_t start = 0;
+  for (std::size_t comma = LINE.find(','); comma != std::string_view::npos; comma = LINE.find(',', start)) {
+    fields.push_back(LINE.substr(start, comma - start));
+    start = comma + 1;
+  }
+  fields.push_back(LINE.substr(start));
+  return fields;
+}
+
+std::string lf_optional(const std::optional<double>& VALUE, std::string_view NONE, int DECIMALS) {
+  return VALUE ? fmt::format("{:.{}f}", *VALUE, DECIMALS) : std::string(NONE);
+}
+
+std::string lf_orNull(const std::string& TEXT) {
+  return TEXT.empty() ? "null" : TEXT;
+}
+
+std::string lf_timestampText(double SECONDS, bool MILLISECONDS) {
+  return MILLISECONDS ? fmt::format("{}", static_cast<std::int64_t>(SECONDS * 1000 + 0.5))
+                      : fmt::format("{:.2f}", SECONDS);
+}
+
+std::string lf_withChecksum(std::string LINE) {
+  const std::uint32_t checksum = lineChecksum(LINE);
+  return LINE + fmt::format(",{}", checksum);
+}
+
+} // namespace
+
+std::vector<CaptureEntry> readCapture(const std::string& PATH) {
+  std::ifstream file(PATH);
+  if (!file) throw std::runtime_error("cannot read the capture " + PATH);
+  std::vector<CaptureEntry> entries;
+  std::string text;
+  for (int number = 1; std::getline(file, text); ++number) {
+    if (!text.empty() && text.back() == '\r') text.pop_back();
+    if (text.empty() || text.front() == '#') continue;
+    const auto bad = [&] {
+      return std::runtime_error(fmt::format("{}:{}: not a capture entry", PATH, number));
+    };
+    const std::size_t first = text.find(' ');
+    const std::size_t second = first == std::string::npos ? first : text.find(' ', first + 1);
+    if (second == std::string::npos) throw bad();
+    CaptureEntry entry;
+    const char* begin = text.data();
+    if (std::from_chars(begin, begin + first, entry.offset).ec != std::errc() || entry.offset < 0)
+      throw bad();
+    const std::string_view kind(begin + first + 1, second - first - 1);
+    entry.payload = text.substr(second + 1);
+    if (kind == "T") {
+      entry.kind = CaptureKind::traffic;
+    } else if (kind == "W") {
+      entry.kind = CaptureKind::weather;
+    } else if (kind == "DROP") {
+      entry.kind = CaptureKind::drop;
+      const std::string& away = entry.payload;
+      if (std::from_chars(away.data(), away.data() + away.size(), entry.awaySeconds).ec != std::errc())
+        throw bad();
+    } else {
+      throw bad();
+    }
+    entries.push_back(std::move(entry));
+  }
+  return entries;
+}
+
+std::string captureText(const CaptureEntry& ENTRY) {
+  static constexpr const char* kinds[] = {"T", "W", "DROP"};
+  return fmt::format("{:.3f} {} {}", ENTRY.offset, kinds[static_cast<int>(ENTRY.kind)], ENTRY.payload);
+}
+
+std::uint32_t lineChecksum(std::string_view LINE_WITHOUT_CHECKSUM) {
+  const auto* bytes = reinterpret_cast<const Bytef*>(LINE_WITHOUT_CHECKSUM.data());
+  return static_cast<std::uint32_t>(crc32(0, bytes, static_cast<uInt>(LINE_WITHOUT_CHECKSUM.size())));
+}
+
+std::string trafficLine(const TrackPoint& POINT) {
+  // RTTFC fields 0 to 28: kind, hexid, lat, lon, baro_alt, baro_rate, gnd, track, gsp, cs_icao, ac_type,
+  // ac_tailno, from_iata, to_iata, timestamp, source, cs_iata, msg_type, alt_geom, IAS, TAS, Mach,
+  // track_rate, roll, mag_heading, true_heading, geom_rate, emergency, category.
+  const std::string line = fmt::format(
+      "RTTFC,{},{:.6f},{:.6f},{:.0f},{:.0f},{},{},{:.1f},{},{},{},{},{},{},X,,{},{},{},{},,,{},,{},,,{}",
+      POINT.hexid, POINT.lat, POINT.lon, POINT.onGround ? 0.0 : POINT.altitude, POINT.verticalRate,
+      POINT.onGround ? 1 : 0, lf_optional(POINT.track, "", 1), POINT.groundSpeed, lf_orNull(POINT.callsign),
+      lf_orNull(POINT.type), lf_orNull(POINT.registration), lf_orNull(POINT.origin),
+      lf_orNull(POINT.destination), lf_timestampText(POINT.time, POINT.milliseconds), POINT.kind,
+      lf_optional(POINT.geometricAltitude, "", 0), lf_optional(POINT.ias, "", 0),
+      lf_optional(POINT.tas, "-1", 0), lf_optional(POINT.roll, "-1", 1),
+      lf_optional(POINT.trueHeading, "-1", 2), POINT.category);
+  return lf_withChecksum(line);
+}
+
+std::string retimedLine(std::string_view LINE, double NOW_SECONDS) {
+  const std::vector<std::string_view> fields = lf_split(LINE);
+  if (fields.size() < lf_fieldsOfALine) return std::string(LINE);
+  double old = 0;
+  const std::string_view stamp = fields[lf_timestampField];
+  std::from_chars(stamp.data(), stamp.data() + stamp.size(), old);
+  std::string line;
+  for (std::size_t i = 0; i + 1 < fields.size(); ++i) {
+    if (i > 0) line += ',';
+    line += i == lf_timestampField ? lf_timestampText(NOW_SECONDS, old > lf_millisecondsFrom)
+                                   : std::string(fields[i]);
+  }
+  return lf_withChecksum(line);
+}
+
+} // namespace ory

@@ -1,0 +1,109 @@
+// feedplay: RealTraffic's side of Trovalyn_P3D, for tests and demonstrations. See README.md.
+
+#include "convert.h"
+#include "play.h"
+
+#include <charconv>
+#include <cstring>
+#include <iostream>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+namespace {
+
+constexpr const char* lf_usage =
+    "usage: feedplay play --capture FILE [--speed X] [--port 10747] [--level 1|2] [--host ADDRESS]\n"
+    "                     [--record FILE] [--version TEXT] [--no-link] [--start-at-once] [--linger SECONDS]\n"
+    "                     [--traffic-port 49005] [--weather-port 49004] [--udp-host ADDRESS]\n"
+    "       feedplay convert INPUT... OUTPUT [--registry CSV] [--types JSON]\n";
+
+template <typename Number>
+Number lf_number(std::string_view OPTION, std::string_view TEXT) {
+  Number value{};
+  const auto [end, error] = std::from_chars(TEXT.data(), TEXT.data() + TEXT.size(), value);
+  if (error != std::errc() || end != TEXT.data() + TEXT.size())
+    throw std::invalid_argument(std::string(OPTION) + " wants a number, not " + std::string(TEXT));
+  return value;
+}
+
+int lf_play(int COUNT, char** ARGS) {
+  ory::PlayOptions options;
+  for (int i = 2; i < COUNT; ++i) {
+    const std::string_view option = ARGS[i];
+    const auto value = [&]() -> std::string_view {
+      if (i + 1 >= COUNT) throw std::invalid_argument(std::string(option) + " wants a value");
+      return ARGS[++i];
+    };
+    if (option == "--capture")
+      options.capture = value();
+    else if (option == "--speed")
+      options.speed = lf_number<double>(option, value());
+    else if (option == "--port")
+      options.port = lf_number<std::uint16_t>(option, value());
+    else if (option == "--level")
+      options.level = lf_number<int>(option, value());
+    else if (option == "--host")
+      options.host = value();
+    else if (option == "--record")
+      options.record = value();
+    else if (option == "--version")
+      options.version = value();
+    else if (option == "--no-link")
+      options.link = false;
+    else if (option == "--start-at-once")
+      options.startAtOnce = true;
+    else if (option == "--linger")
+      options.linger = lf_number<double>(option, value());
+    else if (option == "--traffic-port")
+      options.trafficPort = lf_number<std::uint16_t>(option, value());
+    else if (option == "--weather-port")
+      options.weatherPort = lf_number<std::uint16_t>(option, value());
+    else if (option == "--udp-host")
+      options.udpHost = value();
+    else
+      throw std::invalid_argument("unknown option " + std::string(option));
+  }
+  if (options.capture.empty()) throw std::invalid_argument("--capture is needed");
+  if (options.speed <= 0) throw std::invalid_argument("--speed must be above 0");
+  if (options.level != 1 && options.level != 2) throw std::invalid_argument("--level is 1 or 2");
+  return ory::playCapture(options);
+}
+
+int lf_convert(int COUNT, char** ARGS) {
+  ory::ConvertOptions options;
+  std::vector<std::string> files;
+  for (int i = 2; i < COUNT; ++i) {
+    const std::string_view option = ARGS[i];
+    if (option == "--registry" || option == "--types") {
+      if (i + 1 >= COUNT) throw std::invalid_argument(std::string(option) + " wants a file");
+      (option == "--registry" ? options.registry : options.types) = ARGS[++i];
+    } else {
+      files.emplace_back(option);
+    }
+  }
+  if (files.size() < 2) throw std::invalid_argument("convert wants INPUT... OUTPUT");
+  options.output = files.back();
+  files.pop_back();
+  options.inputs = files;
+  const std::size_t lines = ory::convertTracks(options);
+  std::cout << "wrote " << lines << " traffic lines to " << options.output << std::endl;
+  return 0;
+}
+
+} // namespace
+
+int main(int COUNT, char** ARGS) {
+  try {
+    if (COUNT >= 2 && std::strcmp(ARGS[1], "play") == 0) return lf_play(COUNT, ARGS);
+    if (COUNT >= 2 && std::strcmp(ARGS[1], "convert") == 0) return lf_convert(COUNT, ARGS);
+    std::cerr << lf_usage;
+    return 2;
+  } catch (const std::invalid_argument& e) {
+    std::cerr << "feedplay: " << e.what() << '\n' << lf_usage;
+    return 2;
+  } catch (const std::exception& e) {
+    std::cerr << "feedplay: " << e.what() << '\n';
+    return 1;
+  }
+}
