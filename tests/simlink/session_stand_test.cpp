@@ -18,6 +18,7 @@ namespace ory {
 namespace {
 
 using Json = nlohmann::json;
+using namespace std::chrono_literals;
 
 const char* lf_parked = R"({
   "frames": {"rate": 40, "frameRate": 41},
@@ -38,7 +39,8 @@ protected:
   }
   void TearDown() override {
     thread = {};
-    EXPECT_TRUE(test::waitUntil([] { return threadCount == 0; }, 15000)) << "a thread of the test still runs";
+    EXPECT_TRUE(test::eventually([] { return threadCount == 0; }, 15000ms))
+        << "a thread of the test still runs";
     resetSimLink();
     userStateReset();
     userObjectId = 0;
@@ -50,7 +52,7 @@ protected:
   }
   // Commands until one with CODE and VALUE came, asking for the aircraft in range twice a second.
   bool awaitCommand(std::uint32_t CODE, std::uint32_t VALUE, SimCommand& FOUND) {
-    return test::waitUntil(
+    return test::eventually(
         [&] {
           requestRange(20000);
           std::vector<SimCommand> taken;
@@ -60,7 +62,7 @@ protected:
             if (command.code == CODE && command.value == VALUE) FOUND = command;
           return FOUND.code == CODE && FOUND.value == VALUE;
         },
-        10000);
+        10000ms);
   }
 
   std::jthread thread;
@@ -84,14 +86,14 @@ TEST_F(SessionStandTest, NewAircraftAreBoundFrozenAndPlacedOnlyByTheProgram) {
   test::StandIn stand(lf_parked);
   stand.writeSimConnectCfg();
   thread = std::jthread(simThread);
-  ASSERT_TRUE(test::waitUntil([] { return simRunning.load(); }, 10000));
+  ASSERT_TRUE(test::eventually([] { return simRunning.load(); }, 10000ms));
   requestUserOnGround();
-  ASSERT_TRUE(test::waitUntil(
+  ASSERT_TRUE(test::eventually(
       [] {
         requestUserPosition();
         return userObjectId != 0;
       },
-      5000));
+      5000ms));
 
   CreateRequest lufthansa;
   lufthansa.lat = 48.3550;
@@ -121,7 +123,7 @@ TEST_F(SessionStandTest, NewAircraftAreBoundFrozenAndPlacedOnlyByTheProgram) {
         return L.value("kind", "") == "state" &&
                lf_object(L, "DLH4AB").value("frozen", Json()) == Json({true, true, true});
       },
-      5000));
+      5000ms));
   const Json before = lf_object(lf_lastState(stand), "DLH4AB");
   EXPECT_TRUE(before.value("released", false));
   std::this_thread::sleep_for(std::chrono::milliseconds(500));
@@ -135,19 +137,19 @@ TEST_F(SessionStandTest, NewAircraftAreBoundFrozenAndPlacedOnlyByTheProgram) {
     positionBatch.simulatorHalf.push_back(moved);
   }
   ASSERT_TRUE(stand.waitForTrace(
-      [](const Json& L) { return lf_object(L, "DLH4AB").value("lat", 0.0) == 48.3560; }, 5000));
+      [](const Json& L) { return lf_object(L, "DLH4AB").value("lat", 0.0) == 48.3560; }, 5000ms));
   const Json placed = lf_object(lf_lastState(stand), "DLH4AB");
   EXPECT_EQ(placed.value("lon", 0.0), 11.7870);
   EXPECT_NEAR(placed.value("alt", 0.0), 1494.3, 0.01);
 
   // Another client's new aircraft is noted once, and no command follows it.
-  ASSERT_TRUE(stand.waitForTrace([](const Json& L) { return L.value("kind", "") == "traffic"; }, 5000));
-  EXPECT_TRUE(test::waitUntil(
+  ASSERT_TRUE(stand.waitForTrace([](const Json& L) { return L.value("kind", "") == "traffic"; }, 5000ms));
+  EXPECT_TRUE(test::eventually(
       [&] {
         requestRange(20000);
         return log().find("just created, but not by Trovalyn, oid: ") != std::string::npos;
       },
-      5000))
+      5000ms))
       << log();
   std::vector<SimCommand> later;
   takeSimCommands(later);
@@ -164,15 +166,16 @@ TEST_F(SessionStandTest, NewAircraftAreBoundFrozenAndPlacedOnlyByTheProgram) {
 TEST_F(SessionStandTest, TheThirdFailedRequestRestartsTheProgramAfterTenSeconds) {
   for (int i = 0; i < 3; ++i)
     requestUserPosition(); // no session: the requests fail
-  ASSERT_TRUE(test::waitUntil([&] { return log().find("Exiting: RESTART\n") != std::string::npos; }, 5000));
-  ASSERT_TRUE(test::waitUntil(
+  ASSERT_TRUE(
+      test::eventually([&] { return log().find("Exiting: RESTART\n") != std::string::npos; }, 5000ms));
+  ASSERT_TRUE(test::eventually(
       [] {
         std::lock_guard lock(windowTextLock);
         return display.messageText == "Restarting after 10 seconds";
       },
-      15000));
+      15000ms));
   userClosed = true; // ends the countdown early
-  ASSERT_TRUE(test::waitUntil([] { return threadCount == 0; }, 5000));
+  ASSERT_TRUE(test::eventually([] { return threadCount == 0; }, 5000ms));
   const std::string text = log();
   const std::size_t error =
       text.find("SimConnect request user ac position fails\nSimConnect request error 3, see Log.txt");
