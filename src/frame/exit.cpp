@@ -7,6 +7,7 @@
 #include "frame/run.h"
 #include "frame/version.h"
 #include "frame/window.h"
+#include "liveries/matching.h"
 #include "simlink/session.h"
 
 #include <fmt/format.h>
@@ -78,6 +79,8 @@ bool lf_exitSteps(ExitReason REASON, int SECONDS) {
     if (!lf_isRestart(REASON)) {
       BLOCK_CALLSIGN.value.clear();
       storeText(BLOCK_CALLSIGN);
+      writeMatchingSummary();
+      writeNoMatchList();
     }
     enableControl(flushStaticButton, false);
     enableControl(parking_percentage, false);

@@ -7,6 +7,7 @@
 #include "frame/parameters.h"
 #include "frame/run.h"
 #include "frame/window.h"
+#include "liveries/matching.h"
 #include "os/timer.h"
 #include "simlink/user_aircraft.h"
 
@@ -67,8 +68,10 @@ void lf_runJobs(const DueJobs& JOBS) {
       requestExit(ExitReason::systemError, 0);
     }
     if (AUTO_RANGE.value) autoRange();
+    serveNoMatchClear();
     flushLog();
   }
+  if (JOBS.every1200) writeNoMatchList();
   if (JOBS.every60) display.minutesToRenewal = 20 - ((JOBS.s / 60) % 20);
   if (JOBS.every59) feedWatchdog();
 }

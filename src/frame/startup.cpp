@@ -13,6 +13,7 @@
 #include "frame/window.h"
 #include "liveries/dbase.h"
 #include "liveries/fixes.h"
+#include "liveries/liveries_scan.h"
 #include "os/registry.h"
 #include "parking/airport_database.h"
 #include "scenery/scenery_scan.h"
@@ -126,6 +127,7 @@ void lf_startUpTrovalyn() {
       storeBool(SCAN_LIVERIES);
       showBool(SCAN_LIVERIES);
     }
+    runLiveriesStep();
     if (lf_stopWanted()) return;
     runAirportsStep();
     display.thirdpartyAirportCount = lf_countFiles(myThirdpartyFolder);

@@ -9,7 +9,6 @@
 #include <cerrno>
 #include <charconv>
 #include <fstream>
-#include <iterator>
 #include <system_error>
 
 namespace ory {
@@ -35,10 +34,30 @@ void lf_splitLines(std::string_view TEXT, std::vector<std::string>& LINES) {
   }
 }
 
-std::string lf_readBytes(const std::filesystem::path& PATH) {
-  std::ifstream in(PATH, std::ios::binary);
-  if (!in) throw std::runtime_error(fmt::format("cannot read {}", PATH.string()));
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+std::string lf_readAll(std::ifstream& IN) {
+  IN.seekg(0, std::ios::end);
+  const auto size = IN.tellg();
+  IN.seekg(0, std::ios::beg);
+  std::string bytes(size > 0 ? static_cast<std::size_t>(size) : 0, '\0');
+  IN.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  bytes.resize(static_cast<std::size_t>(IN.gcount()));
+  return bytes;
+}
+
+void lf_logCannotOpen(const std::filesystem::path& PATH) {
+  logLine(fmt::format("cannot open file {} for character encoding, err: {}", PATH.string(),
+                      std::error_code(errno, std::generic_category()).message()));
+}
+
+// The encoding told by the first two bytes; only two of the three bytes of a UTF-8 mark are looked at.
+FileEncoding lf_encodingOf(std::string_view BYTES) {
+  if (BYTES.size() < 2) return FileEncoding::plain;
+  const auto first = static_cast<unsigned char>(BYTES[0]);
+  const auto second = static_cast<unsigned char>(BYTES[1]);
+  if (first == 0xFF && second == 0xFE) return FileEncoding::unicode;
+  if (first == 0xFE && second == 0xFF) return FileEncoding::unicodeBigEndian;
+  if (first == 0xEF && second == 0xBB) return FileEncoding::utf8WithBom;
+  return FileEncoding::plain;
 }
 
 std::string lf_utf16ToUtf8(std::string_view BYTES, bool BIG_END) {
@@ -75,25 +94,24 @@ std::string_view encodingName(FileEncoding ENCODING) {
 FileEncoding detectEncoding(const std::filesystem::path& PATH) {
   std::ifstream in(PATH, std::ios::binary);
   if (!in) {
-    logLine(fmt::format("cannot open file {} for character encoding, err: {}", PATH.string(),
-                        std::error_code(errno, std::generic_category()).message()));
+    lf_logCannotOpen(PATH);
     return FileEncoding::noneFound;
   }
-  unsigned char mark[2]{};
-  in.read(reinterpret_cast<char*>(mark), 2);
-  if (in.gcount() < 2) return FileEncoding::plain;
-  if (mark[0] == 0xFF && mark[1] == 0xFE) return FileEncoding::unicode;
-  if (mark[0] == 0xFE && mark[1] == 0xFF) return FileEncoding::unicodeBigEndian;
-  if (mark[0] == 0xEF && mark[1] == 0xBB) return FileEncoding::utf8WithBom;
-  return FileEncoding::plain;
+  char mark[2]{};
+  in.read(mark, 2);
+  return lf_encodingOf(std::string_view(mark, static_cast<std::size_t>(in.gcount())));
 }
 
 bool gf_readExtTextFileToStringVector(const std::filesystem::path& PATH, std::vector<std::string>& LINES) {
   try {
-    const FileEncoding encoding = detectEncoding(PATH);
-    if (encoding == FileEncoding::noneFound) return false;
-    const std::string bytes = lf_readBytes(PATH);
-    switch (encoding) {
+    // One opening of the file: the scans read thousands of them.
+    std::ifstream in(PATH, std::ios::binary);
+    if (!in) {
+      lf_logCannotOpen(PATH);
+      return false;
+    }
+    const std::string bytes = lf_readAll(in);
+    switch (const FileEncoding encoding = lf_encodingOf(bytes)) {
     case FileEncoding::unicode:
     case FileEncoding::unicodeBigEndian:
       lf_splitLines(lf_utf16ToUtf8(bytes, encoding == FileEncoding::unicodeBigEndian), LINES);

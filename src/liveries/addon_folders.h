@@ -1,0 +1,21 @@
+#pragma once
+// The liveries folders the simulator itself knows: add-on packages listed in add-ons.cfg (whose add-on.xml
+// names their SimObjects folders), and the entries of simobjects.cfg that are not the simulator's own.
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace ory {
+
+// A path as written in the simulator's configuration, for this platform (backslashes become separators).
+std::filesystem::path configPath(std::string_view TEXT);
+
+// %APPDATA%\Lockheed Martin\Prepar3D v{VERSION}\add-ons.cfg: the SimObjects folders of its packages.
+std::vector<std::filesystem::path> addOnPackageFolders(std::int32_t VERSION);
+// ProgramData\Lockheed Martin\Prepar3D v{VERSION}\simobjects.cfg: its add-on entries, relative ones below
+// INSTALL_PATH.
+std::vector<std::filesystem::path> simObjectsCfgFolders(std::int32_t VERSION, std::string_view INSTALL_PATH);
+
+} // namespace ory

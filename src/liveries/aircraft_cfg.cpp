@@ -1,0 +1,539 @@
+#include "liveries/aircraft_cfg.h"
+
+#include "frame/log.h"
+#include "frame/text_files.h"
+#include "frame/text_hash.h"
+#include "liveries/cfg_lines.h"
+#include "liveries/dbase.h"
+#include "liveries/fixes.h"
+#include "liveries/regcodes.h"
+#include "liveries/text_tokens.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cctype>
+#include <charconv>
+#include <optional>
+#include <span>
+#include <unordered_set>
+
+namespace ory {
+
+ScanReport invalidAirlinesReport;
+ScanReport invalidModelsReport;
+ScanReport fixesReport;
+ScanReport invalidFilesReport;
+ScanReport incompleteSectionsReport;
+ScanReport noSectionFilesReport;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+using TextViewSet = std::unordered_set<std::string_view, TextHash, std::equal_to<>>;
+
+std::mutex lf_titlesLock;
+TextSet lf_titles;                          // every title given to a record in this scan
+TextViewSet lf_dontUse;                     // views of dontUseTitles, complete before the workers start
+constexpr std::int32_t lf_noNumber = 10000; // a header whose number can't be read
+constexpr std::size_t lf_maxRegcodeBytes = 12;
+
+enum class lf_Form { standard, ivao };
+
+enum class lf_Kind : char { other, folder, file };
+
+// What the sections of one file share.
+struct lf_File {
+  lf_Form form;
+  std::uint32_t folderIndex;
+  fs::path path;
+  std::string text; // the path for messages
+  fs::path folder;
+  std::string type;
+  std::optional<TextMap<lf_Kind>> listing; // the folder's entries by lower-case name, read on first need
+};
+
+struct lf_Keys {
+  std::string_view title;
+  std::string codes; // blanks around the tokens removed
+  std::string types;
+  std::string_view atcId;
+  std::string_view model;
+  std::string_view sim;
+  std::string_view texture;
+};
+
+std::string lf_lowerAscii(std::string_view TEXT) {
+  std::string lower(TEXT);
+  for (char& c : lower)
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  return lower;
+}
+
+fs::path lf_pathOf(std::string_view UTF8) {
+  return fs::path(std::u8string(UTF8.begin(), UTF8.end()));
+}
+
+// Win32 drops trailing dots and blanks of a name: "model." is the folder "model", as the simulator finds it.
+std::string_view lf_win32Name(std::string_view NAME) {
+  while (!NAME.empty() && (NAME.back() == '.' || NAME.back() == ' '))
+    NAME.remove_suffix(1);
+  return NAME;
+}
+
+const TextMap<lf_Kind>& lf_listing(lf_File& FILE) {
+  if (FILE.listing) return *FILE.listing;
+  FILE.listing.emplace();
+  std::error_code error;
+  for (fs::directory_iterator it(FILE.folder, error), end; !error && it != end; it.increment(error)) {
+    std::error_code ignored;
+    const lf_Kind kind = it->is_directory(ignored)      ? lf_Kind::folder
+                         : it->is_regular_file(ignored) ? lf_Kind::file
+                                                        : lf_Kind::other;
+    FILE.listing->emplace(lf_lowerAscii(pathText(it->path().filename())), kind);
+  }
+  return *FILE.listing;
+}
+
+// Whether NAME below the file's folder is a folder (or a file), ignoring letter case as Windows does. One
+// listing of the folder serves all sections of a file; a name with a path in it asks the file system.
+bool lf_exists(lf_File& FILE, std::string_view NAME, lf_Kind KIND) {
+  const std::string_view name = lf_win32Name(NAME);
+  if (name.find_first_of("\\/") == std::string_view::npos) {
+    const TextMap<lf_Kind>& listing = lf_listing(FILE);
+    if (const auto it = listing.find(lf_lowerAscii(name)); it != listing.end()) return it->second == KIND;
+  }
+  std::string relative(name);
+  std::replace(relative.begin(), relative.end(), '\\', '/');
+  std::error_code error;
+  const fs::file_status status = fs::status(FILE.folder / lf_pathOf(relative), error);
+  return KIND == lf_Kind::folder ? fs::is_directory(status) : fs::is_regular_file(status);
+}
+
+bool lf_isManufacturer(std::string_view CODE) {
+  return std::find(manufacturerCodes.begin(), manufacturerCodes.end(), CODE) != manufacturerCodes.end();
+}
+
+// The program's own codes for generic and private liveries are airlines whatever the database lists.
+bool lf_isLiveryAirline(std::string_view CODE) {
+  return CODE == "ZZZ" || CODE == "PVT" || isValidAirline(CODE);
+}
+
+// "a , b" -> "a,b"; empty tokens stay, so that they are reported.
+std::string lf_withoutBlanks(std::string_view LIST) {
+  std::string joined;
+  for (const std::string_view token : splitFields(LIST, ',')) {
+    if (token.data() != LIST.data()) joined += ',';
+    joined += trimBlanks(token);
+  }
+  return joined;
+}
+
+// An add-on's comment behind a path value ("model=long //clean,long") is no part of the name.
+std::string_view lf_withoutComment(std::string_view VALUE) {
+  return trimBlanks(VALUE.substr(0, VALUE.find("//")));
+}
+
+std::string lf_validOrFixedModel(std::string_view CODE, const std::string& FILE_TEXT) {
+  if (isValidModel(CODE)) return std::string(CODE);
+  if (const auto fix = modelFixes.find(CODE); fix != modelFixes.end()) {
+    fixesReport.add(fmt::format("Fix: {} found in {} changed into {}", CODE, FILE_TEXT, fix->second));
+    return fix->second;
+  }
+  invalidModelsReport.add(fmt::format("{:16} in {}", CODE, FILE_TEXT));
+  return {};
+}
+
+// The number text of a section header; a header whose number can't be read counts as 10000.
+std::optional<std::string_view> lf_headerNumber(std::string_view LINE) {
+  if (LINE.starts_with("//")) return std::nullopt;
+  if (const auto digits = fltsimHeaderDigits(LINE)) return digits;
+  if (LINE.find("[fltsim.") != std::string_view::npos || LINE.find("[FLTSIM.") != std::string_view::npos)
+    return "10000";
+  return std::nullopt;
+}
+
+enum class lf_Numbers { invalid, none, fine };
+
+// Sections must be numbered 0, 1, 2 ... without gaps, or the simulator reads none of them.
+lf_Numbers lf_checkNumbers(const lf_File& FILE, const std::vector<std::string>& LINES) {
+  std::vector<std::int32_t> numbers;
+  for (const std::string& line : LINES) {
+    const auto text = lf_headerNumber(line);
+    if (!text) continue;
+    std::int32_t number = 0;
+    const auto [end, status] = std::from_chars(text->data(), text->data() + text->size(), number);
+    if (status != std::errc() || end != text->data() + text->size()) {
+      const std::string reason = fmt::format("fltsim num {} incorrect", *text);
+      logWarning(reason);
+      invalidFilesReport.add(FILE.text + " contains " + reason);
+      return lf_Numbers::invalid;
+    }
+    numbers.push_back(number);
+  }
+  if (numbers.empty()) {
+    noSectionFilesReport.add(FILE.text);
+    return lf_Numbers::none;
+  }
+  std::sort(numbers.begin(), numbers.end());
+  for (std::size_t i = 0; i < numbers.size(); ++i) {
+    if (numbers[i] == static_cast<std::int32_t>(i)) continue;
+    const std::string reason = numbers[i] == lf_noNumber
+                                   ? std::string("a [fltsim.] section without a number")
+                                   : fmt::format("non-consecutive [fltsim.x] numbers at .x={}", numbers[i]);
+    invalidFilesReport.add(FILE.text + " contains " + reason);
+    return lf_Numbers::invalid;
+  }
+  return lf_Numbers::fine;
+}
+
+// Always false: the section ends.
+bool lf_incomplete(const lf_File& FILE, std::string_view HEADER, std::string_view WHAT) {
+  incompleteSectionsReport.add(fmt::format("{} {} {}", FILE.text, HEADER, WHAT));
+  return false;
+}
+
+bool lf_secondAtcId(const lf_File& FILE, std::string_view HEADER) {
+  incompleteSectionsReport.add(fmt::format("{}, {}, has more than one atc_id key", FILE.text, HEADER));
+  return false;
+}
+
+// The first value of a path key is kept; true when LINE was one.
+bool lf_readPathKey(std::string_view LINE, lf_Keys& KEYS) {
+  for (const auto& [key, slot] :
+       {std::pair{"model", &KEYS.model}, {"sim", &KEYS.sim}, {"texture", &KEYS.texture}})
+    if (const auto value = cfgKeyValue(LINE, key)) {
+      if (slot->empty()) *slot = lf_withoutComment(*value);
+      return true;
+    }
+  return false;
+}
+
+// False, with a line on the incomplete list, when the section ends on LINE.
+bool lf_readStandardKey(const lf_File& FILE, std::string_view HEADER, std::string_view LINE, lf_Keys& KEYS) {
+  if (const auto title = cfgKeyValue(LINE, "title")) {
+    if (!KEYS.title.empty()) return lf_incomplete(FILE, HEADER, "has more than one title key");
+    KEYS.title = *title;
+    return true;
+  }
+  if (!KEYS.codes.empty()) {
+    if (LINE.find("atc_parking_codes") != std::string_view::npos)
+      return lf_incomplete(FILE, HEADER, "has more than one atc_parking_codes key");
+  } else if (const auto codes = cfgKeyValue(LINE, "atc_parking_codes")) {
+    KEYS.codes = lf_withoutBlanks(*codes);
+    if (lf_isManufacturer(KEYS.codes)) KEYS.codes = "ZZZ";
+    return true;
+  }
+  if (const auto types = cfgKeyValue(LINE, "atc_parking_types")) {
+    if (!KEYS.types.empty()) return lf_incomplete(FILE, HEADER, "has more than one atc_parking_types key");
+    KEYS.types = lf_withoutBlanks(*types);
+    std::transform(KEYS.types.begin(), KEYS.types.end(), KEYS.types.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+    return true;
+  }
+  if (!KEYS.atcId.empty()) {
+    if (LINE.find("atc_id=") != std::string_view::npos) return lf_secondAtcId(FILE, HEADER);
+  } else if (const auto atcId = cfgKeyValue(LINE, "atc_id")) {
+    KEYS.atcId = *atcId;
+    return true;
+  }
+  lf_readPathKey(LINE, KEYS);
+  return true;
+}
+
+bool lf_readIvaoKey(const lf_File& FILE, std::string_view HEADER, std::string_view LINE, lf_Keys& KEYS) {
+  if (const auto title = cfgKeyValue(LINE, "title")) {
+    if (!KEYS.title.empty()) return lf_incomplete(FILE, HEADER, "has more than one title key");
+    KEYS.title = *title;
+    return true;
+  }
+  if (const auto types = cfgKeyValue(LINE, "atc_parking_types")) {
+    if (!KEYS.types.empty()) return lf_incomplete(FILE, HEADER, "has more than one atc_parking_types key");
+    KEYS.types = lf_withoutBlanks(*types);
+    return true;
+  }
+  if (!KEYS.atcId.empty()) {
+    if (LINE.find("atc_id=") != std::string_view::npos) return lf_secondAtcId(FILE, HEADER);
+  } else if (const auto atcId = cfgKeyValue(LINE, "atc_id")) {
+    KEYS.atcId = *atcId;
+    return true;
+  }
+  lf_readPathKey(LINE, KEYS);
+  return true;
+}
+
+// The model folder, the texture folder and the flight model file must exist, or the simulator can't create
+// the livery. The IVAO form tests the flight model before the texture.
+bool lf_pathsExist(lf_File& FILE, std::string_view HEADER, const lf_Keys& KEYS) {
+  struct Need {
+    std::string name;
+    lf_Kind kind;
+  };
+  std::array<Need, 3> needs{Need{fmt::format("model.{}", KEYS.model), lf_Kind::folder},
+                            Need{fmt::format("texture.{}", KEYS.texture), lf_Kind::folder},
+                            Need{fmt::format("{}.air", KEYS.sim), lf_Kind::file}};
+  if (FILE.form == lf_Form::ivao) std::swap(needs[1], needs[2]);
+  for (const Need& need : needs)
+    if (!lf_exists(FILE, need.name, need.kind)) {
+      incompleteSectionsReport.add(
+          fmt::format("{} {} does not exist", pathText(FILE.folder / lf_pathOf(need.name)), HEADER));
+      return false;
+    }
+  return true;
+}
+
+// The section's regcode from atc_id: empty unless there is exactly one sound token.
+std::string lf_regcode(const lf_File& FILE, std::string_view HEADER, const lf_Keys& KEYS) {
+  if (KEYS.atcId.empty()) return {};
+  const bool standard = FILE.form == lf_Form::standard;
+  const std::string_view value = standard ? KEYS.atcId.substr(0, KEYS.atcId.find(';')) : KEYS.atcId;
+  if (value.empty()) {
+    logLine(fmt::format("invalid atc_id={} ==> in: {}", KEYS.atcId, HEADER));
+    return {};
+  }
+  const std::vector<std::string_view> tokens = splitFields(value, ',');
+  for (const std::string_view token : tokens) {
+    if (token.empty()) {
+      logLine(standard ? fmt::format("empty regcode in {} {}", FILE.text, HEADER)
+                       : fmt::format(" empty regcode in: {}", FILE.text));
+      return {};
+    }
+    if (standard && token == " ") {
+      logLine(fmt::format("regcode is a space char? {} {}", FILE.text, HEADER));
+      return {};
+    }
+    if (token.size() > lf_maxRegcodeBytes) {
+      logLine(standard ? fmt::format("regcode: {}, has more than 12 chars or contains UTF16 chars in \"{}\"?",
+                                     token, FILE.text)
+                       : fmt::format("regcode: {}, has more than 12 chars in title: {}", token, KEYS.title));
+      return {};
+    }
+    if (token.find('*') != std::string_view::npos) {
+      logWarning(fmt::format("{} {} wild cards no longer supported, atc_id skipped ", FILE.text, HEADER));
+      return {};
+    }
+  }
+  if (tokens.size() >= 2) return {}; // two regcodes on one section can't be told apart
+  return std::string(trimBlanks(tokens.front()));
+}
+
+void lf_standardSection(lf_File& FILE, std::string_view HEADER, std::span<const std::string_view> LINES,
+                        std::vector<LiveryData>& LIVERIES) {
+  lf_Keys keys;
+  for (const std::string_view line : LINES)
+    if (!lf_readStandardKey(FILE, HEADER, line, keys)) return;
+  if (!lf_pathsExist(FILE, HEADER, keys)) return;
+  if (keys.title.empty()) {
+    lf_incomplete(FILE, HEADER, "misses title");
+    return;
+  }
+  if (lf_dontUse.contains(keys.title)) return;
+  if (keys.codes.empty()) {
+    lf_incomplete(FILE, HEADER, "empty atc_parking_codes=");
+    return;
+  }
+  std::vector<std::string_view> codes = splitFields(keys.codes, ',');
+  std::sort(codes.begin(), codes.end());
+  codes.erase(std::unique(codes.begin(), codes.end()), codes.end());
+  std::string regcode = lf_regcode(FILE, HEADER, keys);
+  const bool cargo = keys.title.find("CARGO") != std::string_view::npos;
+  bool titleCheck = true; // one section with the codes of three airlines gives three records of one title
+  for (const std::string_view code : codes) {
+    std::string airline(code);
+    if (pvtFixes.contains(airline) || govFixes.contains(airline)) {
+      fixesReport.add(fmt::format("Fix: {} found in {} changed into {}", airline, FILE.text, "PVT"));
+      airline = "PVT";
+    }
+    if (airline.size() == 4 && (airline.back() == 'X' || airline.back() == 'C')) airline.pop_back();
+    if (airline.empty() || !lf_isLiveryAirline(airline)) {
+      invalidAirlinesReport.add(fmt::format("{:12} in {} {}", airline, FILE.text, HEADER));
+      continue;
+    }
+    if (airline == "ZZZ") regcode.clear();
+    if (titleCheck && !claimTitle(keys.title)) {
+      lf_incomplete(FILE, HEADER, fmt::format("title \"{}\" already exists", keys.title));
+      return;
+    }
+    titleCheck = false;
+    LIVERIES.push_back({airline, FILE.type, std::string(keys.title), regcode, FILE.folderIndex, cargo});
+  }
+}
+
+void lf_ivaoSection(lf_File& FILE, std::string_view HEADER, std::span<const std::string_view> LINES,
+                    std::vector<LiveryData>& LIVERIES) {
+  lf_Keys keys;
+  for (const std::string_view line : LINES)
+    if (!lf_readIvaoKey(FILE, HEADER, line, keys)) return;
+  if (!lf_pathsExist(FILE, HEADER, keys)) return;
+  if (keys.title.empty()) {
+    lf_incomplete(FILE, HEADER, "misses title");
+    return;
+  }
+  if (lf_dontUse.contains(keys.title)) return;
+  const auto code = ivaoTitleAirline(keys.title);
+  if (!code) {
+    lf_incomplete(FILE, HEADER, "misses airlinecode in title");
+    return;
+  }
+  const std::string airline = lf_isManufacturer(*code) ? std::string("ZZZ") : std::string(*code);
+  if (!lf_isLiveryAirline(airline)) {
+    invalidAirlinesReport.add(fmt::format("{:12} in {} {}", airline, FILE.text, HEADER));
+    return;
+  }
+  std::string regcode = lf_regcode(FILE, HEADER, keys);
+  if (airline == "ZZZ") regcode.clear();
+  if (!claimTitle(keys.title)) {
+    lf_incomplete(FILE, HEADER, fmt::format("title already exists: {}", keys.title));
+    return;
+  }
+  LIVERIES.push_back({airline, FILE.type, std::string(keys.title), regcode, FILE.folderIndex, false});
+}
+
+// SECTION starts with its header line.
+void lf_procesFltSimSection(lf_File& FILE, std::vector<std::string_view>& SECTION,
+                            std::vector<LiveryData>& LIVERIES) {
+  try {
+    while (SECTION.size() > 1 && (SECTION.back().empty() || SECTION.back().starts_with("//")))
+      SECTION.pop_back();
+    const std::span<const std::string_view> lines(SECTION.begin() + 1, SECTION.end());
+    if (FILE.form == lf_Form::standard)
+      lf_standardSection(FILE, SECTION.front(), lines, LIVERIES);
+    else
+      lf_ivaoSection(FILE, SECTION.front(), lines, LIVERIES);
+  } catch (const std::exception& e) {
+    logLine(fmt::format("exception in lf_procesFltSimSection: {}, file: {}", e.what(), FILE.text));
+    throw;
+  }
+}
+
+// A section runs from its header to the next header or to a line with a '[' among its first six characters.
+std::vector<LiveryData> lf_readSections(lf_File& FILE, const std::vector<std::string>& LINES) {
+  std::vector<LiveryData> liveries;
+  std::vector<std::string_view> section;
+  bool inSection = false;
+  const auto process = [&] {
+    if (!section.empty()) lf_procesFltSimSection(FILE, section, liveries);
+    section.clear();
+  };
+  for (const std::string& line : LINES) {
+    if (lf_headerNumber(line)) {
+      inSection = true;
+      process();
+      section.push_back(line);
+      continue;
+    }
+    if (const std::size_t bracket = line.find('['); bracket != std::string::npos && bracket <= 5) {
+      if (inSection) process();
+      inSection = false;
+      continue;
+    }
+    if (inSection) section.push_back(line);
+  }
+  process();
+  return liveries;
+}
+
+std::vector<LiveryData> lf_searchFile(lf_Form FORM, std::uint32_t FOLDER_INDEX, const fs::path& PATH) {
+  lf_File file{FORM, FOLDER_INDEX, PATH, pathText(PATH), PATH.parent_path(), {}, {}};
+  try {
+    if (FORM == lf_Form::ivao) {
+      file.type = ivaoFileModel(PATH);
+      if (file.type.empty()) return {};
+    }
+    std::vector<std::string> lines;
+    if (!gf_readExtTextFileToStringVector(PATH, lines)) {
+      logWarning(fmt::format("no character set found for {}", file.text));
+      return {};
+    }
+    if (lf_checkNumbers(file, lines) != lf_Numbers::fine) return {};
+    if (FORM == lf_Form::standard) {
+      file.type = standardFileModel(PATH, lines);
+      if (file.type.empty()) return {};
+    }
+    return lf_readSections(file, lines);
+  } catch (const std::exception& e) {
+    logLine(fmt::format("exception in lf_searchLiveriesinFile {}: {}", file.text, e.what()));
+    throw;
+  }
+}
+
+} // namespace
+
+void ScanReport::add(std::string LINE) {
+  const std::lock_guard guard(lock);
+  entries.push_back(std::move(LINE));
+}
+
+std::vector<std::string> ScanReport::lines() const {
+  const std::lock_guard guard(lock);
+  return entries;
+}
+
+void ScanReport::clear() {
+  const std::lock_guard guard(lock);
+  entries.clear();
+}
+
+void prepareScan() {
+  for (ScanReport* report : {&invalidAirlinesReport, &invalidModelsReport, &fixesReport, &invalidFilesReport,
+                             &incompleteSectionsReport, &noSectionFilesReport})
+    report->clear();
+  const std::lock_guard guard(lf_titlesLock);
+  lf_titles.clear();
+  lf_dontUse = TextViewSet(dontUseTitles.begin(), dontUseTitles.end());
+}
+
+bool claimTitle(std::string_view TITLE) {
+  const std::lock_guard guard(lf_titlesLock);
+  return lf_titles.emplace(TITLE).second;
+}
+
+std::string backslashPath(const fs::path& PATH) {
+  std::string text = pathText(PATH);
+  std::replace(text.begin(), text.end(), '/', '\\');
+  return text;
+}
+
+bool isIvaoPath(std::string_view BACKSLASH_PATH) {
+  return BACKSLASH_PATH.find("ivao_x-csl") != std::string_view::npos ||
+         BACKSLASH_PATH.find("IVAO_MTL") != std::string_view::npos;
+}
+
+std::vector<LiveryData> lf_searchLiveriesinFile(std::uint32_t FOLDER_INDEX, const fs::path& PATH) {
+  return lf_searchFile(lf_Form::standard, FOLDER_INDEX, PATH);
+}
+
+std::vector<LiveryData> lf_searchIvaoLiveriesinFile(std::uint32_t FOLDER_INDEX, const fs::path& PATH) {
+  return lf_searchFile(lf_Form::ivao, FOLDER_INDEX, PATH);
+}
+
+std::string standardFileModel(const fs::path& PATH, const std::vector<std::string>& LINES) {
+  for (const std::string& line : LINES)
+    if (const auto model = cfgKeyValue(line, "atc_model"))
+      return lf_validOrFixedModel(*model, pathText(PATH));
+  invalidFilesReport.add("Line atc_model= is missing in [General] section of " + pathText(PATH));
+  return {};
+}
+
+std::string ivaoFileModel(const fs::path& PATH) {
+  const std::string backslashed = backslashPath(PATH);
+  const auto folderType = ivaoFolderType(backslashed);
+  if (!folderType) {
+    invalidModelsReport.add(fmt::format("{:16} in {}", "  ", pathText(PATH)));
+    return {};
+  }
+  std::string type(*folderType);
+  if (type.ends_with('w') || type == "B744F" || type == "T154M")
+    type.pop_back();
+  else if (type == "T154B2")
+    type.resize(type.size() - 2);
+  else if (type == "GLID_SH")
+    type.resize(type.size() - 3);
+  else if (type == "GLID_A13" || type == "GLID_A25" || type == "GLID_KA6" || type == "GLID_KA8" ||
+           type == "GLID_L13")
+    type.resize(type.size() - 4);
+  return lf_validOrFixedModel(type, pathText(PATH));
+}
+
+} // namespace ory

@@ -1,0 +1,21 @@
+#include "liveries/random.h"
+
+#include "frame/parameters.h"
+
+namespace ory {
+
+std::mt19937& randomEngine() {
+  thread_local std::mt19937 engine{std::random_device{}()};
+  return engine;
+}
+
+bool randomOn() {
+  return RANDOM.value;
+}
+
+std::size_t randomIndex(std::size_t COUNT) {
+  if (!randomOn() || COUNT < 2) return 0;
+  return randomEngine()() % COUNT;
+}
+
+} // namespace ory

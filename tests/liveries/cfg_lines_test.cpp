@@ -1,0 +1,184 @@
+// The hand-written line matchers against the regular expressions they stand for, on hand-picked lines and
+// on many random ones built from the pieces that trip such matchers up.
+#include "liveries/cfg_lines.h"
+
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <random>
+#include <regex>
+#include <string>
+#include <vector>
+
+namespace ory {
+namespace {
+
+using Matcher = std::optional<std::string_view> (*)(std::string_view);
+
+std::optional<std::string> lf_regexGroup(const std::regex& PATTERN, const std::string& TEXT,
+                                         std::size_t GROUP) {
+  std::smatch match;
+  if (!std::regex_match(TEXT, match, PATTERN)) return std::nullopt;
+  return match[static_cast<int>(GROUP)].str();
+}
+
+std::optional<std::string> lf_text(std::optional<std::string_view> VALUE) {
+  return VALUE ? std::optional<std::string>(std::string(*VALUE)) : std::nullopt;
+}
+
+std::vector<std::string> lf_randomTexts(const std::vector<std::string>& PIECES, std::size_t COUNT) {
+  std::mt19937 engine(7);
+  std::vector<std::string> texts;
+  for (std::size_t i = 0; i < COUNT; ++i) {
+    std::string text;
+    for (std::size_t n = 1 + engine() % 8; n > 0; --n)
+      text += PIECES[engine() % PIECES.size()];
+    texts.push_back(std::move(text));
+  }
+  return texts;
+}
+
+// Texts made of one random choice per slot, each slot a list of alternatives.
+std::vector<std::string> lf_slotTexts(const std::vector<std::vector<std::string>>& SLOTS, std::size_t COUNT) {
+  std::mt19937 engine(11);
+  std::vector<std::string> texts;
+  for (std::size_t i = 0; i < COUNT; ++i) {
+    std::string text;
+    for (const std::vector<std::string>& slot : SLOTS)
+      text += slot[engine() % slot.size()];
+    texts.push_back(std::move(text));
+  }
+  return texts;
+}
+
+const std::vector<std::string> lf_blanks{"", "", " ", "\t", "  ", "\r", "\v", " \n"};
+
+constexpr auto lf_icase = std::regex::ECMAScript | std::regex::icase;
+
+TEST(CfgLines, keyValuesAgreeWithTheirPattern) {
+  const std::vector<std::string> keys{
+      "title", "sim", "model", "texture", "atc_model", "atc_id", "atc_parking_codes", "atc_parking_types"};
+  std::vector<std::string> lines{"title=KLM 737",
+                                 "  Title =  KLM 737  ",
+                                 "TITLE=x",
+                                 "title=",
+                                 "title=   ",
+                                 "title = a\r",
+                                 "title=a\rb",
+                                 "title=a\nb",
+                                 "titlex=a",
+                                 "ui_title=a",
+                                 "title\t=\tKLM\t",
+                                 "title=\v a \f",
+                                 "title==",
+                                 "title=a=b",
+                                 "title",
+                                 "title=\xC3\xA9t\xC3\xA9",
+                                 "\xC2\xA0title=a",
+                                 "atc_id=PH-BXA;comment",
+                                 "atc_id_color=0xffffffff",
+                                 "sim=B738",
+                                 "simulator=x",
+                                 "model=long //clean,long",
+                                 "atc_parking_codes=KLM, KLMC ,KLMX",
+                                 "ATC_Parking_Types=GATE,RAMP"};
+  const std::vector<std::string> pieces{" ",     "\t",    "\r",       "\n",    "\v",     "=",
+                                        "title", "TiTle", "sim",      "model", "atc_id", "atc_model",
+                                        "x",     "A b",   "\xC3\xA9", ";",     "//",     "_"};
+  for (std::string& text : lf_randomTexts(pieces, 10000))
+    lines.push_back(std::move(text));
+  const std::vector<std::string> values{"",     "a",  "KLM 737", " x ",      "\r",
+                                        "a\rb", "\n", "=",       "\xC3\xA9", "//c"};
+  for (std::string& text :
+       lf_slotTexts({lf_blanks,
+                     {"title", "TITLE", "Sim", "model", "ATC_ID", "atc_model", "texture", "atc_parking_codes",
+                      "atc_parking_types", "ui_title", "titl", "atc_id_x"},
+                     lf_blanks,
+                     {"=", "=", "=", ":", ""},
+                     lf_blanks,
+                     values,
+                     values,
+                     lf_blanks},
+                    20000))
+    lines.push_back(std::move(text));
+  std::size_t matches = 0;
+  for (const std::string& key : keys) {
+    const std::regex pattern(fmt::format(R"(\s*({})\s*=\s*(.*\S)\s*)", key), lf_icase);
+    for (const std::string& line : lines) {
+      const auto expected = lf_regexGroup(pattern, line, 2);
+      ASSERT_EQ(lf_text(cfgKeyValue(line, key)), expected) << "key " << key << ", line \"" << line << "\"";
+      matches += expected ? 1 : 0;
+    }
+  }
+  EXPECT_GT(matches, 1000u) << "the random lines must match often enough to test the values";
+}
+
+TEST(CfgLines, headersAgreeWithTheirPattern) {
+  const std::regex pattern(R"(\s*(\[fltsim\.)(\d+)\]\s*)", lf_icase);
+  std::vector<std::string> lines{"[fltsim.0]",           " [FLTSIM.12] ", "[FltSim.3]\r", "[fltsim.]",
+                                 "[fltsim.x]",           "[fltsim.1",     "[fltsim.1]x",  "[fltsim.1 ]",
+                                 "[fltsim.99999999999]", "//[fltsim.1]",  "[fltsim,1]",   "[fltsimA1]"};
+  const std::vector<std::string> pieces{" ", "\t", "\r", "[fltsim.", "[FLTSIM.", "[",
+                                        "]", ".",  "0",  "17",       "x",        "fltsim"};
+  for (std::string& text : lf_randomTexts(pieces, 10000))
+    lines.push_back(std::move(text));
+  for (std::string& text : lf_slotTexts({lf_blanks,
+                                         {"[", "[", "x["},
+                                         {"fltsim", "FLTSIM", "FltSim", "fltsimx"},
+                                         {".", ".", ","},
+                                         {"0", "12", "", "x", "1x", "007"},
+                                         {"]", "]", "", "]]"},
+                                         lf_blanks},
+                                        20000))
+    lines.push_back(std::move(text));
+  std::size_t matches = 0;
+  for (const std::string& line : lines) {
+    const auto expected = lf_regexGroup(pattern, line, 2);
+    ASSERT_EQ(lf_text(fltsimHeaderDigits(line)), expected) << "line \"" << line << "\"";
+    matches += expected ? 1 : 0;
+  }
+  EXPECT_GT(matches, 500u);
+}
+
+TEST(CfgLines, ivaoPathsAndTitlesAgreeWithTheirPatterns) {
+  const std::regex folder(R"(.+\\IVAO_MTL\\IVAO_(\w+)\\aircraft.cfg$)", lf_icase);
+  std::vector<std::string> paths{R"(C:\P3D\SimObjects\IVAO_MTL\IVAO_B738\aircraft.cfg)",
+                                 R"(C:\x\ivao_mtl\ivao_A320w\AIRCRAFT.CFG)",
+                                 R"(\IVAO_MTL\IVAO_B738\aircraft.cfg)",
+                                 R"(C:\x\IVAO_MTL\IVAO_B7-38\aircraft.cfg)",
+                                 R"(C:\x\IVAO_MTL\IVAO_\aircraft.cfg)",
+                                 R"(C:\x\IVAO_MTL\IVAO_B738\sim.cfg)",
+                                 R"(C:\x\IVAO_MTL\IVAO_B738\aircraft_cfg)",
+                                 R"(C:\x\IVAO_MTL\IVAO_B738\aircraft\cfg)",
+                                 R"(C:\x\IVAO_MTL\sub\IVAO_B738\aircraft.cfg)",
+                                 R"(C:\x\MY_IVAO_MTL\IVAO_B738\aircraft.cfg)"};
+  const std::vector<std::string> folderPieces{"\\",   "C:",           "IVAO_MTL", "ivao_", "IVAO_",
+                                              "B738", "aircraft.cfg", "aircraft", ".",     "cfg",
+                                              "-",    "\r",           "x"};
+  for (std::string& text : lf_randomTexts(folderPieces, 20000))
+    paths.push_back(std::move(text));
+  std::size_t matches = 0;
+  for (const std::string& path : paths) {
+    const auto expected = lf_regexGroup(folder, path, 1);
+    ASSERT_EQ(lf_text(ivaoFolderType(path)), expected) << "path \"" << path << "\"";
+    matches += expected ? 1 : 0;
+  }
+  EXPECT_GE(matches, 4u);
+
+  const std::regex airline(R"(\s*(\w\w\w).*$)", lf_icase);
+  std::vector<std::string> titles{"KLM Boeing 737", "  DAL",    "KL",         "K-LM",
+                                  "KLM\rx",         "_1a rest", "\xC3\xA9KLM"};
+  for (std::string& text : lf_randomTexts({" ", "\r", "\n", "K", "1", "_", "-", "\xC3\xA9", "LM x"}, 20000))
+    titles.push_back(std::move(text));
+  matches = 0;
+  for (const std::string& title : titles) {
+    const auto expected = lf_regexGroup(airline, title, 1);
+    ASSERT_EQ(lf_text(ivaoTitleAirline(title)), expected) << "title \"" << title << "\"";
+    matches += expected ? 1 : 0;
+  }
+  EXPECT_GT(matches, 500u);
+}
+
+} // namespace
+} // namespace ory

@@ -1,0 +1,333 @@
+// The liveries step as a whole: folders walked by workers, reports in their files, the stored result, the
+// automatic folders of the simulator, priority, database corrections and the start-up's frame.
+#include "frame/exceptions.h"
+#include "frame/log.h"
+#include "frame/parameters.h"
+#include "frame/paths.h"
+#include "frame/run.h"
+#include "frame/window.h"
+#include "liveries/addon_folders.h"
+#include "liveries/liveries_scan.h"
+#include "liveries/livery_table.h"
+#include "liveries/matching.h"
+#include "liveries/regcodes.h"
+#include "liveries/text_tokens.h"
+#include "liveries_world.h"
+#include "support/scratch.h"
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+namespace ory {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::UnorderedElementsAre;
+
+class LiveriesScanTest : public test::InScratchFolder {
+protected:
+  void SetUp() override {
+    for (const fs::path& folder : {outputFolder, infoFolder, errorsFolder, myRegcodesFolder})
+      fs::create_directories(folder);
+    openLog();
+    test::DbaseContent dbase = test::worldDbase();
+    dbase.airframes = {{"PH-BXA", "DAL", "A320", "", true}, {"D-AIRN", "DLH", "A321", "TRA", false}};
+    test::installDatabase(dbase);
+    scanWorkerLimit = 2;
+    LIGHT_AIRCRAFT.value = true;
+    HELICOPTERS.value = true;
+    HIGH_PERF_AIRCRAFT.value = true;
+  }
+  void TearDown() override {
+    closeLog();
+    clearLiveries();
+    test::clearDatabase();
+    for (TextParameter& folder : lfolder)
+      folder.value.clear();
+    SCAN_LIVERIES.value = true;
+    LIG_AUTOMATIC.value = true;
+    LIG_PRIORITIZE.value = false;
+    SIM_INSTALL_PATH.value.clear();
+  }
+  std::string log() {
+    closeLog();
+    return test::readFile("Log.txt");
+  }
+  static std::set<std::string> installedTitles() {
+    std::set<std::string> titles;
+    for (const auto& [airline, types] : liveryTable)
+      for (const auto& [type, liveries] : types.liveries)
+        for (const LiveryTitle& livery : liveries)
+          titles.insert(livery.title);
+    return titles;
+  }
+  // "airline type title" of every livery in the table.
+  static std::set<std::string> installed() {
+    std::set<std::string> entries;
+    for (const auto& [airline, types] : liveryTable)
+      for (const auto& [type, liveries] : types.liveries)
+        for (const LiveryTitle& livery : liveries)
+          entries.insert(airline + " " + type + " " + livery.title + (livery.cargo ? " cargo" : ""));
+    return entries;
+  }
+};
+
+test::CfgSection lf_section(std::string TITLE, std::string CODES, std::string ATC_ID = {}) {
+  test::CfgSection section;
+  section.title = std::move(TITLE);
+  section.codes = std::move(CODES);
+  section.atcId = std::move(ATC_ID);
+  return section;
+}
+
+void lf_package(const fs::path& FOLDER, const std::string& TYPE, std::vector<test::CfgSection> SECTIONS) {
+  test::writeCfg(FOLDER / "aircraft.cfg", {.atcModel = TYPE, .sections = std::move(SECTIONS)});
+}
+
+std::vector<std::string> lf_lines(const fs::path& FILE) {
+  return fs::exists(FILE) ? test::fileLines(FILE) : std::vector<std::string>();
+}
+
+TEST_F(LiveriesScanTest, aGeneratedTreeFullOfFaultsLosesNoGoodLivery) {
+  const test::TreeFacts facts = test::generateSimObjects("Library/SimObjects", {.files = 96, .seed = 5});
+  loadLiveries(true, false, false, {"Library/SimObjects"});
+
+  EXPECT_EQ(installedTitles(), facts.goodTitles);
+  for (const std::size_t count : {facts.utf16Files, facts.invalidFiles, facts.missingFolders,
+                                  facts.doubleTitles, facts.invalidAirlines})
+    EXPECT_GT(count, 0u) << "the tree must hold every kind of fault";
+  const auto hasFault = [&facts](const std::string& LINE, const std::string& FAULT) {
+    return std::any_of(facts.faultyFiles.begin(), facts.faultyFiles.end(), [&](const auto& ENTRY) {
+      return ENTRY.second == FAULT && LINE.find(ENTRY.first) != std::string::npos;
+    });
+  };
+  const auto invalidFiles = lf_lines(errorsFolder / "InvalidAircraftCfgFiles.txt");
+  EXPECT_EQ(invalidFiles.size(), facts.invalidFiles);
+  for (const std::string& line : invalidFiles)
+    EXPECT_TRUE(line.starts_with("Line atc_model= is missing") ? hasFault(line, "atc_model")
+                                                               : hasFault(line, "gap"))
+        << line;
+  std::size_t missing = 0;
+  std::size_t doubles = 0;
+  for (const std::string& line : lf_lines(errorsFolder / "IncompleFltsimSections.txt")) {
+    if (line.ends_with(" does not exist")) {
+      ++missing;
+      const std::string folder = line.substr(0, line.find(" [fltsim."));
+      EXPECT_TRUE(hasFault(pathText(fs::path(folder).parent_path() / "aircraft.cfg"), "texture") ||
+                  hasFault(pathText(fs::path(folder).parent_path() / "sim.cfg"), "texture") ||
+                  hasFault(pathText(fs::path(folder).parent_path() / "Aircraft.CFG"), "texture"))
+          << line;
+    } else {
+      ++doubles;
+      EXPECT_THAT(line, HasSubstr(" already exists")) << line;
+    }
+  }
+  EXPECT_EQ(missing, facts.missingFolders);
+  EXPECT_EQ(doubles, facts.doubleTitles);
+  const auto airlines = lf_lines(errorsFolder / "InvalidAirlineCodes.txt");
+  EXPECT_EQ(airlines.size(), facts.invalidAirlines);
+  for (const std::string& line : airlines)
+    EXPECT_TRUE(line.starts_with("XQZ ") && hasFault(line, "airline")) << line;
+
+  // The stored result reads back into the same table, without a scan.
+  const std::set<std::string> scanned = installed();
+  clearLiveries();
+  loadLiveries(false, false, false, {});
+  EXPECT_EQ(installed(), scanned);
+  const std::string text = log();
+  EXPECT_THAT(text, HasSubstr(fmt::format("{} invalid aircraft.cfg files, see {}", facts.invalidFiles,
+                                          pathText(errorsFolder / "InvalidAircraftCfgFiles.txt"))));
+  EXPECT_THAT(text, HasSubstr("\nErrors:\n"));
+  EXPECT_THAT(text, HasSubstr(fmt::format("No scan done, {} liveries read from ",
+                                          test::fileLines(liveriesScannedFile).size() - 3)));
+}
+
+TEST_F(LiveriesScanTest, aRegcodeWithADatabaseRecordMovesTheLiveryToTheRealAirframe) {
+  lf_package("AI/B738", "B738",
+             {lf_section("KLM 737 PH-BXA", "KLM", "PHBXA"), lf_section("Lufthansa D-AIRN", "DLH", "D-AIRN"),
+              lf_section("KLM 737 plain", "KLM")});
+  loadLiveries(true, false, false, {"AI"});
+  EXPECT_THAT(installed(), UnorderedElementsAre("DAL A320 KLM 737 PH-BXA cargo", "TRA A321 Lufthansa D-AIRN",
+                                                "KLM B738 KLM 737 plain"));
+  EXPECT_THAT(lf_lines(infoFolder / "AirlineModelConversions.txt"),
+              ElementsAre(fmt::format("{:80} PHBXA airl KLM => DAL", "KLM 737 PH-BXA"),
+                          fmt::format("{:80} PHBXA cargo false => true", "KLM 737 PH-BXA"),
+                          fmt::format("{:80} PHBXA model B738 => A320", "KLM 737 PH-BXA"),
+                          fmt::format("{:80} D-AIRN airl DLH => TRA", "Lufthansa D-AIRN"),
+                          fmt::format("{:80} D-AIRN model B738 => A321", "Lufthansa D-AIRN")));
+  EXPECT_EQ(regcodeLiveries.at("PHBXA"), "KLM 737 PH-BXA");
+  EXPECT_THAT(log(), HasSubstr("5 liveries updated with real live data from dbase, see "));
+}
+
+TEST_F(LiveriesScanTest, theFirstFolderOwnsAnAirlineAndTypeWhenPrioritized) {
+  std::vector<fs::path> folders;
+  for (int i = 1; i <= 12; ++i)
+    folders.push_back(fmt::format("F{}", i));
+  lf_package("F2/a", "B738", {lf_section("KLM two", "KLM")});
+  lf_package("F3/a", "B738", {lf_section("KLM three", "KLM"), lf_section("DAL three", "DAL")});
+  for (int i = 10; i <= 12; ++i)
+    lf_package(fmt::format("F{}/a", i), "A320", {lf_section(fmt::format("EZY {}", i), "EZY")});
+  lf_package("F9/a", "A320", {lf_section("BAW nine", "BAW")});
+  lf_package("F12/b", "A320", {lf_section("BAW twelve", "BAW")});
+  test::writeBytes("F5", "a file, no folder");
+  fs::create_directories("F4");
+
+  loadLiveries(true, false, true, folders);
+  EXPECT_EQ(installedTitles(),
+            (std::set<std::string>{"KLM two", "DAL three", "EZY 10", "EZY 11", "EZY 12", "BAW nine"}))
+      << "the eleventh and twelfth folder share the tenth's number";
+  EXPECT_THAT(lf_lines(infoFolder / "LiveriesSkippedOnPriority.txt"),
+              ElementsAre("BAW A320 \"BAW twelve\"", "KLM B738 \"KLM three\""));
+  const std::string text = log();
+  EXPECT_THAT(text, HasSubstr("F1 does not exist, skipped!\n"));
+  EXPECT_THAT(text, HasSubstr("F5 is not a folder name, skipped!\n"));
+  EXPECT_THAT(text, HasSubstr("2 liveries found in F3\n"));
+  EXPECT_THAT(text, HasSubstr("No liveries found in F4\n"));
+  EXPECT_THAT(text, HasSubstr("8 in total\n"));
+  EXPECT_THAT(text, HasSubstr("2 liveries skipped on priority, see "));
+
+  clearLiveries();
+  loadLiveries(true, false, false, folders);
+  EXPECT_EQ(installedTitles().size(), 8u) << "without priority every folder counts";
+}
+
+TEST_F(LiveriesScanTest, theWalkSkipsAirportFoldersAndReadsOnlyLiveryFiles) {
+  lf_package("AI/airports/KLM", "B738", {lf_section("in an airport folder", "KLM")});
+  test::writeCfg("AI/Pkg/SIM.CFG", {.atcModel = "B738", .sections = {lf_section("sim file", "KLM")}});
+  test::writeCfg("AI/Pkg2/aircraft.cfg.bak", {.atcModel = "B738", .sections = {lf_section("backup", "KLM")}});
+  test::writeCfg("AI/Pkg3/AIRCRAFT.Cfg", {.atcModel = "B738", .sections = {lf_section("upper", "KLM")}});
+  lf_package("myairportAI", "A320", {lf_section("top level of an airport path", "DAL")});
+  lf_package("myairportAI/sub", "A320", {lf_section("below an airport path", "DAL")});
+  loadLiveries(true, false, false, {"AI", "myairportAI"});
+  EXPECT_EQ(installedTitles(), (std::set<std::string>{"sim file", "upper", "top level of an airport path"}));
+}
+
+TEST_F(LiveriesScanTest, processingBindsInlineRegcodesAndSummarisesTheCategories) {
+  lf_package("AI/B738", "B738",
+             {lf_section("KLM one", "KLM", "PH-AAA"), lf_section("KLM two", "KLM", "PH-AAA"),
+              lf_section("Maker house", "BOE")});
+  lf_package("AI/C56X", "C56X", {lf_section("Jet CARGO", "PVT"), lf_section("Jet two", "PVT")});
+  lf_package("AI/B77W", "B77W", {lf_section("Generic 777", "ZZZ")});
+  loadLiveries(true, false, false, {"AI"});
+  EXPECT_EQ(regcodeLiveries.at("PH-AAA"), "KLM one") << "the first record in sort order keeps it";
+  EXPECT_THAT(lf_lines(errorsFolder / "InlineRegcodes.txt"),
+              ElementsAre("[KLM B738] PH-AAA \"KLM two\" => in use by \"KLM one\""));
+  EXPECT_THAT(buzjetModels, ElementsAre("C56X"));
+  EXPECT_THAT(lightModels, IsEmpty());
+  EXPECT_FALSE(LIGHT_AIRCRAFT.value);
+  EXPECT_FALSE(HELICOPTERS.value);
+  EXPECT_FALSE(HIGH_PERF_AIRCRAFT.value);
+  EXPECT_EQ(display.liveryCount, 6);
+  const std::string text = log();
+  EXPECT_THAT(text, HasSubstr("1 in-line regcode clashes, see \""));
+  EXPECT_THAT(text, HasSubstr("\n1 registration codes\n"));
+  EXPECT_THAT(text, HasSubstr("3 airlines, 3 pax aircraft models and 1 cargo aircraft models\n"));
+  EXPECT_THAT(text, HasSubstr("2 models have a generic livery\n  B738,B77W\n"));
+  EXPECT_THAT(text,
+              HasSubstr("Category Light: No livery found\nLIGHT_AIRCRAFT temporary switched off because you "
+                        "do not have light aircraft installed\n"));
+  EXPECT_THAT(text, HasSubstr("Category Buzjets: 1 pax liverie and 1 cargo liverie\n  C56X\n"));
+  EXPECT_THAT(text, HasSubstr("Category Large: 3 pax liveries\n  B738\n"));
+  EXPECT_THAT(text,
+              HasSubstr("HELICOPTERS temporary switched off because you do not have Helicopters installed"));
+}
+
+TEST_F(LiveriesScanTest, automaticFoldersComeFromTheSimulatorsConfiguration) {
+  const fs::path home = scratch.path();
+  const fs::path install = home / "P3D v5";
+  test::writeBytes(home / "AppData/Roaming/Lockheed Martin/Prepar3D v5/add-ons.cfg",
+                   fmt::format("[Package.0]\nPATH={0}/Addons/AIG\nTITLE=AIG\nACTIVE=TRUE\nREQUIRED=FALSE\n\n"
+                               "[Package.1]\nPATH={0}/Addons/Off\nACTIVE=FALSE\nREQUIRED=FALSE\n"
+                               "[Package.2]\nPATH={0}/Addons/Lights Reborn\nACTIVE=TRUE\nREQUIRED=FALSE\n"
+                               "[Package.3]\nPATH={0}/Addons/NoXml\nACTIVE=TRUE\nREQUIRED=FALSE\n",
+                               pathText(home)));
+  const char* addOnXml = R"(<?xml version="1.0"?>
+<SimBase.Document Type="AddOnXml" version="4,0" id="add-on">
+  <AddOn.Name>AI</AddOn.Name>
+  <AddOn.Component><Category>Scenery</Category><Path>Scenery</Path></AddOn.Component>
+  <AddOn.Component><Category>SimObjects</Category><Path>SimObjects\Airplanes</Path></AddOn.Component>
+</SimBase.Document>)";
+  for (const char* package : {"AIG", "Off", "Lights Reborn"})
+    test::writeBytes(home / "Addons" / package / "add-on.xml", addOnXml);
+  test::writeBytes(home / "ProgramData/Lockheed Martin/Prepar3D v5/simobjects.cfg",
+                   fmt::format("[Entry.0]\nTitle=Airplanes\nPath=SimObjects\\Airplanes\nRequired=False\n"
+                               "Active=True\n[Entry.1]\nTitle=My AI\nPath=SimObjects\\MyAI\nActive=True\n"
+                               "[Entry.2]\nTitle=Elsewhere\nPath={}/Elsewhere\nActive=True\n"
+                               "[Entry.3]\nTitle=Switched off\nPath=SimObjects\\Old\nActive=False\n",
+                               pathText(home)));
+  EXPECT_THAT(addOnPackageFolders(5), ElementsAre(home / "Addons/AIG/SimObjects/Airplanes"));
+  EXPECT_THAT(simObjectsCfgFolders(5, pathText(install)),
+              ElementsAre(install / "SimObjects/MyAI", home / "Elsewhere"));
+
+  lf_package(home / "Addons/AIG/SimObjects/Airplanes/KLM", "B738", {lf_section("from a package", "KLM")});
+  lf_package(install / "SimObjects/MyAI/DAL", "A320", {lf_section("from simobjects.cfg", "DAL")});
+  SIM_INSTALL_PATH.value = pathText(install);
+  runLiveriesStep();
+  EXPECT_EQ(installedTitles(), (std::set<std::string>{"from a package", "from simobjects.cfg"}));
+  EXPECT_FALSE(SCAN_LIVERIES.value);
+  const std::string text = log();
+  EXPECT_THAT(text, HasSubstr("liveries scan automatic starts"));
+  EXPECT_THAT(text, HasSubstr("NoXml/add-on.xml not found!\n"));
+  EXPECT_THAT(text, HasSubstr("      Simobjects found:SimObjects\\Airplanes\n"));
+  EXPECT_THAT(
+      text, HasSubstr("-------------------------- liveries scan ends   --------------------------------\n"));
+}
+
+TEST_F(LiveriesScanTest, theStartUpStepNamesWhatTheUserMustMend) {
+  SCAN_LIVERIES.value = true;
+  LIG_AUTOMATIC.value = false;
+  try {
+    runLiveriesStep();
+    FAIL() << "a manual scan needs folders";
+  } catch (const UserErrorException& e) {
+    EXPECT_EQ(e.number, 48);
+  }
+  LIG_AUTOMATIC.value = true;
+  SIM_INSTALL_PATH.value = "C:\\P3D v5";
+  try {
+    runLiveriesStep();
+    FAIL() << "nothing to find";
+  } catch (const UserErrorException& e) {
+    EXPECT_EQ(e.number, 43);
+  }
+  EXPECT_TRUE(SCAN_LIVERIES.value) << "the scan stays asked for";
+
+  SCAN_LIVERIES.value = false;
+  const auto numberOf = [] {
+    try {
+      runLiveriesStep();
+    } catch (const UserErrorException& e) {
+      return e.number;
+    }
+    return 0;
+  };
+  EXPECT_EQ(numberOf(), 51);
+  test::writeBytes(liveriesScannedFile, "<other/>");
+  EXPECT_EQ(numberOf(), 52);
+  test::writeBytes(liveriesScannedFile, "<liveries/>");
+  EXPECT_EQ(numberOf(), 53);
+  test::writeBytes(liveriesScannedFile,
+                   R"(<liveries><liv airl="KLM" type="B738" cargo="true" title="t" atcid=""/></liveries>)");
+  EXPECT_EQ(numberOf(), 0);
+  EXPECT_THAT(installed(), ElementsAre("KLM B738 t cargo"));
+  test::writeBytes(liveriesScannedFile, "<liveries/>");
+  EXPECT_EQ(numberOf(), 0) << "a restart keeps the tables of the first start";
+}
+
+TEST_F(LiveriesScanTest, closingTheProgramStopsTheScan) {
+  lf_package("AI/B738", "B738", {lf_section("KLM one", "KLM")});
+  userClosed = true;
+  loadLiveries(true, false, false, {"AI"});
+  userClosed = false;
+  EXPECT_TRUE(liveryTable.empty());
+  EXPECT_FALSE(fs::exists(liveriesScannedFile));
+}
+
+} // namespace
+} // namespace ory

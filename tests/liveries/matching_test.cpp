@@ -1,0 +1,286 @@
+// The matcher on small installed collections: each step of the ladder at each depth, cargo against passenger
+// liveries, reserved and refused titles, the hexid memory and the no-match list.
+#include "frame/exceptions.h"
+#include "frame/log.h"
+#include "frame/main_loop.h"
+#include "frame/parameters.h"
+#include "frame/paths.h"
+#include "liveries/liveries_scan.h"
+#include "liveries/matching.h"
+#include "liveries/regcodes.h"
+#include "liveries_world.h"
+#include "support/scratch.h"
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+
+namespace ory {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+class MatchingTest : public test::InScratchFolder {
+protected:
+  void SetUp() override {
+    for (const fs::path& folder : {outputFolder, infoFolder, errorsFolder, myRegcodesFolder})
+      fs::create_directories(folder);
+    openLog();
+    test::DbaseContent dbase = test::worldDbase();
+    dbase.airframes = {{"D-AIRN", "DLH", "A321", "TRA", false}};
+    test::installDatabase(dbase);
+    RANDOM.value = false;
+    LOG.value = true;
+    MATCHING_DEPTH.value = 4;
+  }
+  void TearDown() override {
+    closeLog();
+    clearLiveries();
+    test::clearDatabase();
+    RANDOM.value = true;
+    LOG.value = false;
+  }
+  std::string log() {
+    closeLog();
+    return test::readFile("Log.txt");
+  }
+  // Installs LIVERIES as the liveries step would, with REGCODE_LINES in a regcode file of the user.
+  static void install(std::vector<LiveryData> LIVERIES, const std::string& REGCODE_LINES = {}) {
+    clearLiveries();
+    if (!REGCODE_LINES.empty()) test::writeBytes(myRegcodesFolder / "mine.txt", REGCODE_LINES);
+    std::stable_sort(LIVERIES.begin(), LIVERIES.end(), [](const LiveryData& A, const LiveryData& B) {
+      return std::tie(A.airline, A.type, A.regcode) < std::tie(B.airline, B.type, B.regcode);
+    });
+    scannedLiveries = std::move(LIVERIES);
+    processLiveries();
+    scannedLiveries.clear();
+  }
+  static MatchAircraft aircraft(std::string AIRLINE, std::string TYPE, std::string REGCODE = {},
+                                std::uint32_t HEXID = 0x484000) {
+    MatchAircraft match;
+    match.airline = std::move(AIRLINE);
+    match.type = std::move(TYPE);
+    match.regcode = std::move(REGCODE);
+    match.category = modelCategory(match.type);
+    match.hexid = HEXID;
+    match.callsign = fmt::format("T{:06x}", HEXID);
+    match.text = match.callsign;
+    return match;
+  }
+  // The title and the step it was counted at; "-" for no match.
+  static std::string live(MatchAircraft AIRCRAFT) {
+    const auto before = matchCounts;
+    if (!matchLiveAircraft(AIRCRAFT)) return "-";
+    for (std::size_t step = 0; step < matchCounts.size(); ++step)
+      if (matchCounts[step] != before[step]) return fmt::format("{} @{}", AIRCRAFT.liveryTitle, step + 1);
+    return std::string(AIRCRAFT.liveryTitle) + " @cached";
+  }
+  static std::string at(int DEPTH, const MatchAircraft& AIRCRAFT) {
+    MATCHING_DEPTH.value = DEPTH;
+    hexidLiveries.clear();
+    return live(AIRCRAFT);
+  }
+};
+
+LiveryData lf_livery(std::string AIRLINE, std::string TYPE, std::string TITLE, bool CARGO = false,
+                     std::string REGCODE = {}) {
+  return {std::move(AIRLINE), std::move(TYPE), std::move(TITLE), std::move(REGCODE), 1, CARGO};
+}
+
+TEST_F(MatchingTest, theLadderGoesAsDeepAsTheParameterAllows) {
+  install({lf_livery("DAL", "B738", "Delta 737", false, "N301DQ"), lf_livery("KLM", "B738", "KLM 737"),
+           lf_livery("ZZZ", "B77W", "Generic 777"), lf_livery("DAL", "B77W", "Delta 777"),
+           lf_livery("ZZZ", "C172", "Generic 172"), lf_livery("PVT", "C172", "Private 172"),
+           lf_livery("KLM", "PA28", "KLM Piper"), lf_livery("KLM", "EC35", "KLM heli")});
+
+  // Regcode first, at every depth.
+  EXPECT_EQ(at(1, aircraft("KLM", "B738", "N301DQ")), "Delta 737 @1");
+  EXPECT_EQ(at(1, aircraft("DAL", "B738")), "-") << "depth 1 knows regcodes only";
+  EXPECT_EQ(at(2, aircraft("DAL", "B738")), "Delta 737 @2");
+  // A similar type of the own airline at depth 3: any category.
+  EXPECT_EQ(at(2, aircraft("DAL", "B772")), "-");
+  EXPECT_EQ(at(3, aircraft("DAL", "B772")), "Delta 777 @3");
+  // A heavy aircraft takes a generic livery of its type only at depth 4, never another airline's colours.
+  EXPECT_EQ(at(3, aircraft("UAE", "B77W")), "-");
+  EXPECT_EQ(at(4, aircraft("UAE", "B77W")), "Generic 777 @4");
+  EXPECT_EQ(at(4, aircraft("UAE", "B738")), "-");
+  // A private aircraft: the generic livery first, counted as step 4, then the private one.
+  EXPECT_EQ(at(2, aircraft("PVT", "C172")), "Generic 172 @4");
+  // A light aircraft takes the generic livery at depth 3 too, then any airline's, then a look-alike's.
+  EXPECT_EQ(at(3, aircraft("DAL", "C172")), "Generic 172 @4");
+  EXPECT_EQ(at(3, aircraft("DAL", "PA28")), "KLM Piper @5");
+  EXPECT_EQ(at(3, aircraft("DAL", "DA40")), "Private 172 @6") << "C172 comes first in the DA40's group";
+  EXPECT_EQ(at(2, aircraft("DAL", "DA40")), "-");
+  // A rotorcraft type of no group borrows from one installed rotorcraft type.
+  EXPECT_EQ(at(4, aircraft("DAL", "R44")), "KLM heli @6");
+  EXPECT_EQ(at(4, aircraft("", "C56X")), "-") << "no buzjet is installed at all";
+  EXPECT_EQ(matchCounts, (std::array<std::uint32_t, 6>{1, 1, 1, 3, 1, 2}));
+}
+
+TEST_F(MatchingTest, aPrivateAircraftWithoutGenericLiveryTakesAPrivateOne) {
+  install({lf_livery("PVT", "C172", "Private 172")});
+  EXPECT_EQ(at(2, aircraft("PVT", "C172")), "Private 172 @2");
+}
+
+TEST_F(MatchingTest, freightersMayWearPassengerColoursButNotTheOtherWayRound) {
+  install({lf_livery("FDX", "B77W", "FedEx 777 pax"), lf_livery("FDX", "B744", "FedEx 747 CARGO", true),
+           lf_livery("KLM", "C208", "KLM Caravan"), lf_livery("DAL", "C208", "Delta Caravan CARGO", true),
+           lf_livery("TRA", "A321", "Transavia A321"), lf_livery("DLH", "A321", "Lufthansa A321")});
+  MatchAircraft freighter = aircraft("FDX", "B77W");
+  freighter.cargo = true;
+  EXPECT_EQ(at(2, freighter), "FedEx 777 pax @2");
+  EXPECT_EQ(at(4, aircraft("FDX", "B744")), "-");
+  // Generic steps look at cargo liveries only for a freighter.
+  MatchAircraft caravan = aircraft("UPS", "C208");
+  caravan.cargo = true;
+  EXPECT_EQ(at(4, caravan), "Delta Caravan CARGO @5");
+  EXPECT_EQ(at(4, aircraft("UPS", "C208")), "KLM Caravan @5");
+}
+
+TEST_F(MatchingTest, theOwnerOfAnOperatedAirframeLendsItsColours) {
+  install({lf_livery("DLH", "A321", "Lufthansa A321"), lf_livery("DLH", "A320", "Lufthansa A320")});
+  EXPECT_EQ(at(2, aircraft("TRA", "A321", "D-AIRN")), "Lufthansa A321 @2");
+  EXPECT_EQ(at(3, aircraft("TRA", "A319", "D-AIRN")), "-") << "the similar list is the operator's own";
+  EXPECT_EQ(at(2, aircraft("TRA", "A321", "D-AIRX")), "-");
+}
+
+TEST_F(MatchingTest, specialLiveriesAreReachedOnlyThroughTheirRegcode) {
+  install({lf_livery("KLM", "B738", "KLM 737 Orange Pride"), lf_livery("KLM", "B738", "KLM 737 plain"),
+           lf_livery("KLM", "B738", "KLM 737 other"), lf_livery("KLM", "B77W", "KLM 777 Special"),
+           lf_livery("ZZZ", "B77W", "Generic 777")},
+          "KLM 737 Orange Pride;PH-BXA\nKLM 777 Special;PH-BVA\n");
+  EXPECT_EQ(at(4, aircraft("KLM", "B738", "PH-BXA")), "KLM 737 Orange Pride @1");
+  for (int i = 0; i < 20; ++i)
+    EXPECT_EQ(at(2, aircraft("KLM", "B738")), "KLM 737 plain @2") << "with RANDOM off the first free title";
+  EXPECT_EQ(at(4, aircraft("KLM", "B77W")), "Generic 777 @4") << "an airline with only special liveries";
+
+  RANDOM.value = true;
+  std::map<std::string, int> seen;
+  for (int i = 0; i < 300; ++i)
+    ++seen[at(2, aircraft("KLM", "B738"))];
+  EXPECT_EQ(seen.size(), 2u) << "both free titles, never the special one";
+  EXPECT_GT(seen["KLM 737 plain @2"], 50);
+  EXPECT_GT(seen["KLM 737 other @2"], 50);
+}
+
+TEST_F(MatchingTest, aHexidKeepsItsLiveryUntilTheSimulatorRefusesIt) {
+  install({lf_livery("KLM", "B738", "KLM 737 a"), lf_livery("KLM", "B738", "KLM 737 b"),
+           lf_livery("DAL", "A320", "Delta A320")});
+  MatchAircraft first = aircraft("KLM", "B738", "", 0x484001);
+  ASSERT_TRUE(matchLiveAircraft(first));
+  EXPECT_EQ(first.liveryTitle, "KLM 737 a");
+  EXPECT_EQ(live(aircraft("DAL", "A320", "", 0x484001)), "KLM 737 a @cached")
+      << "the same airframe again, whatever its airline now";
+
+  reportNotCreated(first);
+  EXPECT_EQ(live(aircraft("KLM", "B738", "", 0x484001)), "-")
+      << "the ladder ends on the refused title, and that search finds nothing";
+  EXPECT_EQ(live(aircraft("DAL", "A320", "", 0x484001)), "Delta A320 @2");
+  EXPECT_THAT(failedAircraft, ElementsAre("B738 KLM"));
+  const std::string text = log();
+  EXPECT_THAT(text, HasSubstr("          T484001 =2= KLM 737 a\n"));
+  EXPECT_THAT(text, HasSubstr("          T484001 =c= KLM 737 a\n"));
+  EXPECT_THAT(text, HasSubstr("T484001 \"KLM 737 a\" could not be created by your Sim!\n"));
+}
+
+TEST_F(MatchingTest, theTwentiethRefusedTitleEndsTheRun) {
+  std::vector<LiveryData> liveries;
+  for (int i = 0; i < 20; ++i)
+    liveries.push_back(
+        lf_livery("KLM", "B738", fmt::format("KLM 737 {:02}", i), false, fmt::format("PH-A{:02}", i)));
+  install(liveries);
+  for (int i = 0; i < 19; ++i) {
+    MatchAircraft refused = aircraft("KLM", "B738", fmt::format("PH-A{:02}", i), 0x485000 + i);
+    ASSERT_TRUE(matchLiveAircraft(refused));
+    reportNotCreated(refused);
+    reportNotCreated(refused); // the same title twice counts once
+  }
+  MatchAircraft last = aircraft("KLM", "B738", "PH-A19", 0x486000);
+  ASSERT_TRUE(matchLiveAircraft(last));
+  EXPECT_EQ(last.liveryTitle, "KLM 737 19");
+  try {
+    reportNotCreated(last);
+    FAIL() << "twenty refused titles";
+  } catch (const UserErrorException& e) {
+    EXPECT_EQ(e.number, 81);
+    EXPECT_STREQ(e.what(), "81: there are too many liveries that could not be created by P3D!, see Log.txt");
+  }
+  EXPECT_THAT(log(),
+              HasSubstr("\n===> Error 81, there are too many liveries that could not be created by P3D!\n"));
+}
+
+TEST_F(MatchingTest, parkedAircraftTakeTheirCargoFlagFromTheStand) {
+  install({lf_livery("FDX", "B77W", "FedEx 777 pax"), lf_livery("FDX", "B77W", "FedEx 777 CARGO", true),
+           lf_livery("KLM", "B738", "KLM 737 PH-BXA", false, "PH-BXA")});
+  MatchAircraft parked = aircraft("FDX", "B77W", "", 17);
+  ASSERT_TRUE(matchParkedAircraft(parked, "C12", true));
+  EXPECT_EQ(parked.liveryTitle, "FedEx 777 CARGO");
+  MatchAircraft byRegcode = aircraft("DAL", "A320", "PH-BXA", 18);
+  ASSERT_TRUE(matchParkedAircraft(byRegcode, "C13", true));
+  EXPECT_EQ(byRegcode.liveryTitle, "KLM 737 PH-BXA");
+  EXPECT_FALSE(byRegcode.cargo) << "a regcode hit leaves the aircraft as it was";
+  MatchAircraft none = aircraft("DAL", "B744", "N1", 19);
+  EXPECT_FALSE(matchParkedAircraft(none, "C14", false));
+  EXPECT_TRUE(matchParkedAircraft(parked, "C12", false)) << "a stored title stays";
+  EXPECT_TRUE(hexidLiveries.empty());
+  EXPECT_EQ(matchCounts, (std::array<std::uint32_t, 6>{}));
+  const std::string text = log();
+  EXPECT_THAT(text, HasSubstr("C14     : T000013 DAL B744 N1 no livery match ...\n"));
+  EXPECT_THAT(text, HasSubstr("          T000011 =s= FedEx 777 CARGO\n"));
+}
+
+TEST_F(MatchingTest, onlyAKeyWithoutRegcodeBlocksTheNextSearches) {
+  install({lf_livery("KLM", "B738", "KLM 737")});
+  addNoMatch(aircraft("DAL", "A320", "N301DQ"));
+  EXPECT_FALSE(isNoMatch("DAL", "A320"));
+  addNoMatch(aircraft("DAL", "A320"));
+  addNoMatch(aircraft("AB", "C17"));
+  EXPECT_TRUE(isNoMatch("DAL", "A320"));
+  EXPECT_TRUE(isNoMatch("AB", "C17"));
+  writeNoMatchList();
+  serveNoMatchClear();
+  EXPECT_EQ(noMatchKeys.size(), 3u) << "nothing asked for";
+  clearNoMatchPending = true;
+  serveNoMatchClear();
+  EXPECT_THAT(noMatchKeys, IsEmpty());
+  EXPECT_FALSE(clearNoMatchPending);
+  EXPECT_THAT(log(), HasSubstr("\nNo match found for: \nAB  C17 \nDAL A320\nDAL A320 N301DQ\n\n"));
+}
+
+TEST_F(MatchingTest, similarTablesHoldOnlyWhatIsInstalled) {
+  install({lf_livery("KLM", "B738", "KLM 737"), lf_livery("KLM", "A320", "KLM A320"),
+           lf_livery("DAL", "B739", "Delta 739 CARGO", true)});
+  EXPECT_THAT(similarAll.at("B738"), ElementsAre("B38M", "B737", "B739"));
+  EXPECT_THAT(similarInstalled.at("B738"), ElementsAre("B739"));
+  EXPECT_THAT(similarInstalled.at("B38M"), ElementsAre("B738", "B739"));
+  EXPECT_FALSE(similarInstalled.contains("B77W")) << "no member of its group is installed";
+  EXPECT_THAT(similarByAirline.at("KLM").at("B739"), ElementsAre("B738"));
+  EXPECT_THAT(similarByAirline.at("KLM").at("A20N"), ElementsAre("A320"));
+  EXPECT_FALSE(similarByAirline.at("KLM").contains("B738")) << "the airline has that type itself";
+  EXPECT_THAT(similarByAirline.at("DAL").at("B737"), ElementsAre("B739"));
+}
+
+TEST_F(MatchingTest, theSummaryCountsTheStepsAndTheRefusals) {
+  install({lf_livery("KLM", "B738", "KLM 737", false, "PH-BXA"), lf_livery("DAL", "A320", "Delta A320")});
+  MatchAircraft klm = aircraft("KLM", "B738", "PH-BXA", 0x484001);
+  MatchAircraft dal = aircraft("DAL", "A320", "", 0x484002);
+  ASSERT_TRUE(matchLiveAircraft(klm));
+  ASSERT_TRUE(matchLiveAircraft(dal));
+  reportNotCreated(dal);
+  reportNotCreated(dal);
+  writeMatchingSummary();
+  const std::string banner = "===== live traffic livery matching summary ";
+  EXPECT_THAT(log(), HasSubstr(banner + std::string(100 - banner.size(), '=') +
+                               "\nMatches at step: \n  1: 1\n  2: 1\n"
+                               "  3: 0\n  4: 0\n  5: 0\n  6: 0\n\nCould not be created by P3D:\nA320 DAL\n" +
+                               std::string(100, '=') + "\n"));
+}
+
+} // namespace
+} // namespace ory
