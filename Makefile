@@ -57,6 +57,12 @@ bench: setup
 	@cmake --build build/bench -j $(JOBS)
 	@for b in $$(find build/bench/bench -path '*/CMakeFiles' -prune -o -type f -executable -print | sort); do echo "== $$b"; $$b; done
 
+# libFuzzer over the SimConnect records, FUZZ_SECONDS long (60 by default).
+fuzz: setup
+	@CC=clang CXX=clang++ cmake -S . -B build/fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORY_FUZZ=ON >/dev/null
+	@cmake --build build/fuzz -j $(JOBS) --target simlink_fuzz_records
+	@scripts/fuzz-records build/fuzz
+
 smoke: windows
 	@scripts/wine-smoke
 

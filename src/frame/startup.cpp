@@ -211,9 +211,9 @@ void lf_startReaders() {
 }
 
 void lf_waitForFirstTraffic() {
-  for (int round = 0; round < 150 && lastFeedTime == 0; ++round)
+  for (int round = 0; round < 150 && lastFeedTime == 0 && !lf_stopWanted(); ++round)
     std::this_thread::sleep_for(100ms);
-  if (lastFeedTime == 0) logLine("No traffic in this region?");
+  if (lastFeedTime == 0 && !lf_stopWanted()) logLine("No traffic in this region?");
 }
 
 } // namespace
@@ -232,6 +232,7 @@ void startRun() {
     if (lf_stopWanted()) return;
     lf_startReaders();
     lf_waitForFirstTraffic();
+    if (lf_stopWanted()) return; // an exit began meanwhile: no main loop for it to miss
     updateNowSlot();
     flushLog();
     startRunThread(RunThread::mainLoop, mainLoopThread);

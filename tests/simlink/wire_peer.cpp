@@ -116,6 +116,12 @@ void WirePeer::send(const Bytes& BYTES) {
   sendAll(peer, BYTES.data(), BYTES.size());
 }
 
+void WirePeer::drainUntilClosed() {
+  std::vector<unsigned char> buffer(1 << 16);
+  while (receiveSome(peer, buffer.data(), buffer.size()) > 0) {
+  }
+}
+
 void WirePeer::closeClient() {
   closeSocket(peer);
   peer = invalidSocket;

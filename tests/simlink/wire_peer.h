@@ -37,6 +37,7 @@ public:
   Bytes readPacket(int TIMEOUT_MS = 5000); // one whole client packet, empty on timeout or close
   bool closedByClient(int TIMEOUT_MS = 2000);
   void send(const Bytes& BYTES);
+  void drainUntilClosed(); // reads and drops everything the client sends, until it hangs up
   void closeClient();
 
 private:

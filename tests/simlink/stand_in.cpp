@@ -1,0 +1,61 @@
+#include "stand_in.h"
+
+#include "support/scratch.h"
+#include "wire_peer.h"
+
+#include <csignal>
+#include <fstream>
+#include <stdexcept>
+
+namespace ory::test {
+
+using namespace std::chrono_literals;
+
+StandIn::StandIn(const std::string& SCENARIO, const std::string& NAME) {
+  const std::filesystem::path folder = std::filesystem::current_path();
+  traceFile = folder / (NAME + ".jsonl");
+  outputFile = folder / (NAME + ".out");
+  writeBytes(folder / (NAME + ".json"), SCENARIO);
+  // A stand-in before this one may have left its files; their port is not this one's.
+  std::filesystem::remove(outputFile);
+  std::filesystem::remove(traceFile);
+  child = std::make_unique<ChildProcess>(
+      SIMSTAND_EXE, std::vector<std::string>{"--scenario", NAME + ".json", "--trace", traceFile.string()},
+      folder, folder, outputFile);
+  const std::string prefix = "listening on ";
+  if (!eventually([&] { return readFile(outputFile).find('\n') != std::string::npos; }, 10s) ||
+      readFile(outputFile).rfind(prefix, 0) != 0)
+    throw std::runtime_error("simstand did not start: " + readFile(outputFile));
+  listenPort = static_cast<std::uint16_t>(std::stoi(readFile(outputFile).substr(prefix.size())));
+}
+
+StandIn::~StandIn() {
+  child->signal(SIGTERM);
+  child->waitExit(5s);
+}
+
+std::vector<nlohmann::json> StandIn::trace() const {
+  std::vector<nlohmann::json> lines;
+  std::ifstream in(traceFile);
+  for (std::string line; std::getline(in, line);)
+    if (auto parsed = nlohmann::json::parse(line, nullptr, false); parsed.is_object())
+      lines.push_back(parsed);
+  return lines;
+}
+
+bool StandIn::waitForTrace(const std::function<bool(const nlohmann::json&)>& PREDICATE,
+                           std::chrono::milliseconds LIMIT) const {
+  return eventually(
+      [&] {
+        for (const nlohmann::json& line : trace())
+          if (PREDICATE(line)) return true;
+        return false;
+      },
+      LIMIT);
+}
+
+void StandIn::writeSimConnectCfg() const {
+  test::writeSimConnectCfg("IPv4", "127.0.0.1", listenPort);
+}
+
+} // namespace ory::test

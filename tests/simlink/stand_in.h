@@ -1,0 +1,41 @@
+#pragma once
+// The simulator stand-in as a process of its own for the tests: started on a free port in the test's scratch
+// folder with a scenario given as text, its trace read back as JSON, stopped by SIGTERM so that the trace
+// ends.
+
+#include "support/process.h"
+
+#include <nlohmann/json.hpp>
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace ory::test {
+
+class StandIn {
+public:
+  // Runs simstand with SCENARIO (JSON text) as NAME.json, tracing to NAME.jsonl in the current folder.
+  explicit StandIn(const std::string& SCENARIO, const std::string& NAME = "stand");
+  ~StandIn();
+  StandIn(const StandIn&) = delete;
+  StandIn& operator=(const StandIn&) = delete;
+
+  std::uint16_t port() const { return listenPort; }
+  std::vector<nlohmann::json> trace() const; // every whole line written so far
+  // Waits up to LIMIT for a trace line that PREDICATE accepts.
+  bool waitForTrace(const std::function<bool(const nlohmann::json&)>& PREDICATE,
+                    std::chrono::milliseconds LIMIT) const;
+  void writeSimConnectCfg() const; // SimConnect.cfg in the current folder: IPv4 to this stand-in
+
+private:
+  std::filesystem::path traceFile;
+  std::filesystem::path outputFile;
+  std::unique_ptr<ChildProcess> child;
+  std::uint16_t listenPort = 0;
+};
+
+} // namespace ory::test

@@ -1,0 +1,22 @@
+#pragma once
+// The stand-in's trace: JSON Lines, one object per line, each written whole and flushed, so that the file is
+// complete up to its last line whenever the stand-in stops.
+
+#include <nlohmann/json.hpp>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+
+namespace ory {
+
+struct Trace {
+  std::ofstream out;
+  std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
+};
+
+bool openTrace(Trace& TRACE, const std::filesystem::path& FILE);
+// Writes LINE with "wall", the milliseconds since the trace began, added.
+void traceLine(Trace& TRACE, nlohmann::json LINE);
+
+} // namespace ory
