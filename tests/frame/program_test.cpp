@@ -21,14 +21,7 @@ protected:
 
   void SetUp() override { test::installPreparedData(folder); }
 
-  // The install path, and the liveries of an earlier scan, so that the start goes on to the simulator.
-  void presetInstallPath() {
-    test::writeBytes(folder / "AppData/Roaming/Trovalyn_P3D/parameters.xml",
-                     "<parameters><parameter name=\"SIM_INSTALL_PATH\" value=\"C:\\P3D v5\" />"
-                     "<parameter name=\"SCAN_LIVERIES\" value=\"false\" /></parameters>");
-    test::writeBytes(folder / "output/LiveriesScanned.xml",
-                     R"(<liveries><liv airl="KLM" type="B738" title="KLM 737" atcid="" /></liveries>)");
-  }
+  void presetInstallPath() { test::presetEarlierRun(folder, "C:\\P3D v5"); }
   bool logHas(const std::string& TEXT) const {
     return readFile(folder / "Log.txt").find(TEXT) != std::string::npos;
   }

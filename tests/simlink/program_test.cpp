@@ -35,11 +35,7 @@ std::string lf_scenario(std::string_view TIMELINE,
 class ProgramTest : public test::InScratchFolder {
 protected:
   void start(const std::string& SCENARIO, std::string_view INSTALL_PATH = "/opt/Prepar3D v5") {
-    test::writeBytes(
-        "AppData/Roaming/Trovalyn_P3D/parameters.xml",
-        fmt::format("<?xml version=\"1.0\"?>\n<parameters>\n  <parameter name=\"SIM_INSTALL_PATH\" "
-                    "value=\"{}\" />\n</parameters>\n",
-                    INSTALL_PATH));
+    test::presetEarlierRun(scratch.path(), INSTALL_PATH);
     program.reset();
     stand.reset();
     std::filesystem::remove("Log.txt"); // a run's log is its own, not the one before it

@@ -58,4 +58,14 @@ void installPreparedData(const std::filesystem::path& FOLDER) {
   std::filesystem::copy_file(data / "airports_p3d.xml", FOLDER / "airports_p3d.xml", options);
 }
 
+void presetEarlierRun(const std::filesystem::path& FOLDER, std::string_view INSTALL_PATH) {
+  writeBytes(FOLDER / "AppData/Roaming/Trovalyn_P3D/parameters.xml",
+             "<?xml version=\"1.0\"?>\n<parameters>\n  <parameter name=\"SIM_INSTALL_PATH\" value=\"" +
+                 std::string(INSTALL_PATH) +
+                 "\" />\n  <parameter name=\"SCAN_LIVERIES\" value=\"false\" />\n"
+                 "  <parameter name=\"SCAN_AIRPORTS\" value=\"false\" />\n</parameters>\n");
+  writeBytes(FOLDER / "output/LiveriesScanned.xml",
+             R"(<liveries><liv airl="KLM" type="B738" title="KLM 737" atcid="" /></liveries>)");
+}
+
 } // namespace ory::test

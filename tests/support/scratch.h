@@ -38,5 +38,9 @@ std::filesystem::path realData(std::string_view RELATIVE); // a file of the shar
 // Puts the data files dataprep made at build time (input/dbase.xml, input/fixes.xml, airports_p3d.xml) into
 // the program folder FOLDER.
 void installPreparedData(const std::filesystem::path& FOLDER);
+// What an earlier run leaves in FOLDER (also the HOME of the run): parameters.xml with the simulator's
+// install path and the scans switched off, and a liveries file, so that a start goes straight on to the
+// simulator.
+void presetEarlierRun(const std::filesystem::path& FOLDER, std::string_view INSTALL_PATH);
 
 } // namespace ory::test
