@@ -39,7 +39,8 @@ FUZZ_SECONDS ?= 60
 REAL_DATA ?= $(firstword $(wildcard ../shared/data/real ../../shared/data/real /work/shared/data/real))
 fuzz: setup
 	@CXX=clang++ CC=clang cmake -S . -B build/fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORY_SANITIZE=fuzzer >/dev/null
-	@cmake --build build/fuzz -j $(JOBS) --target feed_line_fuzz bgl_fuzz airport_file_fuzz aircraft_cfg_fuzz
+	@cmake --build build/fuzz -j $(JOBS) --target feed_line_fuzz bgl_fuzz airport_file_fuzz aircraft_cfg_fuzz \
+	  simlink_fuzz_records
 	@mkdir -p build/fuzz/corpus/feed build/fuzz/corpus/bgl build/fuzz/corpus/airport_file build/fuzz/corpus/aircraft_cfg
 	@build/fuzz/tests/feed/feed_line_fuzz -max_total_time=$(FUZZ_SECONDS) build/fuzz/corpus/feed tests/feed/corpus
 	@cp -n $(REAL_DATA)/bgl/*.[bB][gG][lL] build/fuzz/corpus/bgl/ 2>/dev/null || true
@@ -50,18 +51,13 @@ fuzz: setup
 	@cp -n $(REAL_DATA)/aircraft_cfg/*.cfg build/fuzz/corpus/aircraft_cfg/ 2>/dev/null || true
 	@build/fuzz/tests/liveries/aircraft_cfg_fuzz -max_total_time=$(FUZZ_SECONDS) -dict=tests/liveries/aircraft_cfg.dict \
 	  build/fuzz/corpus/aircraft_cfg
+	@scripts/fuzz-records build/fuzz
 
 # Benchmarks need an optimised build of their own.
 bench: setup
 	@cmake -S . -B build/bench -DCMAKE_BUILD_TYPE=Release >/dev/null
 	@cmake --build build/bench -j $(JOBS)
 	@for b in $$(find build/bench/bench -path '*/CMakeFiles' -prune -o -type f -executable -print | sort); do echo "== $$b"; $$b; done
-
-# libFuzzer over the SimConnect records, FUZZ_SECONDS long (60 by default).
-fuzz: setup
-	@CC=clang CXX=clang++ cmake -S . -B build/fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORY_FUZZ=ON >/dev/null
-	@cmake --build build/fuzz -j $(JOBS) --target simlink_fuzz_records
-	@scripts/fuzz-records build/fuzz
 
 smoke: windows
 	@scripts/wine-smoke

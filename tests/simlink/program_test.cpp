@@ -53,7 +53,7 @@ protected:
   }
   // The program ends by itself, and well.
   void expectEnd(std::string_view REASON) {
-    EXPECT_EQ(program->waitExit(std::chrono::seconds(25)), 0) << log();
+    EXPECT_EQ(program->waitExit(std::chrono::seconds(25)), 0) << log() << test::readFile("program.out");
     EXPECT_TRUE(logHas(fmt::format("Exiting: {}\n", REASON))) << log();
   }
   std::size_t calls(std::string_view NAME) const {

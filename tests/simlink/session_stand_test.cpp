@@ -175,6 +175,7 @@ TEST_F(SessionStandTest, TheThirdFailedRequestRestartsTheProgramAfterTenSeconds)
       },
       15000ms));
   userClosed = true; // ends the countdown early
+  EXPECT_EQ(nextPostedMessage(5000), startMessage) << "the run begins again";
   ASSERT_TRUE(test::eventually([] { return threadCount == 0; }, 5000ms));
   const std::string text = log();
   const std::size_t error =
