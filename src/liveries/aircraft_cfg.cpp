@@ -318,17 +318,22 @@ std::string lf_regcode(const lf_File& FILE, std::string_view HEADER, const lf_Ke
   return std::string(trimBlanks(tokens.front()));
 }
 
+// What both forms ask of a section's keys before it can give a livery.
+bool lf_givesLivery(lf_File& FILE, std::string_view HEADER, const lf_Keys& KEYS) {
+  if (!lf_pathsExist(FILE, HEADER, KEYS)) return false;
+  if (KEYS.title.empty()) {
+    lf_incomplete(FILE, HEADER, "misses title");
+    return false;
+  }
+  return !lf_dontUse.contains(KEYS.title);
+}
+
 void lf_standardSection(lf_File& FILE, std::string_view HEADER, std::span<const std::string_view> LINES,
                         std::vector<LiveryData>& LIVERIES) {
   lf_Keys keys;
   for (const std::string_view line : LINES)
     if (!lf_readStandardKey(FILE, HEADER, line, keys)) return;
-  if (!lf_pathsExist(FILE, HEADER, keys)) return;
-  if (keys.title.empty()) {
-    lf_incomplete(FILE, HEADER, "misses title");
-    return;
-  }
-  if (lf_dontUse.contains(keys.title)) return;
+  if (!lf_givesLivery(FILE, HEADER, keys)) return;
   if (keys.codes.empty()) {
     lf_incomplete(FILE, HEADER, "empty atc_parking_codes=");
     return;
@@ -365,12 +370,7 @@ void lf_ivaoSection(lf_File& FILE, std::string_view HEADER, std::span<const std:
   lf_Keys keys;
   for (const std::string_view line : LINES)
     if (!lf_readIvaoKey(FILE, HEADER, line, keys)) return;
-  if (!lf_pathsExist(FILE, HEADER, keys)) return;
-  if (keys.title.empty()) {
-    lf_incomplete(FILE, HEADER, "misses title");
-    return;
-  }
-  if (lf_dontUse.contains(keys.title)) return;
+  if (!lf_givesLivery(FILE, HEADER, keys)) return;
   const auto code = ivaoTitleAirline(keys.title);
   if (!code) {
     lf_incomplete(FILE, HEADER, "misses airlinecode in title");

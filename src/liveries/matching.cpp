@@ -94,19 +94,6 @@ bool lf_isSmall(ModelCategory CATEGORY) {
          CATEGORY == ModelCategory::Rotorcraft;
 }
 
-const TypeList* lf_smallModels(ModelCategory CATEGORY) {
-  switch (CATEGORY) {
-  case ModelCategory::Light:
-    return &lightModels;
-  case ModelCategory::Buzjets:
-    return &buzjetModels;
-  case ModelCategory::Rotorcraft:
-    return &rotorcraftModels;
-  default:
-    return nullptr;
-  }
-}
-
 // The airline's installed look-alikes of TYPE, freshly shuffled; null when there are none.
 TypeList* lf_airlineSimilar(std::string_view AIRLINE, std::string_view TYPE) {
   const auto airline = similarByAirline.find(AIRLINE);
@@ -124,7 +111,7 @@ TypeList lf_genericSimilar(std::string_view TYPE) {
     shuffle(similar->second);
     return similar->second;
   }
-  const TypeList* models = lf_smallModels(modelCategory(TYPE));
+  const TypeList* models = smallModels(modelCategory(TYPE));
   if (!models || models->empty()) return {};
   return {(*models)[randomIndex(models->size())]};
 }
@@ -362,6 +349,19 @@ void clearMatching() {
   matchCounts = {};
   noMatchKeys.clear();
   lf_special.clear();
+}
+
+TypeList* smallModels(ModelCategory CATEGORY) {
+  switch (CATEGORY) {
+  case ModelCategory::Light:
+    return &lightModels;
+  case ModelCategory::Buzjets:
+    return &buzjetModels;
+  case ModelCategory::Rotorcraft:
+    return &rotorcraftModels;
+  default:
+    return nullptr;
+  }
 }
 
 } // namespace ory

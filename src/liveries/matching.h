@@ -44,6 +44,8 @@ extern TextMap<TypeList> similarAll;                // type to the other members
 extern TypeList lightModels;                        // types with a livery, sorted, per small category
 extern TypeList buzjetModels;
 extern TypeList rotorcraftModels;
+// The list of a small category (Light, Buzjets, Rotorcraft), null for the others.
+TypeList* smallModels(ModelCategory CATEGORY);
 
 extern std::unordered_map<std::uint32_t, std::string_view>
     hexidLiveries;                               // the livery once chosen for a hexid

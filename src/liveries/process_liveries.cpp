@@ -144,19 +144,6 @@ void lf_switchOff(ModelCategory CATEGORY) {
   }
 }
 
-TypeList* lf_smallModels(ModelCategory CATEGORY) {
-  switch (CATEGORY) {
-  case ModelCategory::Light:
-    return &lightModels;
-  case ModelCategory::Buzjets:
-    return &buzjetModels;
-  case ModelCategory::Rotorcraft:
-    return &rotorcraftModels;
-  default:
-    return nullptr;
-  }
-}
-
 void lf_categorySummary(ModelCategory CATEGORY) {
   std::array<std::size_t, 2> counts{};
   std::vector<std::string> types;
@@ -178,7 +165,7 @@ void lf_categorySummary(ModelCategory CATEGORY) {
   std::sort(types.begin(), types.end());
   types.erase(std::unique(types.begin(), types.end()), types.end());
   lf_logTypes(types);
-  if (TypeList* models = lf_smallModels(CATEGORY)) *models = types;
+  if (TypeList* models = smallModels(CATEGORY)) *models = types;
 }
 
 } // namespace
