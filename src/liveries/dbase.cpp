@@ -126,14 +126,13 @@ std::string lf_unscrambledOrEmpty(const pugi::xml_node NODE, const char* ATTRIBU
 void lf_readRecords(const pugi::xml_document& DOCUMENT) {
   dbaseRecords.clear();
   for (const pugi::xml_node db : DOCUMENT.child("dbase").children("db")) {
-    std::string regcode = unscrambleRegcode(db.attribute("reg").as_string());
+    const std::string regcode = unscrambleRegcode(db.attribute("reg").as_string());
     DbaseRecord record{lf_unscrambledOrEmpty(db, "airl", unscrambleAirline),
                        lf_unscrambledOrEmpty(db, "type", unscrambleModel),
                        lf_unscrambledOrEmpty(db, "opr", unscrambleAirline),
                        isTrueText(db.attribute("cargo").value())};
-    if (!dbaseRecords.try_emplace(std::move(regcode), std::move(record)).second)
-      logWarning(
-          fmt::format("regcode {} already exists", unscrambleRegcode(db.attribute("reg").as_string())));
+    if (!dbaseRecords.try_emplace(regcode, std::move(record)).second)
+      logWarning(fmt::format("regcode {} already exists", regcode));
   }
 }
 

@@ -194,9 +194,11 @@ void readRegcodeFiles() {
     std::string text;
     for (const std::string& line : regcodeReport)
       text.append(text.empty() ? "" : "\n").append(line);
-    writeText(text, lf_offlineRegcodesFile);
-    logLine(fmt::format("Offline regcode files processed, results can be found in \"{}\"",
-                        pathText(lf_offlineRegcodesFile)));
+    if (writeText(text, lf_offlineRegcodesFile))
+      logLine(fmt::format("Offline regcode files processed, results can be found in \"{}\"",
+                          pathText(lf_offlineRegcodesFile)));
+    else
+      logWarning(fmt::format("could not write {}", pathText(lf_offlineRegcodesFile)));
   }
   if (!specialLiveries.empty()) logLine(fmt::format("{} special liveries", specialLiveries.size()));
 }

@@ -151,6 +151,9 @@ TEST_F(DataprepTest, rulesPlaceEachTypeOnceAndRefuseWhatTheProgramWouldRefuse) {
                            {"PH-BXA", "A320", "", "", false},
                            {"N12345", "XXXX", "ABC", "FDX", true},
                            {"TOOLONGREGCODE", "", "", "", false}};
+  sources.aigLiveries = {{"Only a long regcode", {"PH-BXA1234567"}, false},
+                         {"Two regcodes", {"PH-BXA", "PH-BXA1234567"}, true},
+                         {"Not to use", {}, false}};
   const PreparedData data = prepareData(sources, "rules");
 
   EXPECT_EQ(data.categories.at("rotorcraft"), (std::set<std::string>{"MI26"})); // first rule wins over heavy
@@ -182,6 +185,12 @@ TEST_F(DataprepTest, rulesPlaceEachTypeOnceAndRefuseWhatTheProgramWouldRefuse) {
   EXPECT_TRUE(lf_warned("registration \"ph-bxb\" is no storable regcode"));
   EXPECT_TRUE(lf_warned("registration \"TOOLONGREGCODE\" is no storable regcode"));
   EXPECT_TRUE(lf_warned("registration PH-BXA twice"));
+
+  // A binding left without regcodes would read as a title not to use.
+  ASSERT_EQ(data.aigLiveries.size(), 2u);
+  EXPECT_EQ(data.aigLiveries[0].regcodes, std::vector<std::string>{"PH-BXA"});
+  EXPECT_EQ(data.aigLiveries[1].title, "Not to use");
+  EXPECT_TRUE(lf_warned("AIG title \"Only a long regcode\": no regcode left"));
 
   EXPECT_EQ(data.modelFixes, (std::vector<std::pair<std::string, std::string>>{{"B747", "B744"}}));
   EXPECT_TRUE(lf_warned("fixes.txt: B747 twice"));
@@ -221,14 +230,14 @@ TEST_F(DataprepTest, sourceFilesOfEveryShapeAreRead) {
   EXPECT_THROW(readRegistrationSource("bad.csv", sources), std::runtime_error);
 
   test::writeBytes("aig.txt", "KLM 737 PH-BXA;PH-BXA\nKLM 737 special;PH-BXB, PH-BXC;#\nOld livery title\n"
-                              "Wrong;PH-X;x\nWrong;PH-X;#;4\n");
+                              "Wrong;PH-X;x\nWrong;PH-X;#;4\nNothing bound; , \n");
   readAigSource("aig.txt", sources);
   ASSERT_EQ(sources.aigLiveries.size(), 3u);
   EXPECT_FALSE(sources.aigLiveries[0].special);
   EXPECT_EQ(sources.aigLiveries[1].regcodes, (std::vector<std::string>{"PH-BXB", "PH-BXC"}));
   EXPECT_TRUE(sources.aigLiveries[1].special);
   EXPECT_TRUE(sources.aigLiveries[2].regcodes.empty()); // a title not to use
-  EXPECT_EQ(prepWarnings.size(), 2u);
+  EXPECT_EQ(prepWarnings.size(), 3u);                   // "Nothing bound" is no title not to use
 
   PreparedData data;
   data.aigLiveries = sources.aigLiveries;

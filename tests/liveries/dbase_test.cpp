@@ -230,8 +230,18 @@ TEST_F(DbaseTest, brokenFilesStopTheReadWithTheirMessage) {
   lf_writeDbase({.large = " , ,"});
   EXPECT_EQ(lf_failure<UserErrorException>(), "61: In an xml file section large lar types is empty ");
 
+  lf_writeDbase({});
+  std::string whole = test::readFile("input/dbase.xml");
+  whole.erase(whole.find("<rotorcraft>"), whole.find("</rotorcraft>") + 13 - whole.find("<rotorcraft>"));
+  test::writeBytes("input/dbase.xml", whole);
+  EXPECT_EQ(lf_failure<UserErrorException>(), "61: In an xml file section rotorcraft rot types is empty ");
+  EXPECT_EQ(buzjetTypes.size(), 2u);
+
   lf_writeDbase({.airlines = scrambleAirline("KLM") + ",ABCDE"});
   EXPECT_EQ(lf_failure<std::runtime_error>(), "decrypt airl \"ABCDE\" error");
+  lf_writeDbase(
+      {.extra = fmt::format(R"(<dbase><db reg="{}" opr="ABCD"/></dbase>)", scrambleRegcode("PH-BXA"))});
+  EXPECT_EQ(lf_failure<std::runtime_error>(), "decrypt airl \"ABCD\" error");
 
   lf_writeDbase({.extra = fmt::format(R"(<wingspans><wingspan type="{}" meters="wide"/></wingspans>)",
                                       scrambleModel("A320"))});

@@ -274,12 +274,19 @@ void lf_readFixes(const fs::path& FILE, PreparedData& DATA) {
 
 void lf_prepareAig(const Sources& SOURCES, PreparedData& DATA) {
   for (AigSource livery : SOURCES.aigLiveries) {
+    const bool binds = !livery.regcodes.empty();
     std::erase_if(livery.regcodes, [&](const std::string& REGCODE) {
       if (REGCODE.size() <= maxRegcodeLength) return false;
       prepWarning(fmt::format("AIG title \"{}\": regcode {} too long, left out", livery.title, REGCODE));
       return true;
     });
-    if (!livery.title.empty()) DATA.aigLiveries.push_back(std::move(livery));
+    if (livery.title.empty()) continue;
+    // Without regcodes the element would read as a title not to use: a binding line must keep one.
+    if (binds && livery.regcodes.empty()) {
+      prepWarning(fmt::format("AIG title \"{}\": no regcode left, skipped", livery.title));
+      continue;
+    }
+    DATA.aigLiveries.push_back(std::move(livery));
   }
 }
 

@@ -257,6 +257,11 @@ void readAigSource(const fs::path& FILE, Sources& OUT) {
     if (fields.size() >= 2)
       for (const std::string_view regcode : splitTrimmed(fields[1]))
         livery.regcodes.emplace_back(regcode);
+    // "title;" binds nothing, as in the program's own text files; written out it would forbid the title.
+    if (fields.size() >= 2 && livery.regcodes.empty()) {
+      prepWarning(fmt::format("{}: no regcode: {}", FILE.string(), line));
+      continue;
+    }
     OUT.aigLiveries.push_back(std::move(livery));
   }
 }
