@@ -9,6 +9,7 @@
 
 #include <cmath>
 #include <initializer_list>
+#include <type_traits>
 
 namespace ory {
 namespace {
@@ -149,6 +150,15 @@ TEST_F(DbaseTest, halfWingspansFallBackToTheirCategoryAverageOrNaN) {
   EXPECT_NEAR(halfWingspan("AT72"), 34.1 * 0.5 / 1852, 1e-12);            // Large: A320 alone
   EXPECT_TRUE(std::isnan(halfWingspan("EC35")));                          // no rotorcraft has a span
   EXPECT_TRUE(std::isnan(halfWingspan("C56X")));
+}
+
+// The published FNV-1a test vectors; a byte above 127 must hash as unsigned, as on every platform.
+TEST(TextHash, isSixtyFourBitFnv1aOverUnsignedBytes) {
+  static_assert(std::is_same_v<decltype(dbaseRecords)::hasher, TextHash>);
+  EXPECT_EQ(fnv1a(""), 0xcbf29ce484222325ull);
+  EXPECT_EQ(fnv1a("a"), 0xaf63dc4c8601ec8cull);
+  EXPECT_EQ(fnv1a("foobar"), 0x85944171f73967e8ull);
+  EXPECT_EQ(fnv1a("\xff"), 0xaf64724c8602eb6eull);
 }
 
 TEST_F(DbaseTest, regcodesAreFoundWithAndWithoutTheirDash) {
