@@ -4,11 +4,13 @@
 #include "liveries/dbase.h"
 #include "liveries/fixes.h"
 #include "parking/airport_database.h"
+#include "support/process.h"
 #include "support/scratch.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <stdexcept>
 
@@ -249,6 +251,44 @@ TEST_F(DataprepTest, sourceFilesOfEveryShapeAreRead) {
   EXPECT_NE(xml.find(R"(<livery title="Old livery title" reg="" />)"), std::string::npos);
   writeVersionJson(2026, 1123, 5, "version.json");
   EXPECT_EQ(test::readFile("version.json"), "{\"major\":2026,\"minor\":1123,\"patch\":5}\n");
+}
+
+// The command line as the build and a person use it: default sources and rules, exit codes 0, 1 and 2.
+TEST_F(DataprepTest, theCommandLineBuildsShowsAndRefusesWhatItCannotDo) {
+  const fs::path here = fs::current_path();
+  const auto run = [&](const std::vector<std::string>& ARGUMENTS) {
+    test::ChildProcess dataprep(DATAPREP_PROGRAM, ARGUMENTS, here, here, here / "output.txt");
+    return dataprep.waitExit(std::chrono::seconds(60));
+  };
+  test::writeBytes("aig.txt", "KLM 737 special;PH-BXB;#\n");
+  ASSERT_EQ(run({"build", "--out", "served", "--aig", "aig.txt", "--version", "2026.1123.5"}), 0)
+      << test::readFile("output.txt");
+  EXPECT_NE(test::readFile("output.txt").find("version 2026.1123.5: "), std::string::npos);
+  for (const char* file : {"dbase/version.json", "aig/version.json"})
+    EXPECT_EQ(test::readFile(here / "served" / file), "{\"major\":2026,\"minor\":1123,\"patch\":5}\n");
+  EXPECT_NE(test::readFile("served/aig/AIG-regcodes.xml").find(R"(title="KLM 737 special" reg="PH-BXB")"),
+            std::string::npos);
+  EXPECT_TRUE(fs::exists("served/fixes.xml"));
+  EXPECT_TRUE(fs::exists("served/airports_p3d.xml"));
+
+  ASSERT_EQ(run({"show", "served/dbase/dbase.xml"}), 0);
+  EXPECT_NE(test::readFile("output.txt").find("[cargo_operators] "), std::string::npos);
+
+  test::writeBytes("broken.xml", "no XML <");
+  EXPECT_EQ(run({"show", "broken.xml"}), 1);
+  EXPECT_NE(test::readFile("output.txt").find("dataprep: broken.xml not read: "), std::string::npos);
+  fs::create_directories("empty");
+  EXPECT_EQ(run({"build", "--out", "again", "--sources", "empty"}), 1);
+  for (const std::vector<std::string>& wrong : {std::vector<std::string>{},
+                                                {"build"},
+                                                {"build", "--out"},
+                                                {"build", "--out", "x", "--colour", "red"},
+                                                {"show"},
+                                                {"make", "--out", "x"}}) {
+    EXPECT_EQ(run(wrong), 2) << wrong.size();
+    EXPECT_TRUE(test::readFile("output.txt").starts_with("usage: dataprep build --out DIR"));
+  }
+  EXPECT_FALSE(fs::exists("x"));
 }
 
 } // namespace
