@@ -366,7 +366,7 @@ void runLiveriesStep() {
                                    "lfolder parameter(-s), Manual 5.1");
     throw;
   }
-  if (exiting || userClosed) return;
+  if (lf_stopWanted()) return; // the scan stopped short: it is asked for again at the next start
   lf_loaded = true;
   logLineFlushed("-------------------------- liveries scan ends   --------------------------------\n");
   if (!scan) return;
