@@ -281,6 +281,7 @@ TEST_F(LiveriesScanTest, automaticFoldersComeFromTheSimulatorsConfiguration) {
   test::writeBytes(home / "AppData/Roaming/Lockheed Martin/Prepar3D v5/add-ons.cfg",
                    fmt::format("[Package.0]\nPATH={0}/Addons/AIG\nTITLE=AIG\nACTIVE=TRUE\nREQUIRED=FALSE\n\n"
                                "[Package.1]\nPATH={0}/Addons/Off\nACTIVE=FALSE\nREQUIRED=FALSE\n"
+                               "[DiscoveryPath.0]\nPATH={0}/Addons\nTITLE=Default\nACTIVE=TRUE\n"
                                "[Package.2]\nPATH={0}/Addons/Lights Reborn\nACTIVE=TRUE\nREQUIRED=FALSE\n"
                                "[Package.3]\nPATH={0}/Addons/NoXml\nACTIVE=TRUE\nREQUIRED=FALSE\n",
                                pathText(home)));
