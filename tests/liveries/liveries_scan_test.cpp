@@ -365,6 +365,19 @@ TEST_F(LiveriesScanTest, closingTheProgramStopsTheScan) {
   userClosed = false;
   EXPECT_TRUE(liveryTable.empty());
   EXPECT_FALSE(fs::exists(liveriesScannedFile));
+
+  // A reader that failed meanwhile stops the start-up's scan too; the scan stays asked for.
+  SCAN_LIVERIES.value = true;
+  LIG_AUTOMATIC.value = false;
+  lfolder[0].value = "AI";
+  readerError = true;
+  runLiveriesStep();
+  readerError = false;
+  EXPECT_TRUE(liveryTable.empty());
+  EXPECT_TRUE(SCAN_LIVERIES.value);
+  runLiveriesStep();
+  EXPECT_EQ(installedTitles(), (std::set<std::string>{"KLM one"}));
+  EXPECT_FALSE(SCAN_LIVERIES.value);
 }
 
 } // namespace
