@@ -42,10 +42,13 @@ std::string lf_upper(std::string_view TEXT) {
   return upper;
 }
 
+bool lf_isSection(std::string_view LINE) {
+  return trimBlanks(LINE).starts_with('[');
+}
+
 // "[Package.3]" or "[Entry.0]": a section line naming WORD.
 bool lf_isSection(std::string_view LINE, std::string_view UPPER_WORD) {
-  const std::string_view trimmed = trimBlanks(LINE);
-  return trimmed.starts_with('[') && lf_upper(trimmed).find(UPPER_WORD) != std::string::npos;
+  return lf_isSection(LINE) && lf_upper(trimBlanks(LINE)).find(UPPER_WORD) != std::string::npos;
 }
 
 bool lf_isKey(std::string_view LINE, std::string_view UPPER_KEY) {
@@ -123,11 +126,17 @@ fs::path configPath(std::string_view TEXT) {
 std::vector<fs::path> addOnPackageFolders(std::int32_t VERSION) {
   std::vector<fs::path> folders;
   std::int32_t found = 0;
+  // Only [Package.N] sections name packages; a [DiscoveryPath.N] holds packages that have entries of their
+  // own.
   lf_Package package;
+  bool inPackage = false;
   for (const std::string& line : lf_readConfig(lf_configFile(appDataFolder(), VERSION, "add-ons.cfg"))) {
-    if (lf_isSection(line, "PACKAGE")) {
+    if (lf_isSection(line)) {
       lf_examine(package, folders, found);
       package = {};
+      inPackage = lf_isSection(line, "PACKAGE");
+    } else if (!inPackage) {
+      continue;
     } else if (lf_isKey(line, "ACTIVE")) {
       package.active = isTrueText(lf_value(line));
     } else if (lf_isKey(line, "PATH")) {
@@ -144,6 +153,7 @@ std::vector<fs::path> simObjectsCfgFolders(std::int32_t VERSION, std::string_vie
   std::vector<fs::path> folders;
   std::vector<fs::path> entry;
   bool active = true;
+  bool inEntry = false;
   const auto close = [&] {
     if (active) folders.insert(folders.end(), entry.begin(), entry.end());
     entry.clear();
@@ -151,8 +161,11 @@ std::vector<fs::path> simObjectsCfgFolders(std::int32_t VERSION, std::string_vie
   };
   for (const std::string& line :
        lf_readConfig(lf_configFile(programDataFolder(), VERSION, "simobjects.cfg"))) {
-    if (lf_isSection(line, "ENTRY")) {
+    if (lf_isSection(line)) {
       close();
+      inEntry = lf_isSection(line, "ENTRY");
+    } else if (!inEntry) {
+      continue;
     } else if (lf_isKey(line, "ACTIVE")) {
       active = isTrueText(lf_value(line));
     } else if (lf_isKey(line, "PATH")) {

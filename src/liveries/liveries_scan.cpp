@@ -138,8 +138,9 @@ void lf_scanFolder(const fs::path& FOLDER, std::uint32_t FOLDER_INDEX) {
       }
       if (!entry.is_regular_file() || !lf_isLiveryFile(entry.path())) continue;
       scanWorkers.fetch_add(1);
-      futures.push_back(
-          std::async(std::launch::async, lf_worker, isIvaoPath(text), FOLDER_INDEX, entry.path()));
+      // Deferred is the fall-back when no thread can be had: the file is then read when it is collected.
+      futures.push_back(std::async(std::launch::async | std::launch::deferred, lf_worker, isIvaoPath(text),
+                                   FOLDER_INDEX, entry.path()));
       if (futures.size() > static_cast<std::size_t>(std::max(1, scanWorkerLimit.load()))) {
         lf_collect(futures.front(), "inner");
         futures.pop_front();
@@ -366,7 +367,7 @@ void runLiveriesStep() {
                                    "lfolder parameter(-s), Manual 5.1");
     throw;
   }
-  if (exiting || userClosed) return;
+  if (lf_stopWanted()) return; // the scan stopped short: it is asked for again at the next start
   lf_loaded = true;
   logLineFlushed("-------------------------- liveries scan ends   --------------------------------\n");
   if (!scan) return;

@@ -228,6 +228,43 @@ TEST_F(AircraftCfgTest, folderNamesAreFoundAsTheSimulatorFindsThem) {
   EXPECT_THAT(lf_searchLiveriesinFile(1, folder / "aircraft.cfg"), IsEmpty()) << "the flight model is a file";
 }
 
+// Of three missing paths only the first is reported: model, texture, flight model; IVAO files test the flight
+// model before the texture.
+TEST_F(AircraftCfgTest, theFirstMissingPathIsTheOneReported) {
+  const auto section = [](std::string TITLE, std::string MODEL, std::string TEXTURE, std::string SIM) {
+    test::CfgSection made = lf_section(std::move(TITLE), "KLM");
+    made.model = std::move(MODEL);
+    made.texture = std::move(TEXTURE);
+    made.sim = std::move(SIM);
+    return made;
+  };
+  for (const char* folder : {"SimObjects/paths", "SimObjects/IVAO_MTL/IVAO_B738"}) {
+    const std::vector<test::CfgSection> sections{
+        section("KLM all gone", "gone", "gone", "gone"), section("KLM two gone", "", "gone", "gone"),
+        section("KLM air gone", "", "", "gone"),
+        section(fmt::format("KLM in {}", folder), "", "", "aircraft")};
+    test::writeCfg(fs::path(folder) / "aircraft.cfg",
+                   {.atcModel = "B738", .sections = sections, .makeFolders = false});
+    for (const char* made : {"model", "texture"})
+      fs::create_directories(fs::path(folder) / made);
+    test::writeBytes(fs::path(folder) / "aircraft.air", "AIR");
+  }
+  EXPECT_THAT(titles(lf_searchLiveriesinFile(1, "SimObjects/paths/aircraft.cfg")),
+              ElementsAre("KLM in SimObjects/paths"));
+  EXPECT_THAT(titles(lf_searchIvaoLiveriesinFile(1, "SimObjects/IVAO_MTL/IVAO_B738/aircraft.cfg")),
+              ElementsAre("KLM in SimObjects/IVAO_MTL/IVAO_B738"));
+  const auto missing = [](const char* FOLDER, const char* NAME, int SECTION) {
+    return fmt::format("{} [fltsim.{}] does not exist", pathText(fs::path(FOLDER) / NAME), SECTION);
+  };
+  EXPECT_THAT(incompleteSectionsReport.lines(),
+              ElementsAre(missing("SimObjects/paths", "model.gone", 0),
+                          missing("SimObjects/paths", "texture.gone", 1),
+                          missing("SimObjects/paths", "gone.air", 2),
+                          missing("SimObjects/IVAO_MTL/IVAO_B738", "model.gone", 0),
+                          missing("SimObjects/IVAO_MTL/IVAO_B738", "gone.air", 1),
+                          missing("SimObjects/IVAO_MTL/IVAO_B738", "gone.air", 2)));
+}
+
 TEST_F(AircraftCfgTest, simCfgAndUtf16FilesReadLikeAircraftCfg) {
   test::CfgFile file{
       .atcModel = "B77W", .sections = {lf_section("Caf\xC3\xA9 livery", "AFR", "F-GSQA")}, .utf16 = true};

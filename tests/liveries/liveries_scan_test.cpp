@@ -20,6 +20,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <thread>
 
 namespace ory {
 namespace {
@@ -96,9 +98,38 @@ std::vector<std::string> lf_lines(const fs::path& FILE) {
 
 TEST_F(LiveriesScanTest, aGeneratedTreeFullOfFaultsLosesNoGoodLivery) {
   const test::TreeFacts facts = test::generateSimObjects("Library/SimObjects", {.files = 96, .seed = 5});
+  // Files that are broken beyond any one rule, among the generated ones.
+  const fs::path broken = "Library/SimObjects/Broken";
+  test::writeBytes(broken / "empty/aircraft.cfg", "");
+  std::string noise(3000, '\0');
+  for (std::size_t i = 0; i < noise.size(); ++i)
+    noise[i] = static_cast<char>((i * 7919 + 13) % 251);
+  test::writeBytes(broken / "noise/aircraft.cfg", noise);
+  test::writeBytes(broken / "oddwide/sim.cfg", std::string("\xFF\xFE[\0f\0l\0t\0", 10) + "\x01");
+  test::writeBytes(broken / "unclosed/aircraft.cfg", "[fltsim.0\ntitle=unclosed\natc_parking_codes=KLM\n");
+  fs::create_directories(broken / "folder/aircraft.cfg");
+  const std::set<std::string> sectionless{pathText(broken / "empty/aircraft.cfg"),
+                                          pathText(broken / "noise/aircraft.cfg"),
+                                          pathText(broken / "oddwide/sim.cfg")};
+
+  // The running workers, watched while the scan runs: never more than the limit and the one being collected.
+  std::atomic<bool> scanning = true;
+  std::atomic<std::int32_t> mostWorkers = 0;
+  std::thread watch([&] {
+    while (scanning) {
+      mostWorkers = std::max(mostWorkers.load(), scanWorkers.load());
+      std::this_thread::yield();
+    }
+  });
   loadLiveries(true, false, false, {"Library/SimObjects"});
+  scanning = false;
+  watch.join();
+  EXPECT_LE(mostWorkers.load(), scanWorkerLimit + 1);
+  EXPECT_EQ(scanWorkers.load(), 0);
 
   EXPECT_EQ(installedTitles(), facts.goodTitles);
+  const auto noSections = lf_lines(infoFolder / "AircraftCfgWithNoFltsimSection.txt");
+  EXPECT_EQ(std::set<std::string>(noSections.begin(), noSections.end()), sectionless);
   for (const std::size_t count : {facts.utf16Files, facts.invalidFiles, facts.missingFolders,
                                   facts.doubleTitles, facts.invalidAirlines})
     EXPECT_GT(count, 0u) << "the tree must hold every kind of fault";
@@ -108,10 +139,12 @@ TEST_F(LiveriesScanTest, aGeneratedTreeFullOfFaultsLosesNoGoodLivery) {
     });
   };
   const auto invalidFiles = lf_lines(errorsFolder / "InvalidAircraftCfgFiles.txt");
-  EXPECT_EQ(invalidFiles.size(), facts.invalidFiles);
+  EXPECT_EQ(invalidFiles.size(), facts.invalidFiles + 1);
   for (const std::string& line : invalidFiles)
     EXPECT_TRUE(line.starts_with("Line atc_model= is missing") ? hasFault(line, "atc_model")
-                                                               : hasFault(line, "gap"))
+                : line.ends_with("a [fltsim.] section without a number")
+                    ? line.starts_with(pathText(broken / "unclosed/aircraft.cfg"))
+                    : hasFault(line, "gap"))
         << line;
   std::size_t missing = 0;
   std::size_t doubles = 0;
@@ -141,7 +174,7 @@ TEST_F(LiveriesScanTest, aGeneratedTreeFullOfFaultsLosesNoGoodLivery) {
   loadLiveries(false, false, false, {});
   EXPECT_EQ(installed(), scanned);
   const std::string text = log();
-  EXPECT_THAT(text, HasSubstr(fmt::format("{} invalid aircraft.cfg files, see {}", facts.invalidFiles,
+  EXPECT_THAT(text, HasSubstr(fmt::format("{} invalid aircraft.cfg files, see {}", facts.invalidFiles + 1,
                                           pathText(errorsFolder / "InvalidAircraftCfgFiles.txt"))));
   EXPECT_THAT(text, HasSubstr("\nErrors:\n"));
   EXPECT_THAT(text, HasSubstr(fmt::format("No scan done, {} liveries read from ",
@@ -211,7 +244,7 @@ TEST_F(LiveriesScanTest, theWalkSkipsAirportFoldersAndReadsOnlyLiveryFiles) {
 TEST_F(LiveriesScanTest, processingBindsInlineRegcodesAndSummarisesTheCategories) {
   lf_package("AI/B738", "B738",
              {lf_section("KLM one", "KLM", "PH-AAA"), lf_section("KLM two", "KLM", "PH-AAA"),
-              lf_section("Maker house", "BOE")});
+              lf_section("Maker house", "BOE"), lf_section("KLM three codes", "KLM,KLMC,KLMX")});
   lf_package("AI/C56X", "C56X", {lf_section("Jet CARGO", "PVT"), lf_section("Jet two", "PVT")});
   lf_package("AI/B77W", "B77W", {lf_section("Generic 777", "ZZZ")});
   loadLiveries(true, false, false, {"AI"});
@@ -223,7 +256,11 @@ TEST_F(LiveriesScanTest, processingBindsInlineRegcodesAndSummarisesTheCategories
   EXPECT_FALSE(LIGHT_AIRCRAFT.value);
   EXPECT_FALSE(HELICOPTERS.value);
   EXPECT_FALSE(HIGH_PERF_AIRCRAFT.value);
-  EXPECT_EQ(display.liveryCount, 6);
+  EXPECT_EQ(display.liveryCount, 7);
+  const std::string stored = test::readFile(liveriesScannedFile);
+  EXPECT_NE(stored.find("title=\"KLM three codes\""), std::string::npos);
+  EXPECT_EQ(stored.find("title=\"KLM three codes\""), stored.rfind("title=\"KLM three codes\""))
+      << "the three codes of one airline give one record";
   const std::string text = log();
   EXPECT_THAT(text, HasSubstr("1 in-line regcode clashes, see \""));
   EXPECT_THAT(text, HasSubstr("\n1 registration codes\n"));
@@ -233,7 +270,7 @@ TEST_F(LiveriesScanTest, processingBindsInlineRegcodesAndSummarisesTheCategories
               HasSubstr("Category Light: No livery found\nLIGHT_AIRCRAFT temporary switched off because you "
                         "do not have light aircraft installed\n"));
   EXPECT_THAT(text, HasSubstr("Category Buzjets: 1 pax liverie and 1 cargo liverie\n  C56X\n"));
-  EXPECT_THAT(text, HasSubstr("Category Large: 3 pax liveries\n  B738\n"));
+  EXPECT_THAT(text, HasSubstr("Category Large: 4 pax liveries\n  B738\n"));
   EXPECT_THAT(text,
               HasSubstr("HELICOPTERS temporary switched off because you do not have Helicopters installed"));
 }
@@ -244,6 +281,7 @@ TEST_F(LiveriesScanTest, automaticFoldersComeFromTheSimulatorsConfiguration) {
   test::writeBytes(home / "AppData/Roaming/Lockheed Martin/Prepar3D v5/add-ons.cfg",
                    fmt::format("[Package.0]\nPATH={0}/Addons/AIG\nTITLE=AIG\nACTIVE=TRUE\nREQUIRED=FALSE\n\n"
                                "[Package.1]\nPATH={0}/Addons/Off\nACTIVE=FALSE\nREQUIRED=FALSE\n"
+                               "[DiscoveryPath.0]\nPATH={0}/Addons\nTITLE=Default\nACTIVE=TRUE\n"
                                "[Package.2]\nPATH={0}/Addons/Lights Reborn\nACTIVE=TRUE\nREQUIRED=FALSE\n"
                                "[Package.3]\nPATH={0}/Addons/NoXml\nACTIVE=TRUE\nREQUIRED=FALSE\n",
                                pathText(home)));
@@ -327,6 +365,19 @@ TEST_F(LiveriesScanTest, closingTheProgramStopsTheScan) {
   userClosed = false;
   EXPECT_TRUE(liveryTable.empty());
   EXPECT_FALSE(fs::exists(liveriesScannedFile));
+
+  // A reader that failed meanwhile stops the start-up's scan too; the scan stays asked for.
+  SCAN_LIVERIES.value = true;
+  LIG_AUTOMATIC.value = false;
+  lfolder[0].value = "AI";
+  readerError = true;
+  runLiveriesStep();
+  readerError = false;
+  EXPECT_TRUE(liveryTable.empty());
+  EXPECT_TRUE(SCAN_LIVERIES.value);
+  runLiveriesStep();
+  EXPECT_EQ(installedTitles(), (std::set<std::string>{"KLM one"}));
+  EXPECT_FALSE(SCAN_LIVERIES.value);
 }
 
 } // namespace

@@ -93,34 +93,42 @@ LiveryData lf_livery(std::string AIRLINE, std::string TYPE, std::string TITLE, b
   return {std::move(AIRLINE), std::move(TYPE), std::move(TITLE), std::move(REGCODE), 1, CARGO};
 }
 
+// Each row: an aircraft and what it gets at the depths 1 to 4, with the step it is counted at.
 TEST_F(MatchingTest, theLadderGoesAsDeepAsTheParameterAllows) {
-  install({lf_livery("DAL", "B738", "Delta 737", false, "N301DQ"), lf_livery("KLM", "B738", "KLM 737"),
-           lf_livery("ZZZ", "B77W", "Generic 777"), lf_livery("DAL", "B77W", "Delta 777"),
-           lf_livery("ZZZ", "C172", "Generic 172"), lf_livery("PVT", "C172", "Private 172"),
-           lf_livery("KLM", "PA28", "KLM Piper"), lf_livery("KLM", "EC35", "KLM heli")});
-
-  // Regcode first, at every depth.
-  EXPECT_EQ(at(1, aircraft("KLM", "B738", "N301DQ")), "Delta 737 @1");
-  EXPECT_EQ(at(1, aircraft("DAL", "B738")), "-") << "depth 1 knows regcodes only";
-  EXPECT_EQ(at(2, aircraft("DAL", "B738")), "Delta 737 @2");
-  // A similar type of the own airline at depth 3: any category.
-  EXPECT_EQ(at(2, aircraft("DAL", "B772")), "-");
-  EXPECT_EQ(at(3, aircraft("DAL", "B772")), "Delta 777 @3");
-  // A heavy aircraft takes a generic livery of its type only at depth 4, never another airline's colours.
-  EXPECT_EQ(at(3, aircraft("UAE", "B77W")), "-");
-  EXPECT_EQ(at(4, aircraft("UAE", "B77W")), "Generic 777 @4");
-  EXPECT_EQ(at(4, aircraft("UAE", "B738")), "-");
-  // A private aircraft: the generic livery first, counted as step 4, then the private one.
-  EXPECT_EQ(at(2, aircraft("PVT", "C172")), "Generic 172 @4");
-  // A light aircraft takes the generic livery at depth 3 too, then any airline's, then a look-alike's.
-  EXPECT_EQ(at(3, aircraft("DAL", "C172")), "Generic 172 @4");
-  EXPECT_EQ(at(3, aircraft("DAL", "PA28")), "KLM Piper @5");
-  EXPECT_EQ(at(3, aircraft("DAL", "DA40")), "Private 172 @6") << "C172 comes first in the DA40's group";
-  EXPECT_EQ(at(2, aircraft("DAL", "DA40")), "-");
-  // A rotorcraft type of no group borrows from one installed rotorcraft type.
-  EXPECT_EQ(at(4, aircraft("DAL", "R44")), "KLM heli @6");
-  EXPECT_EQ(at(4, aircraft("", "C56X")), "-") << "no buzjet is installed at all";
-  EXPECT_EQ(matchCounts, (std::array<std::uint32_t, 6>{1, 1, 1, 3, 1, 2}));
+  install({lf_livery("KLM", "B77W", "KLM 777", false, "PH-BVA"), lf_livery("ZZZ", "B77W", "Generic 777"),
+           lf_livery("PVT", "B744", "Private 747"), lf_livery("ZZZ", "C172", "Generic 172"),
+           lf_livery("PVT", "C172", "Private 172"), lf_livery("KLM", "PA28", "KLM Piper"),
+           lf_livery("KLM", "EC35", "KLM heli")});
+  struct Row {
+    MatchAircraft aircraft;
+    std::array<const char*, 4> expected;
+  };
+  const std::vector<Row> rows{
+      // Heavy: the own airline, then its similar types, then a generic livery of the type at depth 4 only.
+      {aircraft("KLM", "B77W", "PH-BVA"), {"KLM 777 @1", "KLM 777 @1", "KLM 777 @1", "KLM 777 @1"}},
+      {aircraft("UAE", "B77W", "PH-BVA"), {"KLM 777 @1", "KLM 777 @1", "KLM 777 @1", "KLM 777 @1"}},
+      {aircraft("KLM", "B77W"), {"-", "KLM 777 @2", "KLM 777 @2", "KLM 777 @2"}},
+      {aircraft("KLM", "B772"), {"-", "-", "KLM 777 @3", "KLM 777 @3"}},
+      {aircraft("UAE", "B77W"), {"-", "-", "-", "Generic 777 @4"}},
+      {aircraft("UAE", "B772"), {"-", "-", "-", "-"}},
+      // Light: from depth 3 on a generic livery, any airline's of the type, any airline's of a look-alike.
+      {aircraft("DAL", "C172"), {"-", "-", "Generic 172 @4", "Generic 172 @4"}},
+      {aircraft("DAL", "PA28"), {"-", "-", "KLM Piper @5", "KLM Piper @5"}},
+      {aircraft("DAL", "DA40"), {"-", "-", "Private 172 @6", "Private 172 @6"}},
+      {aircraft("KLM", "DA40"), {"-", "-", "KLM Piper @3", "KLM Piper @3"}},
+      // Private: a generic livery of the type first, counted as step 4, at any category.
+      {aircraft("PVT", "C172"), {"-", "Generic 172 @4", "Generic 172 @4", "Generic 172 @4"}},
+      {aircraft("PVT", "B77W"), {"-", "Generic 777 @4", "Generic 777 @4", "Generic 777 @4"}},
+      {aircraft("PVT", "B744"), {"-", "Private 747 @2", "Private 747 @2", "Private 747 @2"}},
+      {aircraft("PVT", "PA28"), {"-", "-", "Private 172 @3", "Private 172 @3"}},
+      // A rotorcraft type of no group borrows from one installed rotorcraft type; no buzjet is installed.
+      {aircraft("DAL", "R44"), {"-", "-", "KLM heli @6", "KLM heli @6"}},
+      {aircraft("", "C56X"), {"-", "-", "-", "-"}}};
+  for (const Row& row : rows)
+    for (int depth = 1; depth <= 4; ++depth)
+      EXPECT_EQ(at(depth, row.aircraft), row.expected[static_cast<std::size_t>(depth - 1)])
+          << row.aircraft.airline << " " << row.aircraft.type << " " << row.aircraft.regcode << " at depth "
+          << depth;
 }
 
 TEST_F(MatchingTest, aPrivateAircraftWithoutGenericLiveryTakesAPrivateOne) {
