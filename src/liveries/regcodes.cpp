@@ -172,6 +172,7 @@ void lf_readRegcodeText(const fs::path& FILE) {
 } // namespace
 
 void readDontUseTitles() {
+  dontUseTitles.clear(); // a second scan in the same process reads the files anew
   if (fs::exists(aigRegcodesFile)) lf_readDontUseXml();
   if (lf_folderFiles(myRegcodesFolder).empty()) return;
   const std::size_t before = dontUseTitles.size();
