@@ -241,7 +241,7 @@ void sendSimTime() {
     simEpochSeconds = simEpochSecondsOf(static_cast<std::int32_t>(user.zuluYear),
                                         static_cast<std::int32_t>(user.zuluDayOfYear), user.zuluTime);
   const std::int64_t seconds = simEpochSeconds;
-  if (seconds < 1 || !rtConnected) return;
+  if (seconds < 1 || !rtConnected || !rtProfessional) return;
   // The time may be the first to find RealTraffic gone; the position would then only find the link closed.
   if (!sendDataPacket(fmt::format("Qs123={}\r\n", seconds * 1000))) lf_realTrafficGone();
 }

@@ -224,6 +224,9 @@ TEST_F(TrafficLinkTest, aLostRealTrafficIsNoticedAndWaitedForUntilItComesBack) {
   std::atomic<int> lost{0};
   setTrafficLostAction([&] { ++lost; });
   auto peer = connectWithHandshake(R"({"version":"10","level":1})");
+  simEpochSeconds = 1735693200;
+  sendSimTime();
+  EXPECT_EQ(peer->read(200ms), "") << "no time for the standard licence";
   peer.reset();
   for (int second = 0; second < 20 && rtConnected; ++second) {
     sendUserPosition(user);
