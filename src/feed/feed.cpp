@@ -52,6 +52,11 @@ void resetFeed() {
   std::lock_guard lock(lf_watchLock);
   lf_qnhWatch = {};
   lf_trafficWatch = {};
+  // With its note gone the watchdog would never take a stale mark back.
+  for (std::atomic<FeedMark>* mark : {&display.weatherMark, &display.trafficMark}) {
+    FeedMark stale = FeedMark::stale;
+    mark->compare_exchange_strong(stale, FeedMark::running);
+  }
 }
 
 void setReaderUserPosition(double LAT, double LON) {

@@ -71,13 +71,18 @@ bool lf_waitReadable(const std::atomic<SocketHandle>& SOCKET) {
   }
 }
 
-void lf_trafficLost() {
+// A failed send on the main loop: the live aircraft go, and the feed starts afresh when RealTraffic is back.
+void lf_realTrafficGone() {
+  display.rtLinkUp = false;
+  repaintWindow();
   std::function<void()> action;
   {
     std::lock_guard lock(lf_stateLock);
     action = lf_trafficLostAction;
   }
   if (action) action();
+  resetFeed();
+  showMessage(fmt::format("{} RealTraffic gone? Wait for RealTraffic to re-connect ...", timeOfDay()), true);
 }
 
 } // namespace
@@ -227,12 +232,7 @@ void sendUserPosition(const UserPosition& USER) {
     clearMessage();
     return;
   }
-  if (sendDataPacket(positionLine(USER))) return;
-  display.rtLinkUp = false;
-  repaintWindow();
-  lf_trafficLost();
-  resetFeed();
-  showMessage(fmt::format("{} RealTraffic gone? Wait for RealTraffic to re-connect ...", timeOfDay()), true);
+  if (!sendDataPacket(positionLine(USER))) lf_realTrafficGone();
 }
 
 void sendSimTime() {
@@ -241,8 +241,9 @@ void sendSimTime() {
     simEpochSeconds = simEpochSecondsOf(static_cast<std::int32_t>(user.zuluYear),
                                         static_cast<std::int32_t>(user.zuluDayOfYear), user.zuluTime);
   const std::int64_t seconds = simEpochSeconds;
-  if (seconds < 1 || !rtConnected) return;
-  sendDataPacket(fmt::format("Qs123={}\r\n", seconds * 1000));
+  if (seconds < 1 || !rtConnected || !rtProfessional) return;
+  // The time may be the first to find RealTraffic gone; the position would then only find the link closed.
+  if (!sendDataPacket(fmt::format("Qs123={}\r\n", seconds * 1000))) lf_realTrafficGone();
 }
 
 void closeLink() {

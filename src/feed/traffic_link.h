@@ -40,8 +40,10 @@ std::string receive(); // one recv of the reply; empty when nothing was read
 bool sendDataPacket(std::string_view TEXT);
 // Tells RealTraffic where the user is; notices a lost RealTraffic and, on the next call, waits for it again.
 void sendUserPosition(const UserPosition& USER);
-void sendSimTime(); // "Qs123" from the simulator's UTC date and time, when known, to a connected client
-void closeLink();   // "exit" when connected, both sockets closed
+// "Qs123" from the simulator's UTC date and time, when known, to a connected client with the professional
+// licence; a failed send is a lost RealTraffic, as for the position.
+void sendSimTime();
+void closeLink(); // "exit" when connected, both sockets closed
 
 // The "Qs121" line of a position.
 std::string positionLine(const UserPosition& USER);

@@ -76,6 +76,13 @@ double lf_number(std::string_view FIELD, int FAILURE, std::string_view TEXT) {
   return value;
 }
 
+// For the values that reach the engine's geometry, where an infinity or a nan would spread.
+double lf_finiteNumber(std::string_view FIELD, int FAILURE, std::string_view TEXT) {
+  const double value = lf_number(FIELD, FAILURE, TEXT);
+  if (!std::isfinite(value)) throw SysErrorException(FAILURE, fmt::format(fmt::runtime(TEXT), FIELD));
+  return value;
+}
+
 // Digits up to the first non-digit; none at the start, or above 4,294,967,295, is a failure.
 std::uint32_t lf_wholeNumber(std::string_view FIELD, int FAILURE, std::string_view TEXT) {
   std::uint32_t value = 0;
@@ -162,7 +169,7 @@ LineResult TrafficReader::processLine() {
     if (fields.size() < fieldsOfALine) return lf_refused();
     PositionSlot& slot = record.slot;
 
-    record.timestamp = lf_number(fields[timestampField], 741, "timestamp:{}");
+    record.timestamp = lf_finiteNumber(fields[timestampField], 741, "timestamp:{}");
     if (record.timestamp > lf_millisecondsFrom) record.timestamp /= 1000;
     lastFeedTime.store(record.timestamp, std::memory_order_relaxed);
 
@@ -210,12 +217,14 @@ LineResult TrafficReader::processLine() {
     record.hexid = lf_wholeNumber(fields[hexidField], 640, "hexid incorrect {}");
     if (record.hexid <= lf_highestStaticHexid) return lf_refused();
 
-    slot.groundSpeed = lf_number(fields[groundSpeedField], 747, "gs:{}");
+    slot.groundSpeed = lf_finiteNumber(fields[groundSpeedField], 747, "gs:{}");
     // The callsign is read only below, so this refuses every line without a registration.
     if (record.regcode.empty() && record.callsign.empty()) return lf_refused();
 
     const std::string_view altitude = fields[altitudeField];
-    if (std::from_chars(altitude.data(), altitude.data() + altitude.size(), slot.altitude).ec != std::errc())
+    if (std::from_chars(altitude.data(), altitude.data() + altitude.size(), slot.altitude).ec !=
+            std::errc() ||
+        !std::isfinite(slot.altitude))
       throw SysErrorException(641, fmt::format("altitude {} incorrect, from: {}", altitude, line));
     const bool parked = hasParkAirport.load(std::memory_order_relaxed);
     const double elevation = parked ? parkElevation.load(std::memory_order_relaxed) : -1000;
@@ -233,21 +242,21 @@ LineResult TrafficReader::processLine() {
       return lf_refused();
 
     const std::string_view track = fields[trackField];
-    slot.track = track.empty() ? 0 : lf_number(track, 648, "track incorrect {}");
+    slot.track = track.empty() ? 0 : lf_finiteNumber(track, 648, "track incorrect {}");
     if (slot.track == 0 && slot.hasHeading) slot.track = slot.trueHeading * lf_radToDeg;
 
-    slot.verticalSpeed = lf_number(fields[verticalSpeedField], 748, "vs:{}");
+    slot.verticalSpeed = lf_finiteNumber(fields[verticalSpeedField], 748, "vs:{}");
     record.origin = lf_orEmpty(fields[originField]);
     record.destination = lf_orEmpty(fields[destinationField]);
     record.checksum = lf_wholeNumber(fields.back(), 749, "checksum:{}");
 
     if (slot.airborne) {
-      const double roll = lf_number(fields[rollField], 750, "roll:{}");
+      const double roll = lf_finiteNumber(fields[rollField], 750, "roll:{}");
       if (roll != -1 && roll != 0) {
         slot.roll = -roll * lf_degToRad; // the simulator banks the other way round
         slot.hasRoll = true;
       }
-      slot.tas = lf_number(fields[tasField], 691, "TAS incorrect {}");
+      slot.tas = lf_finiteNumber(fields[tasField], 691, "TAS incorrect {}");
       if (slot.tas == -1) slot.tas = tasFromAltitude(slot.altitude);
     }
     slot.stopped = false;

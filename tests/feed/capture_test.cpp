@@ -83,5 +83,27 @@ TEST_F(CaptureFileTest, registryAndTypesFillWhatOpenSkyLacks) {
   EXPECT_TRUE(jumbo);
 }
 
+TEST_F(CaptureFileTest, brokenInputIsNamedByFileAndLine) {
+  const auto failure = [](const auto& CALL) {
+    try {
+      CALL();
+    } catch (const std::runtime_error& e) {
+      return std::string(e.what());
+    }
+    return std::string("no failure");
+  };
+  test::writeBytes("track.csv", "hex,unix_time,lat,lon,alt_baro_ft,on_ground,gs_kt,track_deg,baro_rate_fpm,"
+                                "callsign,type,reg,category,true_heading,roll_deg,tas_kt,alt_geom_ft,squawk,"
+                                "source\n"
+                                "ac671b,1700000000,44.9,-93.2,1000,0,100,,,,,,,,,,,,\n"
+                                "ac671b,1700000001,44.9,-93.2x,1000,0,100,,,,,,,,,,,,\n");
+  EXPECT_EQ(failure([] {
+              convertTracks({{"track.csv"}, "out.cap", "", ""});
+            }),
+            "track.csv:3: not a number: -93.2x");
+  test::writeBytes("play.cap", "0.0 T RTTFC,1\n# a remark\n1.0 DROP soon\n");
+  EXPECT_EQ(failure([] { readCapture("play.cap"); }), "play.cap:3: not a capture entry");
+}
+
 } // namespace
 } // namespace ory

@@ -1,25 +1,21 @@
-// The feed end to end on loopback: feedplay, RealTraffic's stand-in, plays converted real tracks into the
-// readers and talks to the link while the main loop runs.
+// The feed end to end on loopback: feedplay, RealTraffic's stand-in, plays a converted real track into the
+// readers. The link with the whole program is tested in program_feed_test.cpp.
 #include "capture.h"
 #include "feed/feed.h"
 #include "feed/inbox.h"
 #include "feed/traffic_link.h"
-#include "frame/exceptions.h"
 #include "frame/log.h"
-#include "frame/main_loop.h"
 #include "frame/parameters.h"
 #include "frame/run.h"
 #include "frame/window.h"
-#include "simlink/user_aircraft.h"
 #include "support/process.h"
 #include "support/scratch.h"
 
 #include <gtest/gtest.h>
 
 #include <charconv>
+#include <ctime>
 #include <fstream>
-#include <random>
-#include <thread>
 
 namespace ory {
 namespace {
@@ -86,10 +82,6 @@ protected:
     ASSERT_TRUE(eventually([] { return display.trafficMark == FeedMark::running; }, 5s));
     ASSERT_FALSE(readerError) << "the feed ports are free";
   }
-  std::string log() {
-    flushLog();
-    return test::readFile("Log.txt");
-  }
 };
 
 TEST_F(FeedPlayTest, aConvertedRealFlightArrivesOnTheInboxAsItWasFlown) {
@@ -134,93 +126,6 @@ TEST_F(FeedPlayTest, aConvertedRealFlightArrivesOnTheInboxAsItWasFlown) {
       EXPECT_GE(r.timestamp, trafficInbox[i - 1].timestamp);
     }
   }
-}
-
-TEST_F(FeedPlayTest, theLinkTellsThePositionEverySecondAndWaitsOutALoss) {
-  rtDetected = true;
-  std::uint16_t port = 0;
-  std::mt19937 random(std::random_device{}());
-  for (int attempt = 0; attempt < 50 && port == 0; ++attempt) {
-    const auto candidate = static_cast<std::uint16_t>(20000 + random() % 30000);
-    try {
-      openServer(std::to_string(candidate));
-      port = candidate;
-    } catch (const SysErrorException&) {
-    }
-  }
-  ASSERT_NE(port, 0);
-  // Two helicopter reports, the link dropped for 3 s, two more.
-  std::vector<CaptureEntry> track = realTrack("rega_zh.json.gz", 4);
-  track[0].offset = 0;
-  track[1].offset = 1;
-  track.insert(track.begin() + 2, {2.5, CaptureKind::drop, "3", 3});
-  track[3].offset = 9;
-  track[4].offset = 10;
-  writeCapture("link.cap", track);
-  ChildProcess player(
-      FEEDPLAY_PATH,
-      {"play", "--capture", "link.cap", "--port", std::to_string(port), "--record", "link.txt"},
-      scratch.path(), scratch.path(), scratch.path() / "player.txt");
-  UserAircraft user;
-  user.lat = 47.3665;
-  user.lon = 8.5007;
-  user.altitude = 1950;
-  user.groundSpeed = 51;
-  user.zuluYear = 2019;
-  user.zuluDayOfYear = 144;
-  user.zuluTime = 76719; // 24 May 2019 21:18:39 UTC
-  writeUserAircraft(user);
-  handshake();
-  ASSERT_TRUE(rtConnected);
-  EXPECT_TRUE(rtProfessional) << "feedplay answers level 2";
-  sendSimTime();
-  startReaders();
-  simRunning = true;
-  startRunThread(RunThread::mainLoop, mainLoopThread);
-  // The simulator's seconds.
-  std::atomic<bool> ticking{true};
-  std::thread seconds([&] {
-    while (ticking) {
-      secondTick = true;
-      std::this_thread::sleep_for(1s);
-    }
-  });
-  const bool back =
-      eventually([&] { return log().find("RealTraffic re-connected") != std::string::npos; }, 20s);
-  std::this_thread::sleep_for(6s);
-  ticking = false;
-  seconds.join();
-  requestExit(ExitReason::userClosedSim, 0);
-  EXPECT_EQ(nextPostedMessage(15000), endMessage);
-  EXPECT_EQ(player.waitExit(10s), 0) << "feedplay ends with the program";
-  simRunning = false;
-  ASSERT_TRUE(back) << log();
-
-  const std::string written = log();
-  EXPECT_LT(written.find("RealTraffic gone? Wait for RealTraffic to re-connect ..."),
-            written.find("RealTraffic re-connected"));
-  const std::vector<std::string> received = test::fileLines(scratch.path() / "link.txt");
-  const std::string position =
-      positionLine(userPosition()).substr(0, positionLine(userPosition()).size() - 2);
-  std::vector<double> positionTimes;
-  int times = 0;
-  for (const std::string& entry : received) {
-    const std::size_t blank = entry.find(' ');
-    const std::string text = entry.substr(blank + 1);
-    if (text.starts_with("Qs121=")) {
-      EXPECT_EQ(text, position);
-      positionTimes.push_back(numberOf(entry.substr(0, blank)));
-    }
-    if (text == "Qs123=1558732719000") ++times;
-  }
-  EXPECT_EQ(received.front().substr(received.front().find(' ') + 1), "Qs999=version");
-  EXPECT_EQ(received.back().substr(received.back().find(' ') + 1), "exit") << "the program says goodbye";
-  EXPECT_GE(positionTimes.size(), 8u);
-  EXPECT_GE(times, 2) << "at the start, then every 5 seconds with a professional licence";
-  int oneSecondApart = 0;
-  for (std::size_t i = 1; i < positionTimes.size(); ++i)
-    oneSecondApart += std::abs(positionTimes[i] - positionTimes[i - 1] - 1) < 0.3 ? 1 : 0;
-  EXPECT_GE(oneSecondApart, static_cast<int>(positionTimes.size()) - 3) << "once a second, but for the loss";
 }
 
 } // namespace

@@ -21,9 +21,12 @@ std::unique_ptr<char[]> lf_exactCopy(const std::uint8_t* DATA, std::size_t SIZE)
 // What a record on the inbox must always be, whatever the line was.
 void lf_checkQueued(const TrafficRecord& RECORD) {
   const PositionSlot& slot = RECORD.slot;
-  const bool sane = RECORD.hexid > 10000 && !RECORD.regcode.empty() && RECORD.regcode.size() < 13 &&
+  bool finite = std::isfinite(RECORD.timestamp);
+  for (double value : {slot.roll, slot.trueHeading, slot.altitude, slot.groundSpeed, slot.track,
+                       slot.verticalSpeed, slot.tas})
+    finite = finite && std::isfinite(value);
+  const bool sane = finite && RECORD.hexid > 10000 && !RECORD.regcode.empty() && RECORD.regcode.size() < 13 &&
                     slot.lat >= -90 && slot.lat <= 90 && slot.lon >= -180 && slot.lon <= 180 &&
-                    !std::isnan(slot.altitude) &&
                     (!slot.hasHeading || (slot.trueHeading > 0 && slot.trueHeading <= 6.3)) &&
                     slot.airborne == (slot.altitude != 0) && (slot.airborne || slot.tas == 0);
   if (!sane) std::abort();

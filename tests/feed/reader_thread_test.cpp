@@ -128,6 +128,24 @@ TEST_F(WatchdogTest, aReaderWithoutNewPacketsIsStaleUntilPacketsComeAgain) {
   EXPECT_EQ(display.trafficMark, FeedMark::stale);
 }
 
+TEST_F(WatchdogTest, aResetTakesStaleMarksBackSoThatTheyCanRecover) {
+  qnhReader.packetCount = 2;
+  trafficReader.packetCount = 9;
+  feedWatchdog();
+  feedWatchdog();
+  ASSERT_EQ(display.weatherMark, FeedMark::stale);
+  ASSERT_EQ(display.trafficMark, FeedMark::stale);
+  resetFeed(); // RealTraffic lost, then back
+  EXPECT_EQ(display.weatherMark, FeedMark::running);
+  EXPECT_EQ(display.trafficMark, FeedMark::running);
+  qnhReader.packetCount = 1;
+  trafficReader.packetCount = 3;
+  feedWatchdog();
+  EXPECT_EQ(display.trafficMark, FeedMark::running);
+  feedWatchdog();
+  EXPECT_EQ(display.trafficMark, FeedMark::stale) << "and the watchdog goes on from the fresh counts";
+}
+
 TEST_F(WatchdogTest, nothingIsMarkedWhileTheLinkIsDown) {
   display.rtLinkUp = false;
   feedWatchdog();

@@ -304,6 +304,20 @@ TEST_F(TrafficLineTest, refusalsOfIdentityAndPlace) {
   EXPECT_EQ(take(nowhere).outcome, LineOutcome::queued);
 }
 
+TEST_F(TrafficLineTest, infinitiesAndNansNeverReachTheEngine) {
+  EXPECT_EQ(failure(takeWith(14, "inf")), 741);
+  EXPECT_EQ(failure(takeWith(4, "nan")), 641);
+  EXPECT_EQ(failure(takeWith(4, "-inf")), 641);
+  EXPECT_EQ(failure(takeWith(8, "inf")), 747);
+  EXPECT_EQ(failure(takeWith(7, "nan")), 648);
+  EXPECT_EQ(failure(takeWith(5, "nan")), 748);
+  EXPECT_EQ(failure(takeWith(20, "inf")), 691);
+  EXPECT_EQ(failure(takeWith(23, "nan")), 750);
+  EXPECT_EQ(failure(takeWith(25, "inf")), 746);
+  takeWith(25, "nan");
+  EXPECT_FALSE(queued().slot.hasHeading) << "a nan heading is no heading, as a negative one";
+}
+
 TEST_F(TrafficLineTest, groundVehiclesAreIgnoredBeforeSplitting) {
   for (const char* callsign : {"SNOW VEH", "VEH"}) {
     auto line = flyingLine();

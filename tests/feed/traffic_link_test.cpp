@@ -55,6 +55,26 @@ TEST(SimEpochTest, calendarDaysOfTheSimulatorsClock) {
   EXPECT_EQ(simEpochSecondsOf(2100, 60, 0), 4107542400) << "1 March 2100: no leap day";
 }
 
+class DetectionTest : public test::InScratchFolder {
+protected:
+  std::string message() {
+    std::lock_guard lock(windowTextLock);
+    return display.messageText;
+  }
+};
+
+TEST_F(DetectionTest, realTrafficsJarInAppDataTellsThatItRunsOnThisPc) {
+  rtDetected = true;
+  detectRealTraffic();
+  EXPECT_FALSE(rtDetected);
+  EXPECT_EQ(message(), "RealTraffic not detected at this PC");
+  test::writeBytes(scratch.path() / "AppData/Roaming/InsideSystems/RealTraffic.jar", "PK");
+  detectRealTraffic();
+  EXPECT_TRUE(rtDetected);
+  EXPECT_EQ(message(), "RealTraffic detected at this PC");
+  rtDetected = false;
+}
+
 class VersionReplyTest : public test::InScratchFolder {
 protected:
   void SetUp() override { display.archiveWeek = 23; }
@@ -204,6 +224,9 @@ TEST_F(TrafficLinkTest, aLostRealTrafficIsNoticedAndWaitedForUntilItComesBack) {
   std::atomic<int> lost{0};
   setTrafficLostAction([&] { ++lost; });
   auto peer = connectWithHandshake(R"({"version":"10","level":1})");
+  simEpochSeconds = 1735693200;
+  sendSimTime();
+  EXPECT_EQ(peer->read(200ms), "") << "no time for the standard licence";
   peer.reset();
   for (int second = 0; second < 20 && rtConnected; ++second) {
     sendUserPosition(user);
@@ -223,6 +246,22 @@ TEST_F(TrafficLinkTest, aLostRealTrafficIsNoticedAndWaitedForUntilItComesBack) {
   sendUserPosition(user);
   EXPECT_EQ(back.read(2s, "\r\n"), positionLine(user)) << "no version request after a re-connection";
   EXPECT_FALSE(rtProfessional) << "stays as the first reply left it";
+}
+
+TEST_F(TrafficLinkTest, aTimeThatFindsRealTrafficGoneIsTheLossAsWell) {
+  std::atomic<int> lost{0};
+  setTrafficLostAction([&] { ++lost; });
+  auto peer = connectWithHandshake(R"({"version":"10","level":2})");
+  peer.reset();
+  simEpochSeconds = 1735693200;
+  for (int second = 0; second < 20 && rtConnected; ++second) {
+    sendSimTime();
+    std::this_thread::sleep_for(10ms);
+  }
+  ASSERT_FALSE(rtConnected);
+  EXPECT_FALSE(display.rtLinkUp);
+  EXPECT_EQ(lost, 1) << "the live aircraft go";
+  EXPECT_NE(log().find("RealTraffic gone? Wait for RealTraffic to re-connect ..."), std::string::npos);
 }
 
 TEST_F(TrafficLinkTest, closingTheLinkEndsAWaitForRealTraffic) {

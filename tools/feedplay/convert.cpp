@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <fstream>
 #include <map>
@@ -222,26 +223,33 @@ json lf_recordsOfColumns(const json& COLUMNS) {
 // The flat trace CSV:
 // hex,unix_time,lat,lon,alt_baro_ft,on_ground,gs_kt,track_deg,baro_rate_fpm,callsign,type,
 // reg,category,true_heading,roll_deg,tas_kt,alt_geom_ft,squawk,source.
-std::vector<TrackPoint> lf_flatCsv(const std::string& TEXT) {
+std::vector<TrackPoint> lf_flatCsv(const std::string& TEXT, const std::string& PATH) {
   std::vector<TrackPoint> points;
   std::stringstream lines(TEXT);
   std::string line;
   std::getline(lines, line);
-  const auto number = [](const std::string& CELL) -> std::optional<double> {
+  int lineNumber = 1;
+  // The whole cell, or the file and line are named.
+  const auto number = [&](const std::string& CELL) -> std::optional<double> {
     if (CELL.empty()) return std::nullopt;
-    return std::stod(CELL);
+    double value = 0;
+    const auto [end, error] = std::from_chars(CELL.data(), CELL.data() + CELL.size(), value);
+    if (error != std::errc() || end != CELL.data() + CELL.size())
+      throw std::runtime_error(fmt::format("{}:{}: not a number: {}", PATH, lineNumber, CELL));
+    return value;
   };
   while (std::getline(lines, line)) {
+    ++lineNumber;
     const auto c = lf_csvRow(line);
-    if (c.size() < 19 || c[2].empty() || c[3].empty() || c[6].empty()) continue;
+    if (c.size() < 19 || c[1].empty() || c[2].empty() || c[3].empty() || c[6].empty()) continue;
     TrackPoint point;
     point.hexid = lf_hexid(c[0]);
-    point.time = std::stod(c[1]);
-    point.lat = std::stod(c[2]);
-    point.lon = std::stod(c[3]);
+    point.time = *number(c[1]);
+    point.lat = *number(c[2]);
+    point.lon = *number(c[3]);
     point.onGround = c[5] == "1";
     point.altitude = number(c[4]).value_or(0);
-    point.groundSpeed = std::stod(c[6]);
+    point.groundSpeed = *number(c[6]);
     point.track = number(c[7]);
     point.verticalRate = number(c[8]).value_or(0);
     point.callsign = c[9];
@@ -262,7 +270,7 @@ std::vector<TrackPoint> lf_readSource(const std::string& PATH) {
   const std::string text = lf_readMaybeGzipped(PATH);
   const std::size_t first = text.find_first_not_of(" \t\r\n");
   if (first == std::string::npos) throw std::runtime_error(PATH + " is empty");
-  if (text[first] != '{' && text[first] != '[') return lf_flatCsv(text);
+  if (text[first] != '{' && text[first] != '[') return lf_flatCsv(text, PATH);
   const json source = json::parse(text);
   if (source.is_object() && source.contains("trace")) return lf_readsbTrace(source);
   if (source.is_object()) return lf_openSkyRecords(lf_recordsOfColumns(source));
