@@ -63,16 +63,17 @@ void lf_runJobs(const DueJobs& JOBS) {
   if (JOBS.every5) lf_every5Seconds();
   if (JOBS.every15 && lf_aMarkIsStale()) feedWatchdog();
   if (JOBS.every30) {
+    serveNoMatchClear();
+    if (AUTO_RANGE.value) autoRange();
     if (readerError) {
       showError("1001: RT error");
       requestExit(ExitReason::systemError, 0);
     }
-    if (AUTO_RANGE.value) autoRange();
-    serveNoMatchClear();
     flushLog();
   }
-  if (JOBS.every1200) writeNoMatchList();
   if (JOBS.every60) display.minutesToRenewal = 20 - ((JOBS.s / 60) % 20);
+  if (JOBS.every1200) writeNoMatchList();
+  if (JOBS.daily) writeMatchingSummary();
   if (JOBS.every59) feedWatchdog();
 }
 

@@ -210,18 +210,9 @@ void lf_paint(HWND WINDOW) {
   EndPaint(WINDOW, &paint);
 }
 
-// Keeps the window where the user left it; a minimised window reports -32000, which is not kept.
 void lf_savePosition(HWND WINDOW) {
   RECT rect{};
-  if (!GetWindowRect(WINDOW, &rect)) return;
-  for (auto [parameter, value] :
-       {std::pair{&MAIN_WINDOW_X, rect.left}, std::pair{&MAIN_WINDOW_Y, rect.top}}) {
-    const std::int32_t before = parameter->value;
-    parameter->set(value);
-    if (parameter->value == parameter->minimum || parameter->value == parameter->maximum)
-      parameter->set(before);
-    storeInt(*parameter);
-  }
+  if (GetWindowRect(WINDOW, &rect)) keepWindowPosition(rect.left, rect.top);
 }
 
 LRESULT CALLBACK lf_procedure(HWND WINDOW, UINT MESSAGE, WPARAM W, LPARAM L) {
@@ -251,14 +242,6 @@ LRESULT CALLBACK lf_procedure(HWND WINDOW, UINT MESSAGE, WPARAM W, LPARAM L) {
   default:
     return DefWindowProcW(WINDOW, MESSAGE, W, L);
   }
-}
-
-// A value left at a limit (a window closed while minimised) goes back to its default.
-void lf_readPosition(IntParameter& PARAMETER) {
-  if (!readIntParameter(PARAMETER)) return;
-  if (PARAMETER.value != PARAMETER.minimum && PARAMETER.value != PARAMETER.maximum) return;
-  PARAMETER.set(PARAMETER.defaultValue);
-  storeInt(PARAMETER);
 }
 
 } // namespace
@@ -333,8 +316,7 @@ bool createMainWindow(void* INSTANCE) {
   windowClass.hbrBackground = static_cast<HBRUSH>(GetStockObject(BLACK_BRUSH));
   windowClass.lpszClassName = L"Trovalyn_P3D";
   if (!RegisterClassExW(&windowClass)) return false;
-  lf_readPosition(MAIN_WINDOW_X);
-  lf_readPosition(MAIN_WINDOW_Y);
+  readWindowPosition();
   lf_window = CreateWindowExW(0, windowClass.lpszClassName, lf_title, WS_OVERLAPPED | WS_CAPTION | WS_SYSMENU,
                               MAIN_WINDOW_X.value, MAIN_WINDOW_Y.value, lf_width, lf_height, nullptr, nullptr,
                               instance, nullptr);
