@@ -1,4 +1,5 @@
 #include "feed/feed.h"
+#include "feed/inbox.h"
 #include "feed/traffic_link.h"
 #include "frame/exceptions.h"
 #include "frame/log.h"
@@ -37,6 +38,7 @@ void lf_waitForThreads() {
 void lf_resetForRestart(ExitReason REASON) {
   clearError();
   resetFeed();
+  clearTrafficInbox(); // records of the run that ended
   if (REASON != ExitReason::restartIpp) {
     SCAN_LIVERIES.value = false;
     storeBool(SCAN_LIVERIES);

@@ -1,3 +1,4 @@
+#include "feed/inbox.h"
 #include "frame/exceptions.h"
 #include "frame/log.h"
 #include "frame/main_loop.h"
@@ -83,6 +84,10 @@ TEST_F(ExitTest, aRestartResetsTheRunAndPostsTheStartAgainKeepingParameters) {
   showError("1001: RT error");
   SCAN_LIVERIES.value = true;
   SCAN_AIRPORTS.value = true;
+  {
+    std::lock_guard lock(feedLock);
+    trafficInbox.emplace_back();
+  }
 
   requestExit(ExitReason::restart, 1);
   EXPECT_EQ(waitForPost(15s), startMessage) << "a restart starts again in the same process";
@@ -96,6 +101,10 @@ TEST_F(ExitTest, aRestartResetsTheRunAndPostsTheStartAgainKeepingParameters) {
   EXPECT_EQ(BLOCK_CALLSIGN.value, "KLM123") << "a restart keeps the blocked callsign";
   EXPECT_FALSE(SCAN_LIVERIES.value);
   EXPECT_FALSE(SCAN_AIRPORTS.value);
+  {
+    std::lock_guard lock(feedLock);
+    EXPECT_TRUE(trafficInbox.empty()) << "no record of the old run is played in the new one";
+  }
   {
     std::lock_guard lock(windowTextLock);
     EXPECT_TRUE(display.errorText.empty()) << "the error line is cleared";
