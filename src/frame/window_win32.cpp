@@ -4,6 +4,7 @@
 
 #include "frame/log.h"
 #include "frame/parameters.h"
+#include "frame/run.h"
 #include "frame/version.h"
 #include "frame/window.h"
 #include "frame/window_face.h"
@@ -138,7 +139,7 @@ std::string lf_countText(std::string_view NAME, std::int32_t COUNT) {
 }
 
 void lf_paintStatus(HDC DC) {
-  const bool simFull = display.simConnected && !lf_guarded(display.simSubText).empty();
+  const bool simFull = display.simConnected && simRunning && !lf_guarded(display.simSubText).empty();
   lf_fill(DC, {397, 30, 425, 112}, simFull ? lf_lime : display.simConnected ? lf_yellow : lf_red);
   lf_text(DC, 398, 63, lf_black, "Sim");
   lf_text(DC, 5, 35, lf_lime, lf_guarded(display.simText));
