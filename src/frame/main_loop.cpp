@@ -9,6 +9,7 @@
 #include "frame/window.h"
 #include "liveries/matching.h"
 #include "os/timer.h"
+#include "simlink/batches.h"
 #include "simlink/user_aircraft.h"
 
 #include <fmt/format.h>
@@ -44,6 +45,12 @@ void lf_pausedPass() {
     setQueueOpen(false);
     flightPaused = true;
     pauseCountdown = 100;
+    {
+      // Positions of before the pause would set the aircraft back when it ends.
+      std::lock_guard lock(batchLock);
+      positionBatch.engineHalf.clear();
+      positionBatch.simulatorHalf.clear();
+    }
     logLine(fmt::format("{} Flight not running", timeOfDay()));
   }
   if (--pauseCountdown > 0) return;
