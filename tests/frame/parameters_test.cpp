@@ -172,11 +172,17 @@ TEST_F(ParametersTest, anUpgradeRemovesTheNamesOfOlderVersions) {
   EXPECT_NE(readFile("Log.txt").find("This is a version update from 8.7.12 -> 8.8.0"), std::string::npos);
 }
 
-TEST_F(ParametersTest, aNewerFileIsNotDowngradedButTakesThisVersion) {
+TEST_F(ParametersTest, onlyAnOlderVersionIsUpgraded) {
   lf_writeParameters(lf_entry("PROGRAM_VERSION", "9.0.0") + lf_entry("SECONDS_DELAY", "30"));
   loadParameters();
-  EXPECT_EQ(lf_valueInFile("PROGRAM_VERSION"), "8.8.0");
+  EXPECT_EQ(lf_valueInFile("PROGRAM_VERSION"), "8.8.0") << "a newer file takes this version";
   EXPECT_TRUE(lf_namesInFile().contains("SECONDS_DELAY")) << "no upgrade steps from a newer version";
+
+  lf_writeParameters(lf_entry("PROGRAM_VERSION", "8.8.0") + lf_entry("SECONDS_DELAY", "30") +
+                     lf_entry("DATA_CHECKED_AT_DATE", "abc"));
+  loadParameters();
+  EXPECT_TRUE(lf_namesInFile().contains("SECONDS_DELAY")) << "nor from this version";
+  EXPECT_EQ(DATA_CHECKED_AT_DATE.value, "abc");
 }
 
 TEST_F(ParametersTest, aCorruptFileIsKeptAsideAndReplacedByDefaults) {
