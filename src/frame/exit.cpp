@@ -1,4 +1,5 @@
 #include "feed/feed.h"
+#include "feed/inbox.h"
 #include "feed/traffic_link.h"
 #include "frame/exceptions.h"
 #include "frame/log.h"
@@ -8,7 +9,10 @@
 #include "frame/version.h"
 #include "frame/window.h"
 #include "liveries/matching.h"
+#include "parking/airport_file.h"
+#include "parking/stands.h"
 #include "simlink/session.h"
+#include "simlink/user_aircraft.h"
 
 #include <fmt/format.h>
 
@@ -34,6 +38,7 @@ void lf_waitForThreads() {
 void lf_resetForRestart(ExitReason REASON) {
   clearError();
   resetFeed();
+  clearTrafficInbox(); // records of the run that ended
   if (REASON != ExitReason::restartIpp) {
     SCAN_LIVERIES.value = false;
     storeBool(SCAN_LIVERIES);
@@ -43,6 +48,9 @@ void lf_resetForRestart(ExitReason REASON) {
   resetRunState();
   resetMainLoopState();
   resetSimLink();
+  userStateReset();
+  resetStands();
+  parkAirportCode.clear();
   exiting = false;
   LATERAL_RANGE.set(LATERAL_RANGE.value);
   setRange(LATERAL_RANGE.value);
@@ -82,9 +90,9 @@ bool lf_exitSteps(ExitReason REASON, int SECONDS) {
       writeMatchingSummary();
       writeNoMatchList();
     }
-    enableControl(flushStaticButton, false);
-    enableControl(parking_percentage, false);
     lf_waitForThreads();
+    // The stands belong to the main loop: saved once it has ended, or given up waiting for.
+    closeParkAirport();
     if (lf_isRestart(REASON)) {
       lf_resetForRestart(REASON);
       lf_countDown(SECONDS);

@@ -9,6 +9,7 @@
 #include "frame/window.h"
 #include "liveries/matching.h"
 #include "os/timer.h"
+#include "simlink/batches.h"
 #include "simlink/user_aircraft.h"
 
 #include <fmt/format.h>
@@ -44,6 +45,12 @@ void lf_pausedPass() {
     setQueueOpen(false);
     flightPaused = true;
     pauseCountdown = 100;
+    {
+      // Positions of before the pause would set the aircraft back when it ends.
+      std::lock_guard lock(batchLock);
+      positionBatch.engineHalf.clear();
+      positionBatch.simulatorHalf.clear();
+    }
     logLine(fmt::format("{} Flight not running", timeOfDay()));
   }
   if (--pauseCountdown > 0) return;
@@ -63,16 +70,17 @@ void lf_runJobs(const DueJobs& JOBS) {
   if (JOBS.every5) lf_every5Seconds();
   if (JOBS.every15 && lf_aMarkIsStale()) feedWatchdog();
   if (JOBS.every30) {
+    serveNoMatchClear();
+    if (AUTO_RANGE.value) autoRange();
     if (readerError) {
       showError("1001: RT error");
       requestExit(ExitReason::systemError, 0);
     }
-    if (AUTO_RANGE.value) autoRange();
-    serveNoMatchClear();
     flushLog();
   }
-  if (JOBS.every1200) writeNoMatchList();
   if (JOBS.every60) display.minutesToRenewal = 20 - ((JOBS.s / 60) % 20);
+  if (JOBS.every1200) writeNoMatchList();
+  if (JOBS.daily) writeMatchingSummary();
   if (JOBS.every59) feedWatchdog();
 }
 

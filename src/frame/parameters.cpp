@@ -259,6 +259,22 @@ void lf_readFolders(pugi::xml_document& DOCUMENT, std::array<TextParameter, 10>&
   }
 }
 
+// A file that is there but can't be read is kept beside, so that the user's settings can still be mended by
+// hand; defaults take its place.
+void lf_keepUnreadable(const std::filesystem::path& PATH, const pugi::xml_parse_result& PARSED) {
+  std::filesystem::path kept = PATH;
+  kept += ".unreadable";
+  std::error_code error;
+  std::filesystem::rename(PATH, kept, error);
+  const std::string why =
+      PARSED ? "no parameters element" : fmt::format("{} at byte {}", PARSED.description(), PARSED.offset);
+  if (error)
+    logWarning(
+        fmt::format("{} can't be read ({}), and could not be kept: {}", PATH.string(), why, error.message()));
+  else
+    logWarning(fmt::format("{} can't be read ({}), kept as {}", PATH.string(), why, kept.string()));
+}
+
 void lf_upgradeVersion() {
   const Version build = parseVersion(programVersion);
   if (PROGRAM_VERSION.value == PROGRAM_VERSION.defaultValue) {
@@ -314,7 +330,9 @@ void loadParameters() {
   const std::filesystem::path path = parametersPath();
   logLine(fmt::format("parameters from \"{}\"", path.string()));
   pugi::xml_document document;
-  if (!document.load_file(path.c_str()) || !document.child("parameters")) {
+  const pugi::xml_parse_result parsed = document.load_file(path.c_str());
+  if (!parsed || !document.child("parameters")) {
+    if (parsed.status != pugi::status_file_not_found) lf_keepUnreadable(path, parsed);
     logLine(fmt::format("{} not found, default values taken:", path.string()));
     document.reset();
     document.append_child("parameters");

@@ -216,6 +216,17 @@ void lf_waitForFirstTraffic() {
   if (lastFeedTime == 0 && !lf_stopWanted()) logLine("No traffic in this region?");
 }
 
+// The text of the exception in hand, in the error line.
+void lf_showCaught() {
+  try {
+    throw;
+  } catch (const std::exception& e) {
+    showError(e.what());
+  } catch (...) {
+    showError("Unknown exception");
+  }
+}
+
 } // namespace
 
 void launchStartUp() {
@@ -228,6 +239,7 @@ void startRun() {
     display.simConnected = false;
     display.rtLinkUp = false;
     if (!lf_waitForSimulator()) return;
+    flushLog();
     lf_linkRealTraffic();
     if (lf_stopWanted()) return;
     lf_startReaders();
@@ -237,11 +249,13 @@ void startRun() {
     flushLog();
     startRunThread(RunThread::mainLoop, mainLoopThread);
   } catch (...) {
+    // Whatever went wrong here, even a user's error, leaves no run to go on with.
+    lf_showCaught();
     if (rtConnected) {
       closeLink();
       display.rtLinkUp = false;
     }
-    reportException("startRun");
+    requestExit(ExitReason::systemError, 0);
   }
 }
 

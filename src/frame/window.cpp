@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace ory {
 
@@ -70,6 +71,29 @@ void resetDisplay() {
   display.updateCount = 0;
   display.fitAverage = -1.0f;
   repaintWindow();
+}
+
+namespace {
+bool lf_atLimit(const IntParameter& PARAMETER) {
+  return PARAMETER.value == PARAMETER.minimum || PARAMETER.value == PARAMETER.maximum;
+}
+} // namespace
+
+void readWindowPosition() {
+  for (IntParameter* parameter : {&MAIN_WINDOW_X, &MAIN_WINDOW_Y}) {
+    if (!readIntParameter(*parameter) || !lf_atLimit(*parameter)) continue;
+    parameter->set(parameter->defaultValue);
+    storeInt(*parameter);
+  }
+}
+
+void keepWindowPosition(int LEFT, int TOP) {
+  for (auto [parameter, value] : {std::pair{&MAIN_WINDOW_X, LEFT}, std::pair{&MAIN_WINDOW_Y, TOP}}) {
+    const std::int32_t before = parameter->value;
+    parameter->set(value);
+    if (lf_atLimit(*parameter)) parameter->set(before);
+    storeInt(*parameter);
+  }
 }
 
 void onStartMessage() {

@@ -71,6 +71,13 @@ void repaintWindow();
 void postWindowMessage(unsigned MESSAGE);
 bool windowExists();
 
+// MAIN_WINDOW_X and MAIN_WINDOW_Y from parameters.xml, which is not created here; a value at a limit of its
+// parameter goes back to its default and is stored.
+void readWindowPosition();
+// Stores where the window stands at the end; a coordinate that lands on a limit (a minimised window reports
+// -32000) keeps the value it had.
+void keepWindowPosition(int LEFT, int TOP);
+
 // The frame's handling of its own messages, shared by both faces.
 void onStartMessage(); // 0x8001: starts lf_startUpTrovalyn on its own thread
 void onCloseRequest(); // the user closes the window

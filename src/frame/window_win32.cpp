@@ -4,6 +4,7 @@
 
 #include "frame/log.h"
 #include "frame/parameters.h"
+#include "frame/run.h"
 #include "frame/version.h"
 #include "frame/window.h"
 #include "frame/window_face.h"
@@ -138,7 +139,7 @@ std::string lf_countText(std::string_view NAME, std::int32_t COUNT) {
 }
 
 void lf_paintStatus(HDC DC) {
-  const bool simFull = display.simConnected && !lf_guarded(display.simSubText).empty();
+  const bool simFull = display.simConnected && simRunning && !lf_guarded(display.simSubText).empty();
   lf_fill(DC, {397, 30, 425, 112}, simFull ? lf_lime : display.simConnected ? lf_yellow : lf_red);
   lf_text(DC, 398, 63, lf_black, "Sim");
   lf_text(DC, 5, 35, lf_lime, lf_guarded(display.simText));
@@ -210,18 +211,9 @@ void lf_paint(HWND WINDOW) {
   EndPaint(WINDOW, &paint);
 }
 
-// Keeps the window where the user left it; a minimised window reports -32000, which is not kept.
 void lf_savePosition(HWND WINDOW) {
   RECT rect{};
-  if (!GetWindowRect(WINDOW, &rect)) return;
-  for (auto [parameter, value] :
-       {std::pair{&MAIN_WINDOW_X, rect.left}, std::pair{&MAIN_WINDOW_Y, rect.top}}) {
-    const std::int32_t before = parameter->value;
-    parameter->set(value);
-    if (parameter->value == parameter->minimum || parameter->value == parameter->maximum)
-      parameter->set(before);
-    storeInt(*parameter);
-  }
+  if (GetWindowRect(WINDOW, &rect)) keepWindowPosition(rect.left, rect.top);
 }
 
 LRESULT CALLBACK lf_procedure(HWND WINDOW, UINT MESSAGE, WPARAM W, LPARAM L) {
@@ -251,14 +243,6 @@ LRESULT CALLBACK lf_procedure(HWND WINDOW, UINT MESSAGE, WPARAM W, LPARAM L) {
   default:
     return DefWindowProcW(WINDOW, MESSAGE, W, L);
   }
-}
-
-// A value left at a limit (a window closed while minimised) goes back to its default.
-void lf_readPosition(IntParameter& PARAMETER) {
-  if (!readIntParameter(PARAMETER)) return;
-  if (PARAMETER.value != PARAMETER.minimum && PARAMETER.value != PARAMETER.maximum) return;
-  PARAMETER.set(PARAMETER.defaultValue);
-  storeInt(PARAMETER);
 }
 
 } // namespace
@@ -333,8 +317,7 @@ bool createMainWindow(void* INSTANCE) {
   windowClass.hbrBackground = static_cast<HBRUSH>(GetStockObject(BLACK_BRUSH));
   windowClass.lpszClassName = L"Trovalyn_P3D";
   if (!RegisterClassExW(&windowClass)) return false;
-  lf_readPosition(MAIN_WINDOW_X);
-  lf_readPosition(MAIN_WINDOW_Y);
+  readWindowPosition();
   lf_window = CreateWindowExW(0, windowClass.lpszClassName, lf_title, WS_OVERLAPPED | WS_CAPTION | WS_SYSMENU,
                               MAIN_WINDOW_X.value, MAIN_WINDOW_Y.value, lf_width, lf_height, nullptr, nullptr,
                               instance, nullptr);

@@ -1,9 +1,11 @@
+#include "feed/inbox.h"
 #include "frame/exceptions.h"
 #include "frame/log.h"
 #include "frame/main_loop.h"
 #include "frame/parameters.h"
 #include "frame/run.h"
 #include "frame/window.h"
+#include "support/process.h"
 #include "support/scratch.h"
 
 #include <gtest/gtest.h>
@@ -82,6 +84,10 @@ TEST_F(ExitTest, aRestartResetsTheRunAndPostsTheStartAgainKeepingParameters) {
   showError("1001: RT error");
   SCAN_LIVERIES.value = true;
   SCAN_AIRPORTS.value = true;
+  {
+    std::lock_guard lock(feedLock);
+    trafficInbox.emplace_back();
+  }
 
   requestExit(ExitReason::restart, 1);
   EXPECT_EQ(waitForPost(15s), startMessage) << "a restart starts again in the same process";
@@ -95,6 +101,10 @@ TEST_F(ExitTest, aRestartResetsTheRunAndPostsTheStartAgainKeepingParameters) {
   EXPECT_EQ(BLOCK_CALLSIGN.value, "KLM123") << "a restart keeps the blocked callsign";
   EXPECT_FALSE(SCAN_LIVERIES.value);
   EXPECT_FALSE(SCAN_AIRPORTS.value);
+  {
+    std::lock_guard lock(feedLock);
+    EXPECT_TRUE(trafficInbox.empty()) << "no record of the old run is played in the new one";
+  }
   {
     std::lock_guard lock(windowTextLock);
     EXPECT_TRUE(display.errorText.empty()) << "the error line is cleared";
@@ -167,6 +177,54 @@ TEST_F(ExitTest, exceptionsAreSortedByType) {
     EXPECT_EQ(display.errorText, "mainLoop: sys error 40: Failed to write file Log.txt");
   }
   EXPECT_EQ(waitForPost(20s), endMessage);
+}
+
+// The start-up in this process, as the entry runs it on the start message, up to its wait for the simulator.
+class RestartTest : public test::InScratchFolder {
+protected:
+  void SetUp() override {
+    test::installPreparedData(scratch.path());
+    test::presetEarlierRun(scratch.path(), "C:\\P3D v5");
+    openLog();
+  }
+  void TearDown() override { closeLog(); }
+
+  static std::size_t count(const std::string& TEXT, std::string_view PART) {
+    std::size_t found = 0;
+    for (auto at = TEXT.find(PART); at != std::string::npos; at = TEXT.find(PART, at + 1))
+      ++found;
+    return found;
+  }
+  static bool logReaches(std::string_view LINE, std::size_t TIMES) {
+    return test::eventually(
+        [&] {
+          flushLog();
+          return count(test::readFile("Log.txt"), LINE) >= TIMES;
+        },
+        20s);
+  }
+};
+
+TEST_F(RestartTest, aRestartStartsAgainInTheSameProcessWithoutReadingTheAircraftDataAgain) {
+  onStartMessage();
+  ASSERT_TRUE(logReaches("Waiting for Prepar3Dv5 ...\n", 1)) << test::readFile("Log.txt");
+  requestExit(ExitReason::restart, 0);
+  ASSERT_EQ(nextPostedMessage(15000), startMessage);
+  onStartMessage();
+  ASSERT_TRUE(logReaches("Waiting for Prepar3Dv5 ...\n", 2)) << test::readFile("Log.txt");
+  requestExit(ExitReason::userClosedSim, 0);
+  ASSERT_EQ(nextPostedMessage(15000), endMessage);
+  EXPECT_EQ(threadCount, 0) << "the start-up and the simulator thread have ended";
+  closeLog();
+
+  const std::string log = test::readFile("Log.txt");
+  const auto restart = log.find("Exiting: RESTART\n");
+  ASSERT_NE(restart, std::string::npos);
+  EXPECT_NE(log.find("parameters from \"", restart), std::string::npos)
+      << "parameters are read at every start";
+  EXPECT_EQ(count(log, " dbase records from \"input/dbase.xml\" read\n"), 1u);
+  EXPECT_EQ(count(log, "\"input/fixes.xml\" read\n"), 1u);
+  EXPECT_NE(log.find("Exiting: USER CLOSED SIM\n", restart), std::string::npos);
 }
 
 } // namespace

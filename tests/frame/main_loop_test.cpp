@@ -5,6 +5,7 @@
 #include "frame/run.h"
 #include "frame/startup.h"
 #include "frame/window.h"
+#include "simlink/batches.h"
 #include "support/scratch.h"
 
 #include <gtest/gtest.h>
@@ -167,9 +168,13 @@ protected:
 
 TEST_F(MainLoopTest, aPauseIsLoggedOnceAndTheNextSecondResumes) {
   simRunning = false;
+  positionBatch.engineHalf.resize(3);
+  positionBatch.simulatorHalf.resize(2);
   for (int pass = 0; pass < 150; ++pass)
     mainLoop();
   EXPECT_TRUE(flightPaused);
+  EXPECT_TRUE(positionBatch.engineHalf.empty() && positionBatch.simulatorHalf.empty())
+      << "no position of before the pause is sent";
   EXPECT_EQ(pauseCountdown, 50) << "a beat of one second without the simulator";
 
   simRunning = true;

@@ -1,6 +1,7 @@
 #include "frame/log.h"
 #include "frame/parameters.h"
 #include "frame/version.h"
+#include "frame/window.h"
 #include "support/scratch.h"
 
 #include <gtest/gtest.h>
@@ -171,20 +172,48 @@ TEST_F(ParametersTest, anUpgradeRemovesTheNamesOfOlderVersions) {
   EXPECT_NE(readFile("Log.txt").find("This is a version update from 8.7.12 -> 8.8.0"), std::string::npos);
 }
 
-TEST_F(ParametersTest, aNewerFileIsNotDowngradedButTakesThisVersion) {
+TEST_F(ParametersTest, onlyAnOlderVersionIsUpgraded) {
   lf_writeParameters(lf_entry("PROGRAM_VERSION", "9.0.0") + lf_entry("SECONDS_DELAY", "30"));
   loadParameters();
-  EXPECT_EQ(lf_valueInFile("PROGRAM_VERSION"), "8.8.0");
+  EXPECT_EQ(lf_valueInFile("PROGRAM_VERSION"), "8.8.0") << "a newer file takes this version";
   EXPECT_TRUE(lf_namesInFile().contains("SECONDS_DELAY")) << "no upgrade steps from a newer version";
+
+  lf_writeParameters(lf_entry("PROGRAM_VERSION", "8.8.0") + lf_entry("SECONDS_DELAY", "30") +
+                     lf_entry("DATA_CHECKED_AT_DATE", "abc"));
+  loadParameters();
+  EXPECT_TRUE(lf_namesInFile().contains("SECONDS_DELAY")) << "nor from this version";
+  EXPECT_EQ(DATA_CHECKED_AT_DATE.value, "abc");
 }
 
-TEST_F(ParametersTest, aCorruptFileIsReplacedByDefaults) {
-  writeBytes(parametersPath(), "<parameters><parameter name=\"LOG\" value=\"false\"");
+TEST_F(ParametersTest, aCorruptFileIsKeptAsideAndReplacedByDefaults) {
+  const std::string broken = "<parameters><parameter name=\"LOG\" value=\"false\"";
+  writeBytes(parametersPath(), broken);
   loadParameters();
   EXPECT_TRUE(LOG.value);
   EXPECT_EQ(lf_valueInFile("LOG"), "true");
+  std::filesystem::path kept = parametersPath();
+  kept += ".unreadable";
+  EXPECT_EQ(readFile(kept), broken) << "the user's file is not lost";
   closeLog();
-  EXPECT_NE(readFile("Log.txt").find("not found, default values taken:"), std::string::npos);
+  const std::string log = readFile("Log.txt");
+  EXPECT_NE(log.find("===> " + parametersPath().string() + " can't be read ("), std::string::npos) << log;
+  EXPECT_NE(log.find("not found, default values taken:"), std::string::npos);
+}
+
+TEST_F(ParametersTest, theWindowPositionIsReadWithoutMakingTheFileAndNeverKeptAtALimit) {
+  readWindowPosition();
+  EXPECT_FALSE(std::filesystem::exists(parametersPath()));
+  EXPECT_EQ(MAIN_WINDOW_X.value, 400);
+
+  lf_writeParameters(lf_entry("MAIN_WINDOW_X", "40000") + lf_entry("MAIN_WINDOW_Y", "-50"));
+  readWindowPosition();
+  EXPECT_EQ(MAIN_WINDOW_X.value, 400) << "40000 reads as 30000, a limit, and goes back to the default";
+  EXPECT_EQ(lf_valueInFile("MAIN_WINDOW_X"), "400");
+  EXPECT_EQ(MAIN_WINDOW_Y.value, -50);
+
+  keepWindowPosition(-32000, 120); // a minimised window
+  EXPECT_EQ(lf_valueInFile("MAIN_WINDOW_X"), "400");
+  EXPECT_EQ(lf_valueInFile("MAIN_WINDOW_Y"), "120");
 }
 
 TEST_F(ParametersTest, storesAndRemovalsWorkOnTheFileAlone) {

@@ -78,6 +78,23 @@ TEST_F(ProgramTest, withoutASimulatorPathOrFoldersItAsksForThePath) {
   EXPECT_EQ(program.waitExit(12s), 0);
 }
 
+TEST_F(ProgramTest, aCorruptParametersFileIsKeptAsideAndTheProgramGoesOnWithDefaults) {
+  const std::filesystem::path parameters = folder / "AppData/Roaming/Trovalyn_P3D/parameters.xml";
+  test::writeBytes(parameters, "<parameters><parameter name=\"SIM_INSTALL_PATH\" value=\"C:\\P3D v5");
+  ChildProcess program(ORY_PROGRAM, {}, folder, folder, output);
+  ASSERT_TRUE(eventually(
+      [&] { return readFile(output).find("error: 151: No P3D install path detected") != std::string::npos; },
+      10s))
+      << readFile(output);
+  EXPECT_TRUE(program.running());
+  std::filesystem::path kept = parameters;
+  kept += ".unreadable";
+  EXPECT_TRUE(std::filesystem::exists(kept));
+  EXPECT_NE(readFile(parameters).find("name=\"SCAN_LIVERIES\" value=\"true\""), std::string::npos);
+  program.signal(SIGTERM);
+  EXPECT_EQ(program.waitExit(12s), 0);
+}
+
 TEST_F(ProgramTest, withoutTheAircraftDatabaseItShowsTheErrorAndStaysForTheUser) {
   presetInstallPath();
   std::filesystem::remove(folder / "input" / "dbase.xml");
