@@ -83,7 +83,7 @@ void lf_generate(const ScanResult& RESULT) {
 
 void lf_toParkingPositions(const BglWords& BGL, const AirportRecordRef& AIRPORT, const fs::path& PATH) {
   const std::string publisher = findPublisher(pathText(PATH));
-  if (publisher != "unknown" && findPublisher(pathText(PATH.filename())) == publisher)
+  if (publisher == orbxWord && findPublisher(pathText(PATH.filename())) == orbxWord)
     scanLog(fmt::format("from filename => publisher  {}", publisher));
   Link link;
   if (publisher == orbxWord)
