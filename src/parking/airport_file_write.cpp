@@ -159,11 +159,19 @@ void lf_writeStand(pugi::xml_node PARKPOSITIONS, const Stand& STAND, bool LEARNE
 }
 
 // A learned file is the user's accumulated work: it is written beside its place and forced to the disk before
-// it takes the old one's place, so a crash or a full disk leaves the old file or the new one, never a part.
-bool lf_save(const pugi::xml_document& DOCUMENT, const std::filesystem::path& PATH) {
+// it takes the old one's place, so a crash or a full disk leaves the old file or the new one, never a part. A
+// generated file is made again by the next scan and needs no more than the step beside.
+bool lf_replace(const std::filesystem::path& BESIDE, const std::filesystem::path& PATH, bool DURABLE) {
+  if (DURABLE) return replaceFileDurably(BESIDE, PATH);
+  std::error_code error;
+  std::filesystem::rename(BESIDE, PATH, error);
+  return !error;
+}
+
+bool lf_save(const pugi::xml_document& DOCUMENT, const std::filesystem::path& PATH, bool DURABLE) {
   std::filesystem::path beside = PATH;
   beside += ".saving";
-  if (DOCUMENT.save_file(beside.c_str()) && replaceFileDurably(beside, PATH)) return true;
+  if (DOCUMENT.save_file(beside.c_str()) && lf_replace(beside, PATH, DURABLE)) return true;
   std::error_code error;
   std::filesystem::remove(beside, error);
   return false;
@@ -178,7 +186,7 @@ bool writeAirportFile(const AirportFile& RECORD, const std::filesystem::path& PA
   pugi::xml_node parkpositions = document.append_child("parkpositions");
   for (const Stand& stand : RECORD.stands)
     lf_writeStand(parkpositions, stand, LEARNED_MODE, RECORD.publisher);
-  return lf_save(document, PATH);
+  return lf_save(document, PATH, LEARNED_MODE);
 }
 
 std::vector<std::string> unlistedAircraft() {
