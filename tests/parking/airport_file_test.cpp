@@ -300,6 +300,23 @@ TEST_F(AirportFileTest, aLearnedFileIsMergedOnTopAndSetsTheParkingParameters) {
     EXPECT_NE(text.find(line), std::string::npos) << line;
 }
 
+TEST_F(AirportFileTest, theAutomaticRangeOfALearnedFileKeepsTheManualRangeToGoBackTo) {
+  writeBytes(lf_archived, lf_archivedText);
+  writeBytes(lf_learned, R"(<parameters><parameter name="LATERAL_RANGE" value="33"/>
+<parameter name="AUTO_RANGE" value="true"/></parameters>)");
+  AUTO_RANGE.value = false;
+  ASSERT_EQ(open(), "");
+  EXPECT_TRUE(AUTO_RANGE.value);
+  EXPECT_EQ(manualLateralRange, 33) << "the range when the automatic one took over";
+
+  resetStands();
+  LATERAL_RANGE.value = 70;
+  writeBytes(lf_learned, R"(<parameters><parameter name="AUTO_RANGE" value="false"/></parameters>)");
+  ASSERT_EQ(open(), "");
+  EXPECT_FALSE(AUTO_RANGE.value);
+  EXPECT_EQ(LATERAL_RANGE.value, 33) << "the kept range returns";
+}
+
 TEST_F(AirportFileTest, aHandmadeFileReplacesAllStandsWhateverItsValue) {
   writeBytes(lf_archived, lf_archivedText);
   writeBytes(lf_learned, R"(<parameters><parameter name="handmade" value="false"/>
