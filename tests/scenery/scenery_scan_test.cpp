@@ -242,9 +242,12 @@ TEST_F(SceneryScanTest, anExitRequestDuringTheWalkEndsItAndWaitsForTheRunningWor
 TEST_F(SceneryScanTest, theStockSceneryIsNeverScannedNorAnAfolder) {
   writeBytes("P3D v5/Scenery/0101/scenery/APX12345.bgl", test::buildBgl({lf_airport("EHST")}));
   writeBytes("P3D v5/Addons/EHAM/EHAM.bgl", test::buildBgl({lf_airport("EHAM")}));
+  writeBytes("P3D v5/Scenery/0101/APX54321.bgl", test::buildBgl({lf_airport("EHSU")}));
   EXPECT_TRUE(scanFolder(pathOf("P3D v5")));
+  EXPECT_TRUE(scanFolder(pathOf("P3D v5/Scenery/0101"))) << "as scenery.cfg lists the stock areas";
   EXPECT_TRUE(fs::exists("airports/my_thirdparty/EHAM.xml"));
   EXPECT_FALSE(fs::exists("airports/my_thirdparty/EHST.xml"));
+  EXPECT_FALSE(fs::exists("airports/my_thirdparty/EHSU.xml"));
 
   afolder[2].value = pathOf("P3D v5/scenery/0101");
   try {
