@@ -159,19 +159,11 @@ void lf_writeStand(pugi::xml_node PARKPOSITIONS, const Stand& STAND, bool LEARNE
 }
 
 // A learned file is the user's accumulated work: it is written beside its place and forced to the disk before
-// it takes the old one's place, so a crash or a full disk leaves the old file or the new one, never a part. A
-// generated file is made again by the next scan and needs no more than the step beside.
-bool lf_replace(const std::filesystem::path& BESIDE, const std::filesystem::path& PATH, bool DURABLE) {
-  if (DURABLE) return replaceFileDurably(BESIDE, PATH);
-  std::error_code error;
-  std::filesystem::rename(BESIDE, PATH, error);
-  return !error;
-}
-
-bool lf_save(const pugi::xml_document& DOCUMENT, const std::filesystem::path& PATH, bool DURABLE) {
+// it takes the old one's place, so a crash or a full disk leaves the old file or the new one, never a part.
+bool lf_saveLearned(const pugi::xml_document& DOCUMENT, const std::filesystem::path& PATH) {
   std::filesystem::path beside = PATH;
   beside += ".saving";
-  if (DOCUMENT.save_file(beside.c_str()) && lf_replace(beside, PATH, DURABLE)) return true;
+  if (DOCUMENT.save_file(beside.c_str()) && replaceFileDurably(beside, PATH)) return true;
   std::error_code error;
   std::filesystem::remove(beside, error);
   return false;
@@ -186,7 +178,12 @@ bool writeAirportFile(const AirportFile& RECORD, const std::filesystem::path& PA
   pugi::xml_node parkpositions = document.append_child("parkpositions");
   for (const Stand& stand : RECORD.stands)
     lf_writeStand(parkpositions, stand, LEARNED_MODE, RECORD.publisher);
-  return lf_save(document, PATH, LEARNED_MODE);
+  if (LEARNED_MODE) return lf_saveLearned(document, PATH);
+  // A generated file is made anew by the next scan, and a scan that doesn't end is asked for again.
+  if (document.save_file(PATH.c_str())) return true;
+  std::error_code error;
+  std::filesystem::remove(PATH, error);
+  return false;
 }
 
 std::vector<std::string> unlistedAircraft() {
