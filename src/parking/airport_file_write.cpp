@@ -3,6 +3,7 @@
 #include "frame/version.h"
 #include "liveries/dbase.h"
 #include "os/calendar.h"
+#include "os/durable_file.h"
 #include "parking/airport_file.h"
 
 #include <fmt/format.h>
@@ -157,6 +158,17 @@ void lf_writeStand(pugi::xml_node PARKPOSITIONS, const Stand& STAND, bool LEARNE
     lf_writeOption(parkpos, option, PUBLISHER);
 }
 
+// A learned file is the user's accumulated work: it is written beside its place and forced to the disk before
+// it takes the old one's place, so a crash or a full disk leaves the old file or the new one, never a part.
+bool lf_saveLearned(const pugi::xml_document& DOCUMENT, const std::filesystem::path& PATH) {
+  std::filesystem::path beside = PATH;
+  beside += ".saving";
+  if (DOCUMENT.save_file(beside.c_str()) && replaceFileDurably(beside, PATH)) return true;
+  std::error_code error;
+  std::filesystem::remove(beside, error);
+  return false;
+}
+
 } // namespace
 
 bool writeAirportFile(const AirportFile& RECORD, const std::filesystem::path& PATH, bool LEARNED_MODE) {
@@ -166,7 +178,12 @@ bool writeAirportFile(const AirportFile& RECORD, const std::filesystem::path& PA
   pugi::xml_node parkpositions = document.append_child("parkpositions");
   for (const Stand& stand : RECORD.stands)
     lf_writeStand(parkpositions, stand, LEARNED_MODE, RECORD.publisher);
-  return writeXmlFile(document, PATH);
+  if (LEARNED_MODE) return lf_saveLearned(document, PATH);
+  // A generated file is made anew by the next scan, and a scan that doesn't end is asked for again.
+  if (document.save_file(PATH.c_str())) return true;
+  std::error_code error;
+  std::filesystem::remove(PATH, error);
+  return false;
 }
 
 std::vector<std::string> unlistedAircraft() {

@@ -41,7 +41,7 @@ void lf_applyLateralRange(const pugi::xml_document& DOCUMENT) {
   lf_logValue(LATERAL_RANGE.name, LATERAL_RANGE.value.load());
 }
 
-// On: the range from the file is kept for later and the main loop takes over. Off: the kept range returns.
+// On: the current range is kept for later and the main loop takes over. Off: the manual range holds.
 void lf_applyAutoRange(const pugi::xml_document& DOCUMENT) {
   const auto automatic = fileBool(DOCUMENT, AUTO_RANGE.name);
   if (!automatic) return;
@@ -54,7 +54,11 @@ void lf_applyAutoRange(const pugi::xml_document& DOCUMENT) {
     return;
   }
   enableControl(LATERAL_RANGE, true);
-  LATERAL_RANGE.set(manualLateralRange);
+  // A range of the file itself was set by hand, so it is the one to keep; else the kept one returns.
+  if (fileInt(DOCUMENT, LATERAL_RANGE.name))
+    manualLateralRange = LATERAL_RANGE.value.load();
+  else
+    LATERAL_RANGE.set(manualLateralRange);
   setRange(LATERAL_RANGE.value);
   showInt(LATERAL_RANGE);
 }
@@ -117,6 +121,7 @@ bool lf_readManualStand(const pugi::xml_node& PARKPOS, const fs::path& PATH, std
         fmt::format("manually created standid {} misses correct attributes in {}", stand.id, pathText(PATH)));
     return false;
   }
+  stand.options.reserve(128);
   std::int32_t optionId = 1;
   for (const pugi::xml_node opt : PARKPOS.children("opt")) {
     std::optional<StandOption> option = readStandOption(opt, true, false);

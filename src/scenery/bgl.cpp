@@ -67,12 +67,11 @@ std::uint32_t lf_wordOf(std::string_view BYTES, std::size_t INDEX) {
   return word;
 }
 
-std::string lf_readPrefix(const std::filesystem::path& PATH, std::size_t OFFSET, std::size_t COUNT) {
-  std::ifstream in(PATH, std::ios::binary);
-  if (!in || !in.seekg(static_cast<std::streamoff>(OFFSET))) return {};
+// Up to COUNT more bytes of the stream; fewer at the end of the file.
+std::string lf_readMore(std::ifstream& IN, std::size_t COUNT) {
   std::string bytes(COUNT, '\0');
-  in.read(bytes.data(), static_cast<std::streamsize>(COUNT));
-  bytes.resize(static_cast<std::size_t>(in.gcount()));
+  IN.read(bytes.data(), static_cast<std::streamsize>(COUNT));
+  bytes.resize(static_cast<std::size_t>(IN.gcount()));
   return bytes;
 }
 
@@ -144,16 +143,14 @@ std::vector<AirportRecordRef> findAirportRecords(const BglWords& BGL, std::strin
 }
 
 bool hasAirportSection(const std::filesystem::path& PATH) {
-  const std::string header = lf_readPrefix(PATH, 0, lf_sectionTableWord * 4);
+  std::ifstream in(PATH, std::ios::binary);
+  const std::string header = lf_readMore(in, lf_sectionTableWord * 4);
   if (header.size() < lf_sectionTableWord * 4 || lf_wordOf(header, lf_headerSizeWord) != lf_headerSize)
     return false;
-  const std::size_t sections = lf_wordOf(header, lf_sectionCountWord);
-  std::error_code error;
-  const auto fileSize = std::filesystem::file_size(PATH, error);
-  if (error) return false;
-  const std::size_t readable = (fileSize - header.size()) / (lf_sectionEntryWords * 4);
-  const std::string table =
-      lf_readPrefix(PATH, header.size(), std::min(sections, readable) * lf_sectionEntryWords * 4);
+  // The count may lie: what the file holds of the table is read, and no more than a real file has sections.
+  constexpr std::size_t mostSections = 4096;
+  const std::size_t sections = std::min<std::size_t>(lf_wordOf(header, lf_sectionCountWord), mostSections);
+  const std::string table = lf_readMore(in, sections * lf_sectionEntryWords * 4);
   for (std::size_t s = 0; s < table.size() / (lf_sectionEntryWords * 4); ++s)
     if (lf_wordOf(table, s * lf_sectionEntryWords) == lf_airportSection) return true;
   return false;

@@ -5,6 +5,7 @@
 #include "frame/text_files.h"
 #include "liveries/dbase.h"
 #include "liveries/text_tokens.h"
+#include "os/utf.h"
 #include "parking/airport_file.h"
 #include "scenery/airport_record.h"
 #include "scenery/scan_log.h"
@@ -83,14 +84,14 @@ void lf_generate(const ScanResult& RESULT) {
 
 void lf_toParkingPositions(const BglWords& BGL, const AirportRecordRef& AIRPORT, const fs::path& PATH) {
   const std::string publisher = findPublisher(pathText(PATH));
-  if (publisher != "unknown" && findPublisher(pathText(PATH.filename())) == publisher)
+  if (publisher == orbxWord && findPublisher(pathText(PATH.filename())) == orbxWord)
     scanLog(fmt::format("from filename => publisher  {}", publisher));
   Link link;
   if (publisher == orbxWord)
     link = lf_linkToArchive(archiveFolder / orbxWord, myOrbxFolder, AIRPORT.code, orbxWord);
   else if (publisher != "unknown")
-    link = lf_linkToArchive(archiveFolder / thirdpartyWord / publisher, myThirdpartyFolder, AIRPORT.code,
-                            thirdpartyWord);
+    link = lf_linkToArchive(archiveFolder / thirdpartyWord / utf8ToPath(publisher), myThirdpartyFolder,
+                            AIRPORT.code, thirdpartyWord);
 
   ScanResult result = decodeAirportRecord(BGL, AIRPORT, PATH);
   result.publisher = publisher;

@@ -178,6 +178,10 @@ void lf_emptyUserFolders() {
 } // namespace
 
 bool scanFolder(const fs::path& FOLDER) {
+  if (isInStockAirports(FOLDER)) { // its airports come with the archive
+    logLine(fmt::format("{} is stock scenery, skipped", pathText(FOLDER)));
+    return true;
+  }
   logLine(fmt::format("Scanning for addon airports in {}", pathText(FOLDER)));
   const auto limit = static_cast<std::size_t>(std::max(1, scanWorkerLimit.load()));
   std::deque<std::future<void>> futures;

@@ -277,7 +277,8 @@ TEST_F(AirportFileTest, aLearnedFileIsMergedOnTopAndSetsTheParkingParameters) {
   EXPECT_TRUE(m1.manual && m1.ramp && m1.options.at(0).learned);
   EXPECT_EQ(m1.standId, 4u);
 
-  EXPECT_EQ(LATERAL_RANGE.value, 40) << "AUTO_RANGE off gives back the range kept before";
+  EXPECT_EQ(LATERAL_RANGE.value, 25) << "with AUTO_RANGE off the file's range is the manual one";
+  EXPECT_EQ(manualLateralRange, 25);
   EXPECT_TRUE(WEEK.value);
   EXPECT_EQ(parking_percentage.value, 40);
   EXPECT_EQ(MAX_FIT.value, 20);
@@ -297,6 +298,23 @@ TEST_F(AirportFileTest, aLearnedFileIsMergedOnTopAndSetsTheParkingParameters) {
         "MAX_FIT                 : 20 (max number "
         "of half hours, is 10.5 hrs decimal)"})
     EXPECT_NE(text.find(line), std::string::npos) << line;
+}
+
+TEST_F(AirportFileTest, theAutomaticRangeOfALearnedFileKeepsTheManualRangeToGoBackTo) {
+  writeBytes(lf_archived, lf_archivedText);
+  writeBytes(lf_learned, R"(<parameters><parameter name="LATERAL_RANGE" value="33"/>
+<parameter name="AUTO_RANGE" value="true"/></parameters>)");
+  AUTO_RANGE.value = false;
+  ASSERT_EQ(open(), "");
+  EXPECT_TRUE(AUTO_RANGE.value);
+  EXPECT_EQ(manualLateralRange, 33) << "the range when the automatic one took over";
+
+  resetStands();
+  LATERAL_RANGE.value = 70;
+  writeBytes(lf_learned, R"(<parameters><parameter name="AUTO_RANGE" value="false"/></parameters>)");
+  ASSERT_EQ(open(), "");
+  EXPECT_FALSE(AUTO_RANGE.value);
+  EXPECT_EQ(LATERAL_RANGE.value, 33) << "the kept range returns";
 }
 
 TEST_F(AirportFileTest, aHandmadeFileReplacesAllStandsWhateverItsValue) {
@@ -378,20 +396,32 @@ TEST_F(AirportFileTest, learnedFilesAreWrittenBackAsTheyWereRead) {
   EXPECT_TRUE(logged(" handmade \"airports/learned/stock/EHAM.xml\" saved with 1 update "));
 }
 
-TEST_F(AirportFileTest, aFailedSaveLeavesTheOldLearnedFileAsItWas) {
+TEST_F(AirportFileTest, aFailedSaveOrAFullDiskLeavesTheOldLearnedFileAsItWas) {
   writeBytes(lf_archived, lf_archivedText);
   const std::string old =
       "<?xml version=\"1.0\"?>\n<parkpositions><parkpos id=\"D4\"><opt reg=\"PH-BXA\" day=\"5\" "
       "hh=\"3\"/></parkpos></parkpositions>";
   writeBytes(lf_learned, old);
   ASSERT_EQ(open(), "");
-  fs::create_directories(
-      "airports/learned/stock/EHAM.xml.saving/blocked"); // the writer's place beside is taken
+  const fs::path beside = "airports/learned/stock/EHAM.xml.saving";
+  fs::create_directories(beside / "blocked"); // the writer's place beside is taken
   updateCount = 3;
   saveLearnedFile();
   EXPECT_EQ(readFile(lf_learned), old);
   EXPECT_TRUE(logged(" saving \"airports/learned/stock/EHAM.xml\" did not succeed"));
   EXPECT_EQ(updateCount, 0);
+
+  fs::remove_all(beside);
+  fs::create_symlink("/dev/full", beside); // every write there fails as on a full disk
+  updateCount = 1;
+  saveLearnedFile();
+  EXPECT_EQ(readFile(lf_learned), old);
+  EXPECT_FALSE(fs::exists(fs::symlink_status(beside))) << "nothing is left beside";
+
+  updateCount = 1;
+  saveLearnedFile();
+  EXPECT_NE(readFile(lf_learned).find("<opt reg=\"PH-BXA\" day=\"5\" hh=\"3\" />"), std::string::npos);
+  EXPECT_TRUE(logged(" \"airports/learned/stock/EHAM.xml\" saved with 1 update "));
 }
 
 TEST_F(AirportFileTest, aThirdPartyAirportLearnsIntoItsPublishersFolder) {

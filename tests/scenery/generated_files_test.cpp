@@ -85,6 +85,15 @@ TEST_F(GeneratedFilesTest, anUnknownPublishersAirportIsGeneratedWithItsBglPath) 
   EXPECT_EQ(linkedAirports, 0);
 }
 
+TEST_F(GeneratedFilesTest, aFullDiskLeavesNoHalfGeneratedFile) {
+  fs::create_directories("airports/my_thirdparty");
+  fs::create_symlink("/dev/full", "airports/my_thirdparty/KTST.xml"); // every write there fails
+  scan("Addons/Somebody/scenery/KTST.bgl", {lf_airport("KTST", 2)});
+  EXPECT_FALSE(fs::exists(fs::symlink_status("airports/my_thirdparty/KTST.xml")));
+  EXPECT_TRUE(logged("===> Generating airports/my_thirdparty/KTST.xml did not succeed"));
+  EXPECT_EQ(findAirportFile("KTST"), fs::path());
+}
+
 TEST_F(GeneratedFilesTest, anAirportOfHelipadsOnlyAndRenumberedDoublesAreGenerated) {
   AirportSpec pads;
   pads.code = "EHHP";

@@ -12,6 +12,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <thread>
 
 namespace ory {
 namespace {
@@ -179,22 +182,72 @@ TEST_F(SceneryScanTest, anAutomaticScanTakesItsFoldersFromTheSimulator) {
   EXPECT_FALSE(SCAN_AIRPORTS.value);
 }
 
-TEST_F(SceneryScanTest, anExitRequestEndsTheScanWithoutALogFile) {
-  writeBytes("Addons/EHAM/scenery/EHAM.bgl", test::buildBgl({lf_airport("EHAM")}));
-  afolder[0].value = pathOf("Addons/EHAM");
-  exiting = true;
+// A library of airport files, many more than the workers can take at once.
+void lf_writeLibrary(int FILES) {
+  for (int k = 0; k < FILES; ++k)
+    writeBytes(fmt::format("Library/Area{:02}/scenery/AF_{:03}.bgl", k % 10, k),
+               test::buildBgl({lf_airport(fmt::format("Z{:03}", k))}));
+}
+
+std::size_t lf_generatedCount() {
+  std::error_code error;
+  std::size_t count = 0;
+  for (fs::directory_iterator it("airports/my_thirdparty", error), end; !error && it != end;
+       it.increment(error))
+    ++count;
+  return count;
+}
+
+TEST_F(SceneryScanTest, theWorkersAreHeldAtTheLimit) {
+  lf_writeLibrary(40);
+  afolder[0].value = pathOf("Library");
+  scanWorkerLimit = 2;
+  std::atomic<bool> done{false};
+  std::int32_t most = 0;
+  std::thread watcher([&] {
+    while (!done) {
+      most = std::max(most, scanWorkers.load());
+      std::this_thread::sleep_for(std::chrono::microseconds(100));
+    }
+  });
+  const AirportsScan scan = scanAirports(true);
+  done = true;
+  watcher.join();
+  EXPECT_TRUE(scan.completed);
+  EXPECT_EQ(scan.airportFiles, 40);
+  EXPECT_GE(most, 1);
+  EXPECT_LE(most, 2);
+  EXPECT_EQ(scanWorkers, 0);
+}
+
+TEST_F(SceneryScanTest, anExitRequestDuringTheWalkEndsItAndWaitsForTheRunningWorkers) {
+  lf_writeLibrary(300);
+  afolder[0].value = pathOf("Library");
+  scanWorkerLimit = 1;
+  clearScanLog();
+  std::thread requester([] {
+    while (scanLogLines().empty())
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    exiting = true;
+  });
   runAirportsStep();
+  requester.join();
+  EXPECT_LT(lf_generatedCount(), 300u);
+  EXPECT_EQ(scanWorkers, 0) << "no worker is left running";
   EXPECT_FALSE(fs::exists("output/info/AirportsScanLog.txt"));
-  EXPECT_FALSE(fs::exists("airports/my_thirdparty/EHAM.xml"));
-  EXPECT_TRUE(SCAN_AIRPORTS.value) << "an unfinished scan is done again next time";
+  EXPECT_FALSE(fs::exists("TO_BE_LEARNED_OFFLINE"));
+  EXPECT_TRUE(SCAN_AIRPORTS.value);
 }
 
 TEST_F(SceneryScanTest, theStockSceneryIsNeverScannedNorAnAfolder) {
   writeBytes("P3D v5/Scenery/0101/scenery/APX12345.bgl", test::buildBgl({lf_airport("EHST")}));
   writeBytes("P3D v5/Addons/EHAM/EHAM.bgl", test::buildBgl({lf_airport("EHAM")}));
+  writeBytes("P3D v5/Scenery/0101/APX54321.bgl", test::buildBgl({lf_airport("EHSU")}));
   EXPECT_TRUE(scanFolder(pathOf("P3D v5")));
+  EXPECT_TRUE(scanFolder(pathOf("P3D v5/Scenery/0101"))) << "as scenery.cfg lists the stock areas";
   EXPECT_TRUE(fs::exists("airports/my_thirdparty/EHAM.xml"));
   EXPECT_FALSE(fs::exists("airports/my_thirdparty/EHST.xml"));
+  EXPECT_FALSE(fs::exists("airports/my_thirdparty/EHSU.xml"));
 
   afolder[2].value = pathOf("P3D v5/scenery/0101");
   try {
