@@ -379,8 +379,8 @@ void lf_endSession() {
   repaintWindow();
   for (const std::uint32_t definition : lf_clearOrder)
     SimConnect_ClearDataDefinition(handle, definition);
-  for (const SystemEvent& event : lf_systemEvents)
-    SimConnect_UnsubscribeFromSystemEvent(handle, event.id);
+  for (std::uint32_t event = eventIdSim; event <= eventIdFlightLoaded; ++event)
+    SimConnect_UnsubscribeFromSystemEvent(handle, event);
   if (SimConnect_Close(handle) != simOk) logLine("SimConnect close failed!");
 }
 

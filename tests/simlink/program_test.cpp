@@ -107,6 +107,17 @@ TEST_F(ProgramTest, AnotherSimulatorOrAnotherVersionIsRefusedWithError78) {
   start(lf_scenario(R"({"t": 60, "do": "quit"})", "KittyHawk"));
   expectEnd("SIM WAS CLOSED");
   EXPECT_TRUE(logHas("Error 78: KittyHawk, (MSFS 2020?) not being P3D connects ... ?\n")) << log();
+  // The session is taken down before the link closes, and only what it declared is taken back.
+  std::vector<std::uint32_t> cleared, unsubscribed;
+  for (const Json& line : stand->trace()) {
+    EXPECT_NE(line.value("kind", ""), "exception") << line.dump();
+    if (line.value("call", "") == "SimConnect_ClearDataDefinition")
+      cleared.push_back(line.value("define", 0u));
+    if (line.value("call", "") == "SimConnect_UnsubscribeFromSystemEvent")
+      unsubscribed.push_back(line.value("event", 0u));
+  }
+  EXPECT_EQ(cleared, (std::vector<std::uint32_t>{407, 408, 409, 402, 403, 401, 404, 405, 406}));
+  EXPECT_EQ(unsubscribed, (std::vector<std::uint32_t>{201, 202, 203, 204, 205, 206}));
 
   start(lf_scenario(R"({"t": 60, "do": "quit"})", "Lockheed Martin\\u00ae Prepar3D\\u00ae v6"));
   expectEnd("SIM WAS CLOSED");

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 
 namespace ory {
@@ -63,7 +64,7 @@ protected:
   bool feedExactly(const Bytes& BYTES) {
     // A buffer of exactly this size, so the sanitizer sees any read past its end.
     const std::unique_ptr<unsigned char[]> exact(new unsigned char[BYTES.size() + (BYTES.empty() ? 1 : 0)]);
-    std::memcpy(exact.get(), BYTES.data(), BYTES.size());
+    std::copy(BYTES.begin(), BYTES.end(), exact.get());
     return test::feedRecords(exact.get(), BYTES.size());
   }
 };

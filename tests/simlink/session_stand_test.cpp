@@ -9,6 +9,7 @@
 #include "simlink/user_aircraft.h"
 #include "stand_in.h"
 #include "support/scratch.h"
+#include "wire_peer.h"
 
 #include <gtest/gtest.h>
 
@@ -161,6 +162,24 @@ TEST_F(SessionStandTest, NewAircraftAreBoundFrozenAndPlacedOnlyByTheProgram) {
     if (line.value("call", "") == "SimConnect_AIReleaseControl" && line.value("object", 0u) == added.objectId)
       ++releases;
   EXPECT_EQ(releases, 1u);
+}
+
+TEST_F(SessionStandTest, RefusedOpensAreTriedAgainEverySecondUnderOneWaitingLine) {
+  const std::uint16_t port = [] {
+    test::WirePeer gone;
+    return gone.port();
+  }();
+  test::writeSimConnectCfg("IPv4", "127.0.0.1", port);
+  thread = std::jthread(simThread);
+  std::this_thread::sleep_for(3500ms); // three or four refused opens
+  EXPECT_FALSE(simRunning);
+  test::StandIn stand(lf_parked, "stand", port);
+  ASSERT_TRUE(test::eventually([] { return simRunning.load(); }, 3000ms)) << "the next try finds it";
+  thread = {};
+  const std::string text = log();
+  const std::string waiting = "Waiting for Prepar3Dv5 ...\n";
+  EXPECT_NE(text.find(waiting), std::string::npos) << text;
+  EXPECT_EQ(text.find(waiting), text.rfind(waiting)) << text;
 }
 
 TEST_F(SessionStandTest, TheThirdFailedRequestRestartsTheProgramAfterTenSeconds) {

@@ -427,6 +427,18 @@ TEST_F(ClientTest, OpenFailsWhenNobodyListensOrAnswers) {
   server.join();
 }
 
+TEST_F(ClientTest, AutoTriesThePipeAndIpv6BeforeTheIpv4ThatAnswers) {
+  test::writeSimConnectCfg("Auto", "localhost", peer.port());
+  std::thread server([&] {
+    if (!peer.accept()) return;
+    openPacket = peer.readPacket();
+    peer.send(test::openRecord("Lockheed Martin Prepar3D v5"));
+  });
+  ASSERT_EQ(SimConnect_Open(&sim, "Trovalyn_P3D", nullptr, 0, nullptr, 0), simOk);
+  server.join();
+  EXPECT_EQ(openPacket.size(), 296u);
+}
+
 TEST_F(ClientTest, ConnectsOverIpv6AndCloseHangsUp) {
   test::WirePeer peer6(IpFamily::v6);
   test::writeSimConnectCfg("IPv6", "::1", peer6.port(), "DisableNagle=1\n");

@@ -11,7 +11,7 @@ namespace ory::test {
 
 using namespace std::chrono_literals;
 
-StandIn::StandIn(const std::string& SCENARIO, const std::string& NAME) {
+StandIn::StandIn(const std::string& SCENARIO, const std::string& NAME, std::uint16_t PORT) {
   const std::filesystem::path folder = std::filesystem::current_path();
   traceFile = folder / (NAME + ".jsonl");
   outputFile = folder / (NAME + ".out");
@@ -19,9 +19,11 @@ StandIn::StandIn(const std::string& SCENARIO, const std::string& NAME) {
   // A stand-in before this one may have left its files; their port is not this one's.
   std::filesystem::remove(outputFile);
   std::filesystem::remove(traceFile);
-  child = std::make_unique<ChildProcess>(
-      SIMSTAND_EXE, std::vector<std::string>{"--scenario", NAME + ".json", "--trace", traceFile.string()},
-      folder, folder, outputFile);
+  child = std::make_unique<ChildProcess>(SIMSTAND_EXE,
+                                         std::vector<std::string>{"--scenario", NAME + ".json", "--trace",
+                                                                  traceFile.string(), "--port",
+                                                                  std::to_string(PORT)},
+                                         folder, folder, outputFile);
   const std::string prefix = "listening on ";
   if (!eventually([&] { return readFile(outputFile).find('\n') != std::string::npos; }, 10s) ||
       readFile(outputFile).rfind(prefix, 0) != 0)
@@ -30,8 +32,16 @@ StandIn::StandIn(const std::string& SCENARIO, const std::string& NAME) {
 }
 
 StandIn::~StandIn() {
-  child->signal(SIGTERM);
-  child->waitExit(5s);
+  stop(SIGTERM);
+}
+
+std::optional<int> StandIn::stop(int SIGNAL_NUMBER) {
+  if (child->running()) child->signal(SIGNAL_NUMBER);
+  return child->waitExit(5s);
+}
+
+std::string StandIn::output() const {
+  return readFile(outputFile);
 }
 
 std::vector<nlohmann::json> StandIn::trace() const {

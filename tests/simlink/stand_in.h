@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,18 +19,22 @@ namespace ory::test {
 
 class StandIn {
 public:
-  // Runs simstand with SCENARIO (JSON text) as NAME.json, tracing to NAME.jsonl in the current folder.
-  explicit StandIn(const std::string& SCENARIO, const std::string& NAME = "stand");
+  // Runs simstand with SCENARIO (JSON text) as NAME.json, tracing to NAME.jsonl in the current folder, on
+  // PORT (0: a free one).
+  explicit StandIn(const std::string& SCENARIO, const std::string& NAME = "stand", std::uint16_t PORT = 0);
   ~StandIn();
   StandIn(const StandIn&) = delete;
   StandIn& operator=(const StandIn&) = delete;
 
   std::uint16_t port() const { return listenPort; }
   std::vector<nlohmann::json> trace() const; // every whole line written so far
+  std::string output() const;                // what it printed
   // Waits up to LIMIT for a trace line that PREDICATE accepts.
   bool waitForTrace(const std::function<bool(const nlohmann::json&)>& PREDICATE,
                     std::chrono::milliseconds LIMIT) const;
   void writeSimConnectCfg() const; // SimConnect.cfg in the current folder: IPv4 to this stand-in
+  // Stops it as Ctrl-C or a service manager would; its exit code.
+  std::optional<int> stop(int SIGNAL_NUMBER);
 
 private:
   std::filesystem::path traceFile;

@@ -39,8 +39,9 @@ std::string textAt(const Bytes& BYTES, std::size_t AT, std::size_t FIELD) {
 
 namespace {
 void lf_put(Bytes& OUT, std::uint32_t VALUE) {
-  const auto* bytes = reinterpret_cast<const unsigned char*>(&VALUE);
-  OUT.insert(OUT.end(), bytes, bytes + 4);
+  const std::size_t at = OUT.size();
+  OUT.resize(at + 4);
+  std::memcpy(OUT.data() + at, &VALUE, 4);
 }
 } // namespace
 

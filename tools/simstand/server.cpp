@@ -78,7 +78,10 @@ void lf_exception(Server& S, Client& C, std::uint32_t EXCEPTION, std::uint32_t S
   lf_record(C, SIMCONNECT_RECV_ID_EXCEPTION, payload);
   Json line = lf_line(S, "exception");
   line.update({{"client", C.number}, {"exception", EXCEPTION}, {"sendId", SEND_ID}, {"index", INDEX}});
-  lf_trace(S, line);
+  if (S.inCall)
+    S.exceptionLines.push_back(std::move(line));
+  else
+    lf_trace(S, line);
 }
 
 // An event record: group, event, data, then EXTRA, and Prepar3D's trailing dwFlags in its longer shape.
@@ -480,6 +483,7 @@ void lf_aiCall(Server& S, Client& C, const Call& CALL, Json& LINE) {
 
 void lf_handle(Server& S, Client& C, const Call& CALL) {
   Json line = lf_callLine(S, C, CALL);
+  S.inCall = true;
   const ByteReader& a = CALL.args;
   switch (static_cast<SimCall>(CALL.type)) {
   case SimCall::mapClientEventToSimEvent:
@@ -532,7 +536,11 @@ void lf_handle(Server& S, Client& C, const Call& CALL) {
     break;
   }
   // The line comes before the exceptions the call caused, so a reader sees cause and effect in order.
+  S.inCall = false;
   lf_trace(S, line);
+  for (Json& exception : S.exceptionLines)
+    lf_trace(S, std::move(exception));
+  S.exceptionLines.clear();
 }
 
 void lf_packet(Server& S, Client& C, const unsigned char* DATA, std::uint32_t SIZE) {

@@ -69,6 +69,8 @@ struct Server {
   std::vector<PendingCreate> pendingCreates;
   std::mt19937 pieces{20240517}; // sizes of split writes, the same in every run
   std::string endReason;         // set when the scenario ends
+  bool inCall = false;           // exception lines wait until the call's own line is written
+  std::vector<nlohmann::json> exceptionLines;
 };
 
 // Listens on PORT (0: a free one); false when it can't.
