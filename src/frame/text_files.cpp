@@ -1,6 +1,7 @@
 #include "frame/text_files.h"
 
 #include "frame/log.h"
+#include "os/durable_file.h"
 #include "os/utf.h"
 
 #include <fmt/format.h>
@@ -152,10 +153,8 @@ bool writeText(std::string_view TEXT, const std::filesystem::path& PATH) {
 bool writeXmlFile(const pugi::xml_document& DOCUMENT, const std::filesystem::path& PATH) {
   std::filesystem::path beside = PATH;
   beside += ".saving";
+  if (DOCUMENT.save_file(beside.c_str()) && replaceFileDurably(beside, PATH)) return true;
   std::error_code error;
-  const bool saved = DOCUMENT.save_file(beside.c_str());
-  if (saved) std::filesystem::rename(beside, PATH, error);
-  if (saved && !error) return true;
   std::filesystem::remove(beside, error);
   return false;
 }

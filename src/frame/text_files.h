@@ -34,7 +34,8 @@ std::unique_ptr<std::vector<std::string>> readPlainLines(const std::filesystem::
                                                          std::size_t RESERVE);
 // TEXT and a line end; false when the file can't be opened.
 bool writeText(std::string_view TEXT, const std::filesystem::path& PATH);
-// Saves beside the target and then replaces it, so that a crash or a full disk never leaves half a file.
+// Saves beside the target, forces it to the disk and then replaces the target, so that a crash, a power cut
+// or a full disk never leaves half a file.
 bool writeXmlFile(const pugi::xml_document& DOCUMENT, const std::filesystem::path& PATH);
 // writeXmlFile, and a log line with the outcome.
 bool saveXml(const pugi::xml_document& DOCUMENT, const std::filesystem::path& PATH);

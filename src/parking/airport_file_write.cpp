@@ -3,7 +3,6 @@
 #include "frame/version.h"
 #include "liveries/dbase.h"
 #include "os/calendar.h"
-#include "os/durable_file.h"
 #include "parking/airport_file.h"
 
 #include <fmt/format.h>
@@ -158,17 +157,6 @@ void lf_writeStand(pugi::xml_node PARKPOSITIONS, const Stand& STAND, bool LEARNE
     lf_writeOption(parkpos, option, PUBLISHER);
 }
 
-// A learned file is the user's accumulated work: it is written beside its place and forced to the disk before
-// it takes the old one's place, so a crash or a full disk leaves the old file or the new one, never a part.
-bool lf_saveLearned(const pugi::xml_document& DOCUMENT, const std::filesystem::path& PATH) {
-  std::filesystem::path beside = PATH;
-  beside += ".saving";
-  if (DOCUMENT.save_file(beside.c_str()) && replaceFileDurably(beside, PATH)) return true;
-  std::error_code error;
-  std::filesystem::remove(beside, error);
-  return false;
-}
-
 } // namespace
 
 bool writeAirportFile(const AirportFile& RECORD, const std::filesystem::path& PATH, bool LEARNED_MODE) {
@@ -178,7 +166,8 @@ bool writeAirportFile(const AirportFile& RECORD, const std::filesystem::path& PA
   pugi::xml_node parkpositions = document.append_child("parkpositions");
   for (const Stand& stand : RECORD.stands)
     lf_writeStand(parkpositions, stand, LEARNED_MODE, RECORD.publisher);
-  if (LEARNED_MODE) return lf_saveLearned(document, PATH);
+  // A learned file is the user's accumulated work: never left damaged by a crash or a full disk.
+  if (LEARNED_MODE) return writeXmlFile(document, PATH);
   // A generated file is made anew by the next scan, and a scan that doesn't end is asked for again.
   if (document.save_file(PATH.c_str())) return true;
   std::error_code error;
