@@ -1,10 +1,10 @@
 // processLine's throughput on one core over real tracks converted to traffic lines; the reader must keep up
 // with a busy region's feed with recvfrom as its only buffer.
+#include "base/parameters.h"
 #include "capture.h"
 #include "convert.h"
 #include "feed/feed.h"
 #include "feed/inbox.h"
-#include "frame/parameters.h"
 #include "support/scratch.h"
 
 #include <benchmark/benchmark.h>

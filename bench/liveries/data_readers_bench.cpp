@@ -1,6 +1,6 @@
 // readDbase and readAirports on the prepared real data (budget: both together under half a second), and the
 // lookups that run for every new aircraft and in the search for the airport under the user.
-#include "frame/paths.h"
+#include "base/paths.h"
 #include "liveries/dbase.h"
 #include "parking/airport_database.h"
 #include "support/scratch.h"

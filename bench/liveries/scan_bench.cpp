@@ -1,10 +1,10 @@
 // The liveries scan of a generated tree of 5,000 aircraft.cfg and sim.cfg files against merely reading the
 // same files with cat, on a warm cache; the matcher's cost per aircraft.
-#include "frame/log.h"
-#include "frame/parameters.h"
-#include "frame/paths.h"
-#include "frame/run.h"
-#include "frame/window.h"
+#include "base/display.h"
+#include "base/log.h"
+#include "base/parameters.h"
+#include "base/paths.h"
+#include "base/run.h"
 #include "liveries/liveries_scan.h"
 #include "liveries/livery_table.h"
 #include "liveries/matching.h"

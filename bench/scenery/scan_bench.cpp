@@ -2,9 +2,9 @@
 // objects, landclass) of 4 to 60 KB, and 100 airport files of 40 stands each. The scan is set against merely
 // reading every byte of the same files. Each scan makes its 100 generated files anew, as a real one does.
 
+#include "base/paths.h"
+#include "base/run.h"
 #include "bgl_builder.h"
-#include "frame/paths.h"
-#include "frame/run.h"
 #include "scenery/airport_record.h"
 #include "scenery/bgl.h"
 #include "scenery/scan_log.h"

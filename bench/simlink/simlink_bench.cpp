@@ -1,7 +1,7 @@
 // The simulator link's share of a frame: positions out (definition 402) and in-range records in. The budget:
 // 300 aircraft at 60 frames a second under 5 percent of one core: 60 frames, 300 in-range records and a
 // thousand empty looks for records a second.
-#include "frame/run.h"
+#include "base/run.h"
 #include "simlink/batches.h"
 #include "simlink/session.h"
 #include "simlink/simconnect/simconnect.h"

@@ -1,7 +1,7 @@
 #include "feed/feed.h"
 
-#include "frame/run.h"
-#include "frame/window.h"
+#include "base/display.h"
+#include "base/run.h"
 
 #include <mutex>
 

@@ -1,8 +1,8 @@
 #include "feed/qnh_reader.h"
 
+#include "base/display.h"
+#include "base/log.h"
 #include "feed/feed.h"
-#include "frame/log.h"
-#include "frame/window.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>

@@ -1,14 +1,14 @@
 #include "feed/traffic_link.h"
 
+#include "base/display.h"
+#include "base/exceptions.h"
+#include "base/log.h"
+#include "base/paths.h"
+#include "base/run.h"
+#include "base/version.h"
+#include "engine/geometry.h"
 #include "feed/feed.h"
 #include "feed/socket_errors.h"
-#include "frame/exceptions.h"
-#include "frame/log.h"
-#include "frame/paths.h"
-#include "frame/run.h"
-#include "frame/startup.h"
-#include "frame/version.h"
-#include "frame/window.h"
 #include "os/sockets.h"
 #include "simlink/user_aircraft.h"
 
@@ -29,7 +29,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr double lf_degToRad = 0.017453292519943295;
 constexpr std::size_t lf_receiveLimit = 8192;
 
 std::atomic<SocketHandle> lf_listenSocket{invalidSocket};
@@ -217,7 +216,7 @@ bool sendDataPacket(std::string_view TEXT) {
 std::string positionLine(const UserPosition& USER) {
   return fmt::format("Qs121={:.0f};{:.0f};{:.6f};{:.0f};{};{:.6f};{:.6f}\r\n", USER.pitch * 100000.0,
                      USER.bank * 100000.0, USER.heading, USER.altitude * 1000.0, USER.groundVelocity * 1000.0,
-                     USER.lat * lf_degToRad, USER.lon * lf_degToRad);
+                     USER.lat * degToRad, USER.lon * degToRad);
 }
 
 void sendUserPosition(const UserPosition& USER) {

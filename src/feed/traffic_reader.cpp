@@ -1,12 +1,12 @@
 #include "feed/traffic_reader.h"
 
+#include "base/display.h"
+#include "base/exceptions.h"
+#include "base/log.h"
+#include "base/parameters.h"
+#include "base/run.h"
+#include "engine/geometry.h"
 #include "feed/inbox.h"
-#include "frame/exceptions.h"
-#include "frame/log.h"
-#include "frame/main_loop.h"
-#include "frame/parameters.h"
-#include "frame/run.h"
-#include "frame/window.h"
 
 #include <fmt/format.h>
 
@@ -41,23 +41,10 @@ enum Field : std::size_t {
   fieldsOfALine = 29,
 };
 
-constexpr double lf_degToRad = 0.017453292519943295;
-constexpr double lf_radToDeg = 57.29577951308232;
-constexpr double lf_twoPi = 6.283185307179586;
-constexpr double lf_nmPerRadianTwice =
-    6875.493541569878;                                  // 2 x 3437.746770784939, the earth in nautical miles
 constexpr double lf_millisecondsFrom = 171644617100.79; // a timestamp above this counts milliseconds
 constexpr std::uint32_t lf_highestStaticHexid = 10000;  // made-up ids of the static parked aircraft
 constexpr std::int32_t lf_feedLagTicks = 3000;          // live aircraft play 30 seconds behind the feed
 constexpr double lf_groundRadiusNm = 5; // aircraft on the ground count only this near the park airport
-
-double lf_distanceNm(double LAT1, double LON1, double LAT2, double LON2) {
-  const double sinLat = std::sin((LAT2 - LAT1) * lf_degToRad * 0.5);
-  const double sinLon = std::sin((LON2 - LON1) * lf_degToRad * 0.5);
-  const double haversine =
-      sinLat * sinLat + std::cos(LAT1 * lf_degToRad) * std::cos(LAT2 * lf_degToRad) * sinLon * sinLon;
-  return std::asin(std::sqrt(haversine)) * lf_nmPerRadianTwice;
-}
 
 bool lf_isNull(std::string_view TEXT) {
   return TEXT == "null";
@@ -185,8 +172,8 @@ LineResult TrafficReader::processLine() {
       throw SysErrorException(744, fmt::format("lalo:{},{}", fields[latField], fields[lonField]));
 
     const double range = rangeNm.load(std::memory_order_relaxed);
-    if (lf_distanceNm(userLat.load(std::memory_order_relaxed), userLon.load(std::memory_order_relaxed),
-                      slot.lat, slot.lon) > range)
+    if (distanceNm(userLat.load(std::memory_order_relaxed), userLon.load(std::memory_order_relaxed), slot.lat,
+                   slot.lon) > range)
       return lf_refused();
 
     if (collectingCallsigns.load(std::memory_order_relaxed)) {
@@ -208,7 +195,7 @@ LineResult TrafficReader::processLine() {
       const double heading = lf_number(fields[trueHeadingField], 745, "true heading:{}");
       if (heading > 360) throw SysErrorException(746, fmt::format("true heading:{:.2F}", heading));
       if (heading >= 0) {
-        slot.trueHeading = heading == 0 ? lf_twoPi : heading * lf_degToRad;
+        slot.trueHeading = heading == 0 ? twoPi : heading * degToRad;
         slot.hasHeading = true;
         slot.hasTrueHeading = true;
       }
@@ -236,14 +223,14 @@ LineResult TrafficReader::processLine() {
     if (record.callsign.find('@') != std::string::npos) record.callsign.clear();
     if (record.callsign == "ERARMTR0") return lf_refused();
 
-    if (!slot.airborne && (!parked || lf_distanceNm(parkLat.load(std::memory_order_relaxed),
-                                                    parkLon.load(std::memory_order_relaxed), slot.lat,
-                                                    slot.lon) > lf_groundRadiusNm))
+    if (!slot.airborne && (!parked || distanceNm(parkLat.load(std::memory_order_relaxed),
+                                                 parkLon.load(std::memory_order_relaxed), slot.lat,
+                                                 slot.lon) > lf_groundRadiusNm))
       return lf_refused();
 
     const std::string_view track = fields[trackField];
     slot.track = track.empty() ? 0 : lf_finiteNumber(track, 648, "track incorrect {}");
-    if (slot.track == 0 && slot.hasHeading) slot.track = slot.trueHeading * lf_radToDeg;
+    if (slot.track == 0 && slot.hasHeading) slot.track = slot.trueHeading * radToDeg;
 
     slot.verticalSpeed = lf_finiteNumber(fields[verticalSpeedField], 748, "vs:{}");
     record.origin = lf_orEmpty(fields[originField]);
@@ -253,7 +240,7 @@ LineResult TrafficReader::processLine() {
     if (slot.airborne) {
       const double roll = lf_finiteNumber(fields[rollField], 750, "roll:{}");
       if (roll != -1 && roll != 0) {
-        slot.roll = -roll * lf_degToRad; // the simulator banks the other way round
+        slot.roll = -roll * degToRad; // the simulator banks the other way round
         slot.hasRoll = true;
       }
       slot.tas = lf_finiteNumber(fields[tasField], 691, "TAS incorrect {}");

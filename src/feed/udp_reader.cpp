@@ -1,10 +1,10 @@
 #include "feed/udp_reader.h"
 
+#include "base/display.h"
+#include "base/exceptions.h"
+#include "base/log.h"
+#include "base/run.h"
 #include "feed/socket_errors.h"
-#include "frame/exceptions.h"
-#include "frame/log.h"
-#include "frame/run.h"
-#include "frame/window.h"
 
 #include <fmt/format.h>
 

@@ -1,8 +1,8 @@
 // The Linux entry: the same life as the Windows program behind the headless face. SIGINT and SIGTERM act as
 // the window's close button.
-#include "frame/exceptions.h"
-#include "frame/log.h"
-#include "frame/paths.h"
+#include "base/exceptions.h"
+#include "base/log.h"
+#include "base/paths.h"
 #include "frame/window.h"
 #include "os/instance.h"
 

@@ -1,6 +1,6 @@
 // The Windows entry: one instance, the log, the window, then the start message and the message loop.
-#include "frame/log.h"
-#include "frame/paths.h"
+#include "base/log.h"
+#include "base/paths.h"
 #include "frame/window.h"
 #include "frame/window_win32.h"
 #include "os/instance.h"

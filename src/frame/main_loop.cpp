@@ -1,11 +1,11 @@
 #include "frame/main_loop.h"
 
+#include "base/log.h"
+#include "base/parameters.h"
+#include "base/run.h"
 #include "feed/feed.h"
 #include "feed/inbox.h"
 #include "feed/traffic_link.h"
-#include "frame/log.h"
-#include "frame/parameters.h"
-#include "frame/run.h"
 #include "frame/window.h"
 #include "liveries/matching.h"
 #include "os/timer.h"
@@ -20,16 +20,9 @@
 
 namespace ory {
 
-std::atomic<std::int32_t> simTick{0};
 std::atomic<std::int32_t> secondCount{0};
 std::atomic<std::int32_t> pauseCountdown{0};
 std::atomic<bool> flightPaused{false};
-std::atomic<bool> renewalPending{false};
-std::atomic<bool> renewalCollecting{false};
-std::atomic<bool> flushPending{false};
-std::atomic<bool> blockPending{false};
-std::atomic<bool> clearNoMatchPending{false};
-std::atomic<bool> reReadPending{false};
 
 namespace {
 

@@ -9,18 +9,9 @@
 
 namespace ory {
 
-extern std::atomic<std::int32_t> simTick;        // engine ticks of 10 ms, only while a flight runs
 extern std::atomic<std::int32_t> secondCount;    // seconds of the slow beat, back to 0 after 86,400
 extern std::atomic<std::int32_t> pauseCountdown; // 100 down to 0 while paused: a second without the simulator
 extern std::atomic<bool> flightPaused; // the loop saw the flight stop; owned by the main-loop thread
-
-// Work wanted by the window or the simulator link, done and cleared by the main loop.
-extern std::atomic<bool> renewalPending;
-extern std::atomic<bool> renewalCollecting;
-extern std::atomic<bool> flushPending;
-extern std::atomic<bool> blockPending;
-extern std::atomic<bool> clearNoMatchPending;
-extern std::atomic<bool> reReadPending;
 
 void mainLoopThread(std::stop_token STOP);
 void mainLoop();

@@ -1,15 +1,16 @@
 #include "frame/startup.h"
 
+#include "base/exceptions.h"
+#include "base/log.h"
+#include "base/parameters.h"
+#include "base/paths.h"
+#include "base/run.h"
+#include "base/version.h"
+#include "engine/geometry.h"
 #include "feed/feed.h"
 #include "feed/inbox.h"
 #include "feed/traffic_link.h"
-#include "frame/exceptions.h"
-#include "frame/log.h"
 #include "frame/main_loop.h"
-#include "frame/parameters.h"
-#include "frame/paths.h"
-#include "frame/run.h"
-#include "frame/version.h"
 #include "frame/window.h"
 #include "liveries/dbase.h"
 #include "liveries/fixes.h"
@@ -284,21 +285,6 @@ void detectSimulator(bool V4_PRESENT, bool V5_PRESENT, bool V6_PRESENT) {
   SIM_INSTALL_PATH.value = *path;
   storeText(SIM_INSTALL_PATH);
   showText(SIM_INSTALL_PATH);
-}
-
-std::int32_t simulatorVersion(std::string_view INSTALL_PATH) {
-  if (INSTALL_PATH.find("v5") != std::string_view::npos || INSTALL_PATH.find("V5") != std::string_view::npos)
-    return 5;
-  if (INSTALL_PATH.find("v6") != std::string_view::npos || INSTALL_PATH.find("V6") != std::string_view::npos)
-    return 6;
-  if (P3D_VERSION.value >= 5) return P3D_VERSION.value;
-  throw UserErrorException(
-      77, fmt::format("P3D install path does not contain v5 or v6? Use hidden parameter {}, set it at 5 or 6",
-                      P3D_VERSION.name));
-}
-
-bool isNullPosition(double LATITUDE, double LONGITUDE) {
-  return LATITUDE >= 0 && LATITUDE <= 0.0009 && LONGITUDE >= 0 && LONGITUDE <= 0.05;
 }
 
 std::string sinceLastRunText(std::int64_t SECONDS) {

@@ -1,10 +1,9 @@
 #include "frame/window.h"
 
-#include "frame/log.h"
-#include "frame/run.h"
+#include "base/log.h"
+#include "base/run.h"
+#include "base/version.h"
 #include "frame/startup.h"
-#include "frame/version.h"
-#include "frame/window_face.h"
 
 #include <fmt/format.h>
 
@@ -12,66 +11,6 @@
 #include <utility>
 
 namespace ory {
-
-std::mutex windowTextLock;
-DisplayState display;
-std::atomic<std::int32_t> messageClock{0};
-std::atomic<std::int32_t> messageStamp{0};
-
-void showMessage(std::string_view TEXT, bool ALSO_LOG) {
-  std::lock_guard lock(windowTextLock);
-  if (!display.errorText.empty()) return;
-  display.messageText = TEXT;
-  messageStamp = TEXT.empty() ? 0 : std::max(1, messageClock.load());
-  if (ALSO_LOG && !TEXT.empty()) logLine(TEXT);
-  paintMessageBand(display.messageText, false);
-}
-
-void showError(std::string_view TEXT) {
-  std::lock_guard lock(windowTextLock);
-  display.messageText.clear();
-  messageStamp = 0;
-  display.errorText = TEXT;
-  logLine(fmt::format("Error {}", TEXT));
-  paintMessageBand(display.errorText, true);
-}
-
-void clearMessage() {
-  std::lock_guard lock(windowTextLock);
-  display.messageText.clear();
-  messageStamp = 0;
-  if (display.errorText.empty()) paintMessageBand("", false);
-}
-
-void clearError() {
-  std::lock_guard lock(windowTextLock);
-  display.errorText.clear();
-  paintMessageBand(display.messageText, false);
-}
-
-void resetDisplay() {
-  {
-    std::lock_guard lock(windowTextLock);
-    display.messageText.clear();
-    display.errorText.clear();
-    display.simText.clear();
-    display.simSubText.clear();
-    display.rtStatusText.clear();
-    display.standText.clear();
-  }
-  messageStamp = 0;
-  display.trafficMark = FeedMark::notConnected;
-  display.weatherMark = FeedMark::notConnected;
-  display.rtLinkUp = false;
-  display.simConnected = false;
-  display.minutesToRenewal = 0;
-  display.liveCount = 0;
-  display.parkedCount = 0;
-  display.standCount = 0;
-  display.updateCount = 0;
-  display.fitAverage = -1.0f;
-  repaintWindow();
-}
 
 namespace {
 bool lf_atLimit(const IntParameter& PARAMETER) {

@@ -3,70 +3,13 @@
 // that prints the message and error lines to standard output. Worker threads reach the window only through
 // these calls; the painting itself stays on the message thread.
 
-#include "frame/parameters.h"
-
-#include <atomic>
-#include <cstdint>
-#include <mutex>
-#include <string>
-#include <string_view>
+#include "base/display.h"
 
 namespace ory {
 
 // Window messages of the program, always posted, never sent.
 inline constexpr unsigned startMessage = 0x8001; // runs lf_startUpTrovalyn
 inline constexpr unsigned endMessage = 0x8002;   // ends the program
-
-enum class FeedMark : std::int32_t { running = 1, stale = 2, notConnected = 3 };
-
-// The strings and marks the window shows, filled from other threads; strings under windowTextLock.
-struct DisplayState {
-  std::string messageText;
-  std::string errorText;
-  std::string simText;      // simulator name and version
-  std::string simSubText;   // the user's aircraft and flight
-  std::string rtStatusText; // "RT{} edition: {}, archive: week {}"
-  std::string standText;    // the park airport's lines
-  std::atomic<FeedMark> trafficMark{FeedMark::notConnected};
-  std::atomic<FeedMark> weatherMark{FeedMark::notConnected};
-  std::atomic<bool> rtLinkUp{false}; // the traffic link is connected, or not in use
-  std::atomic<bool> simConnected{false};
-  std::atomic<std::int32_t> minutesToRenewal{0};
-  std::atomic<std::int32_t> liveryCount{-1}; // -1 while unknown
-  std::atomic<std::int32_t> orbxAirportCount{-1};
-  std::atomic<std::int32_t> thirdpartyAirportCount{-1};
-  std::atomic<std::int32_t> tbloAirportCount{0};
-  std::atomic<std::int32_t> liveCount{0};
-  std::atomic<std::int32_t> parkedCount{0};
-  std::atomic<std::int32_t> standCount{0};
-  std::atomic<std::int32_t> updateCount{0};
-  std::atomic<std::int32_t> archiveWeek{0};
-  std::atomic<std::int32_t> qnh{1013};
-  std::atomic<float> fitAverage{-1.0f}; // -1 for none
-};
-
-extern std::mutex windowTextLock; // taken before the log mutex, never after
-extern DisplayState display;
-extern std::atomic<std::int32_t> messageClock; // seconds of the slow beat since the session began
-extern std::atomic<std::int32_t>
-    messageStamp; // messageClock when the message was set (at least 1), 0 when empty
-
-void showMessage(std::string_view TEXT, bool ALSO_LOG);
-void showError(std::string_view TEXT); // stays until cleared; a message doesn't overwrite it
-void clearMessage();
-void clearError();
-// Back to the state of a fresh start: texts, counts and marks.
-void resetDisplay();
-
-// Controls of the parameters.
-void showBool(const BoolParameter& PARAMETER);
-void showInt(const IntParameter& PARAMETER);
-void showFloat(const FloatParameter& PARAMETER);
-void showText(const TextParameter& PARAMETER);
-void clearEdit(const Control& CONTROL);
-void enableControl(const Control& CONTROL, bool ENABLE);
-void setTopmost(bool TOPMOST);
-void repaintWindow();
 
 void postWindowMessage(unsigned MESSAGE);
 bool windowExists();

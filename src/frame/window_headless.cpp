@@ -1,7 +1,6 @@
 // The headless face: no window; the message and error lines go to standard output, and posted messages wait
 // in a queue for the entry's loop.
 #include "frame/window.h"
-#include "frame/window_face.h"
 
 #include <fmt/format.h>
 

@@ -2,12 +2,11 @@
 // threads only store texts (under windowTextLock) and invalidate.
 #include "frame/window_win32.h"
 
-#include "frame/log.h"
-#include "frame/parameters.h"
-#include "frame/run.h"
-#include "frame/version.h"
+#include "base/log.h"
+#include "base/parameters.h"
+#include "base/run.h"
+#include "base/version.h"
 #include "frame/window.h"
-#include "frame/window_face.h"
 #include "os/utf.h"
 
 #include <windows.h>

@@ -1,7 +1,7 @@
 #include "liveries/addon_folders.h"
 
-#include "frame/log.h"
-#include "frame/text_files.h"
+#include "base/log.h"
+#include "base/text_files.h"
 #include "liveries/text_tokens.h"
 #include "os/folders.h"
 

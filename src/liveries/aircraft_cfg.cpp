@@ -1,8 +1,8 @@
 #include "liveries/aircraft_cfg.h"
 
-#include "frame/log.h"
-#include "frame/text_files.h"
-#include "frame/text_hash.h"
+#include "base/log.h"
+#include "base/text_files.h"
+#include "base/text_hash.h"
 #include "liveries/cfg_lines.h"
 #include "liveries/dbase.h"
 #include "liveries/fixes.h"

@@ -1,8 +1,9 @@
 #include "liveries/dbase.h"
 
-#include "frame/exceptions.h"
-#include "frame/log.h"
-#include "frame/paths.h"
+#include "base/exceptions.h"
+#include "base/log.h"
+#include "base/paths.h"
+#include "engine/geometry.h"
 #include "liveries/scramble.h"
 #include "liveries/text_tokens.h"
 
@@ -34,8 +35,6 @@ TextMap<DbaseRecord> dbaseRecords;
 namespace {
 
 using Unscramble = std::string (*)(std::string_view);
-
-constexpr double lf_nmPerMeter = 0.0005399568034557236; // 1 / 1852
 
 // publisherGroups compiled once: ".*name.*", ECMAScript, ignoring case.
 std::vector<std::vector<std::regex>> lf_publisherPatterns;
@@ -110,7 +109,7 @@ void lf_readWingspans(const pugi::xml_document& DOCUMENT) {
       logWarning(fmt::format("wingspan model {} is no valid model, skipped", model));
       continue;
     }
-    const double half = textToDouble(wingspan.attribute("meters").as_string()) * 0.5 * lf_nmPerMeter;
+    const double half = textToDouble(wingspan.attribute("meters").as_string()) * 0.5 * nmPerMetre;
     wingspanTable.emplace(model, half);
     maxHalfWingspan = std::max(maxHalfWingspan, half);
     accepted = true;

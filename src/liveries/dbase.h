@@ -3,7 +3,7 @@
 // of look-alike models, wingspans, what is known of real airframes by their registration, and the names of
 // scenery publishers. Read once on the start-up thread; read-only afterwards, so no lock.
 
-#include "frame/text_hash.h"
+#include "base/text_hash.h"
 
 #include <array>
 #include <cstdint>

@@ -3,7 +3,7 @@
 // repair them. Read once on the start-up thread after the aircraft database, against which every entry is
 // checked; read-only afterwards.
 
-#include "frame/text_hash.h"
+#include "base/text_hash.h"
 #include "liveries/dbase.h"
 
 #include <string>

@@ -1,13 +1,12 @@
 #include "liveries/liveries_scan.h"
 
-#include "frame/exceptions.h"
-#include "frame/log.h"
-#include "frame/parameters.h"
-#include "frame/paths.h"
-#include "frame/run.h"
-#include "frame/startup.h"
-#include "frame/text_files.h"
-#include "frame/window.h"
+#include "base/display.h"
+#include "base/exceptions.h"
+#include "base/log.h"
+#include "base/parameters.h"
+#include "base/paths.h"
+#include "base/run.h"
+#include "base/text_files.h"
 #include "liveries/addon_folders.h"
 #include "liveries/aircraft_cfg.h"
 #include "liveries/dbase.h"
@@ -15,6 +14,7 @@
 #include "liveries/matching.h"
 #include "liveries/regcodes.h"
 #include "liveries/text_tokens.h"
+#include "simlink/session.h"
 
 #include <fmt/format.h>
 #include <pugixml.hpp>

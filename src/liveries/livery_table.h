@@ -2,7 +2,7 @@
 // The master livery table: every installed livery by airline and type. Built once per process from the sorted
 // scan result and never changed afterwards, so views of its titles stay valid for the whole run.
 
-#include "frame/text_hash.h"
+#include "base/text_hash.h"
 #include "liveries/livery_data.h"
 
 #include <string>

@@ -5,7 +5,7 @@
 // outlives every aircraft. All matching runs on the main loop's thread, so the tables that change during a
 // run (hexid, refusals, counts, no-matches) need no lock.
 
-#include "frame/text_hash.h"
+#include "base/text_hash.h"
 #include "liveries/dbase.h"
 
 #include <array>

@@ -1,10 +1,10 @@
 // The processing step of the liveries scan: from the sorted records to the livery table and the tables of
 // the matcher, with the summary of what is installed per airline, type and category.
-#include "frame/log.h"
-#include "frame/parameters.h"
-#include "frame/paths.h"
-#include "frame/text_files.h"
-#include "frame/window.h"
+#include "base/display.h"
+#include "base/log.h"
+#include "base/parameters.h"
+#include "base/paths.h"
+#include "base/text_files.h"
 #include "liveries/dbase.h"
 #include "liveries/liveries_scan.h"
 #include "liveries/livery_table.h"

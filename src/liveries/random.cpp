@@ -1,6 +1,6 @@
 #include "liveries/random.h"
 
-#include "frame/parameters.h"
+#include "base/parameters.h"
 
 namespace ory {
 

@@ -1,8 +1,8 @@
 #include "liveries/regcodes.h"
 
-#include "frame/log.h"
-#include "frame/paths.h"
-#include "frame/text_files.h"
+#include "base/log.h"
+#include "base/paths.h"
+#include "base/text_files.h"
 #include "liveries/livery_table.h"
 #include "liveries/text_tokens.h"
 

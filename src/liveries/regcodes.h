@@ -4,7 +4,7 @@
 // input\regcodesAIG\AIG-regcodes.xml and the user's text files in input\my_regcodes; the files also name
 // titles that must not be used at all. All reading runs on the start-up thread; read-only afterwards.
 
-#include "frame/text_hash.h"
+#include "base/text_hash.h"
 #include "liveries/dbase.h"
 
 #include <cstdint>

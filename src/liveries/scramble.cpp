@@ -1,6 +1,6 @@
 #include "liveries/scramble.h"
 
-#include "frame/log.h"
+#include "base/log.h"
 
 #include <fmt/format.h>
 

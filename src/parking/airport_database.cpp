@@ -1,8 +1,8 @@
 #include "parking/airport_database.h"
 
-#include "frame/exceptions.h"
-#include "frame/log.h"
-#include "frame/paths.h"
+#include "base/exceptions.h"
+#include "base/log.h"
+#include "base/paths.h"
 #include "liveries/text_tokens.h"
 
 #include <fmt/format.h>

@@ -1,10 +1,11 @@
-#include "frame/exceptions.h"
-#include "frame/log.h"
-#include "frame/parameters.h"
-#include "frame/paths.h"
-#include "frame/text_files.h"
-#include "frame/text_hash.h"
-#include "frame/window.h"
+#include "base/display.h"
+#include "base/exceptions.h"
+#include "base/log.h"
+#include "base/parameters.h"
+#include "base/paths.h"
+#include "base/text_files.h"
+#include "base/text_hash.h"
+#include "engine/geometry.h"
 #include "liveries/text_tokens.h"
 #include "os/utf.h"
 #include "parking/airport_file.h"
@@ -51,16 +52,6 @@ bool lf_replaceComponent(const fs::path& PATH, std::string_view WORD, const fs::
   }
   if (replaced) OUT = result;
   return replaced;
-}
-
-// Great circle distance in nautical miles.
-double lf_distanceNm(double LAT1, double LON1, double LAT2, double LON2) {
-  const double halfDLat = (LAT2 - LAT1) * degreesToRadians * 0.5;
-  const double halfDLon = (LON2 - LON1) * degreesToRadians * 0.5;
-  const double haversine = std::sin(halfDLat) * std::sin(halfDLat) +
-                           std::cos(LAT1 * degreesToRadians) * std::cos(LAT2 * degreesToRadians) *
-                               std::sin(halfDLon) * std::sin(halfDLon);
-  return 6875.493541569878 * std::asin(std::sqrt(std::min(1.0, haversine)));
 }
 
 void lf_logValue(std::string_view LABEL, const auto& VALUE) {
@@ -210,7 +201,7 @@ void findOverlaps(std::vector<Stand>& STANDS) {
   for (std::size_t i = 0; i < STANDS.size(); ++i)
     for (std::size_t j = 0; j < STANDS.size(); ++j) {
       if (i == j) continue;
-      const double distance = lf_distanceNm(STANDS[i].lat, STANDS[i].lon, STANDS[j].lat, STANDS[j].lon);
+      const double distance = distanceNm(STANDS[i].lat, STANDS[i].lon, STANDS[j].lat, STANDS[j].lon);
       if (STANDS[i].radius + STANDS[j].radius > distance * 1.1)
         STANDS[i].neighbours.push_back(STANDS[j].standId);
     }

@@ -1,6 +1,7 @@
-#include "frame/parameters.h"
-#include "frame/text_files.h"
-#include "frame/version.h"
+#include "base/parameters.h"
+#include "base/text_files.h"
+#include "base/version.h"
+#include "engine/geometry.h"
 #include "liveries/dbase.h"
 #include "os/calendar.h"
 #include "parking/airport_file.h"
@@ -15,7 +16,6 @@ namespace ory {
 
 namespace {
 
-constexpr double lf_radiansToDegrees = 57.29577951308232;
 constexpr std::string_view lf_copyright = "Stand positions from the user's installed scenery; statistics "
                                           "learned from real traffic by Trovalyn_P3D. "
                                           "For use with Trovalyn_P3D only.";
@@ -96,8 +96,8 @@ void lf_writeParameters(pugi::xml_document& DOCUMENT, const AirportFile& RECORD,
 void lf_writeFullEntry(pugi::xml_node PARKPOS, const Stand& STAND) {
   lf_set(PARKPOS, "latitude", fmt::format("{:.6f}", STAND.lat));
   lf_set(PARKPOS, "longitude", fmt::format("{:.6f}", STAND.lon));
-  lf_set(PARKPOS, "heading", fmt::format("{:.1F}", STAND.heading * lf_radiansToDegrees));
-  lf_set(PARKPOS, "radius", fmt::format("{:.1F}", STAND.radius / metresToNm));
+  lf_set(PARKPOS, "heading", fmt::format("{:.1F}", STAND.heading * radToDeg));
+  lf_set(PARKPOS, "radius", fmt::format("{:.1F}", STAND.radius / nmPerMetre));
   if (STAND.heli)
     lf_set(PARKPOS, "heli", "true");
   else
@@ -108,7 +108,7 @@ void lf_writeFullEntry(pugi::xml_node PARKPOS, const Stand& STAND) {
 void lf_writeDifferenceEntry(pugi::xml_node PARKPOS, const Stand& STAND) {
   if (STAND.radiusChanged) {
     lf_set(PARKPOS, "radius_change", "true");
-    lf_set(PARKPOS, "radius", fmt::format("{:.1F}", STAND.radius / metresToNm));
+    lf_set(PARKPOS, "radius", fmt::format("{:.1F}", STAND.radius / nmPerMetre));
   }
   if (STAND.cargoChanged) {
     lf_set(PARKPOS, "cargo_change", "true");

@@ -1,6 +1,6 @@
 #include "parking/airport_xml.h"
 
-#include "frame/log.h"
+#include "base/log.h"
 #include "liveries/dbase.h"
 #include "liveries/text_tokens.h"
 #include "parking/airport_file.h"
@@ -43,14 +43,14 @@ std::optional<bool> fileBool(const pugi::xml_document& DOCUMENT, std::string_vie
 void readStandPlace(const pugi::xml_node& PARKPOS, Stand& STAND) {
   STAND.lat = PARKPOS.attribute("latitude").as_double();
   STAND.lon = PARKPOS.attribute("longitude").as_double();
-  STAND.radius = PARKPOS.attribute("radius").as_double() * metresToNm;
+  STAND.radius = PARKPOS.attribute("radius").as_double() * nmPerMetre;
 }
 
 void readStandKind(const pugi::xml_node& PARKPOS, Stand& STAND) {
   STAND.heli = lf_isTrue(PARKPOS, "heli");
   STAND.ramp = lf_isTrue(PARKPOS, "ramp");
   STAND.cargo = lf_isTrue(PARKPOS, "cargo");
-  STAND.heading = PARKPOS.attribute("heading").as_double() * degreesToRadians;
+  STAND.heading = PARKPOS.attribute("heading").as_double() * degToRad;
 }
 
 std::optional<StandOption> readStandOption(const pugi::xml_node& OPT, bool LEARNED, bool SKIP_TOWED) {

@@ -1,8 +1,8 @@
-#include "frame/log.h"
-#include "frame/parameters.h"
-#include "frame/paths.h"
-#include "frame/text_hash.h"
-#include "frame/window.h"
+#include "base/display.h"
+#include "base/log.h"
+#include "base/parameters.h"
+#include "base/paths.h"
+#include "base/text_hash.h"
 #include "liveries/text_tokens.h"
 #include "os/utf.h"
 #include "parking/airport_file.h"
@@ -220,7 +220,7 @@ void readLearned(const fs::path& PATH, std::string_view ARCHIVED_NAME, std::vect
 
 void mergeLearnedStand(Stand& STAND, const pugi::xml_node& PARKPOS) {
   if (isTrueText(PARKPOS.attribute("radius_change").value())) {
-    STAND.radius = PARKPOS.attribute("radius").as_double() * metresToNm;
+    STAND.radius = PARKPOS.attribute("radius").as_double() * nmPerMetre;
     STAND.radiusChanged = true;
   }
   if (isTrueText(PARKPOS.attribute("cargo_change").value())) {

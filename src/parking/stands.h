@@ -2,8 +2,9 @@
 // The stands of the current park airport and the statistics of every stand, shared by all parking code. Owned
 // by the main-loop thread; only parkingSessionOpen is touched from other threads.
 
-#include "frame/run.h"
-#include "frame/text_files.h"
+#include "base/run.h"
+#include "base/text_files.h"
+#include "engine/geometry.h"
 
 #include <atomic>
 #include <cstdint>
@@ -13,10 +14,6 @@
 #include <vector>
 
 namespace ory {
-
-inline constexpr double metresToNm = 0.0005399568034557236; // 1/1852
-inline constexpr double degreesToRadians = 0.017453292519943295;
-inline constexpr double twoPi = 6.283185307179586;
 
 // One statistic of a stand: one aircraft on one weekday. Element "opt".
 struct StandOption {

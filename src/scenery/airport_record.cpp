@@ -1,7 +1,8 @@
 #include "scenery/airport_record.h"
 
-#include "frame/log.h"
-#include "frame/text_hash.h"
+#include "base/log.h"
+#include "base/text_hash.h"
+#include "engine/geometry.h"
 #include "liveries/text_tokens.h"
 #include "os/utf.h"
 #include "scenery/scan_log.h"
@@ -36,17 +37,13 @@ struct AirportDecoder {
   bool nameSeen = false;
 };
 
-bool lf_isNullPosition(double LAT, double LON) {
-  return LAT >= 0 && LAT <= 0.0009 && LON >= 0 && LON <= 0.05;
-}
-
 bool lf_positionUsable(double LAT, double LON) {
-  return LAT >= -90.0 && LAT <= 90.0 && LON >= -180.0 && LON <= 180.0 && !lf_isNullPosition(LAT, LON);
+  return LAT >= -90.0 && LAT <= 90.0 && LON >= -180.0 && LON <= 180.0 && !isNullPosition(LAT, LON);
 }
 
 // Degrees to radians; a heading of 0 is stored as 2 pi so that no stand ever has heading 0.
 double lf_headingRadians(float DEGREES) {
-  return DEGREES == 0.0f ? twoPi : DEGREES * degreesToRadians;
+  return DEGREES == 0.0f ? twoPi : DEGREES * degToRad;
 }
 
 std::string lf_positionText(double LAT, double LON) {
@@ -123,7 +120,7 @@ void lf_takeHelipad(AirportDecoder& DECODER, std::size_t SUB) {
   stand.id = fmt::format("helipad{}", DECODER.heliNumber++);
   stand.lat = lat;
   stand.lon = lon;
-  stand.radius = width * 0.5 * metresToNm;
+  stand.radius = width * 0.5 * nmPerMetre;
   stand.heading = lf_headingRadians(heading);
   stand.heli = true;
   DECODER.result.stands.push_back(std::move(stand));
@@ -176,7 +173,7 @@ bool lf_takeParking(AirportDecoder& DECODER, std::size_t ENTRY) {
   stand.id = std::move(id);
   stand.lat = lat;
   stand.lon = lon;
-  stand.radius = radius * metresToNm;
+  stand.radius = radius * nmPerMetre;
   stand.heading = lf_headingRadians(heading);
   stand.cargo = type == 5;
   stand.ramp = type < 8;

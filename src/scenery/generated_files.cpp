@@ -1,8 +1,8 @@
 #include "scenery/generated_files.h"
 
-#include "frame/log.h"
-#include "frame/paths.h"
-#include "frame/text_files.h"
+#include "base/log.h"
+#include "base/paths.h"
+#include "base/text_files.h"
 #include "liveries/dbase.h"
 #include "liveries/text_tokens.h"
 #include "os/utf.h"

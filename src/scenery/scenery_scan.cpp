@@ -1,17 +1,17 @@
 #include "scenery/scenery_scan.h"
 
-#include "frame/exceptions.h"
-#include "frame/log.h"
-#include "frame/parameters.h"
-#include "frame/paths.h"
-#include "frame/run.h"
-#include "frame/startup.h"
-#include "frame/window.h"
+#include "base/display.h"
+#include "base/exceptions.h"
+#include "base/log.h"
+#include "base/parameters.h"
+#include "base/paths.h"
+#include "base/run.h"
 #include "liveries/text_tokens.h"
 #include "os/utf.h"
 #include "scenery/bgl.h"
 #include "scenery/generated_files.h"
 #include "scenery/scan_log.h"
+#include "simlink/session.h"
 
 #include <fmt/format.h>
 

@@ -1,6 +1,6 @@
 #include "simlink/ai_objects.h"
 
-#include "frame/log.h"
+#include "base/log.h"
 #include "simlink/session.h"
 #include "simlink/user_aircraft.h"
 

@@ -1,12 +1,12 @@
 #include "simlink/session.h"
 
-#include "frame/exceptions.h"
-#include "frame/log.h"
-#include "frame/parameters.h"
-#include "frame/run.h"
-#include "frame/startup.h"
-#include "frame/version.h"
-#include "frame/window.h"
+#include "base/display.h"
+#include "base/exceptions.h"
+#include "base/log.h"
+#include "base/parameters.h"
+#include "base/run.h"
+#include "base/version.h"
+#include "engine/geometry.h"
 #include "os/timer.h"
 #include "simlink/ai_objects.h"
 #include "simlink/batches.h"
@@ -555,6 +555,17 @@ void resetSimLink() {
   pendingCreates.clear();
   lf_frameCount = 0;
   resetBatches();
+}
+
+std::int32_t simulatorVersion(std::string_view INSTALL_PATH) {
+  if (INSTALL_PATH.find("v5") != std::string_view::npos || INSTALL_PATH.find("V5") != std::string_view::npos)
+    return 5;
+  if (INSTALL_PATH.find("v6") != std::string_view::npos || INSTALL_PATH.find("V6") != std::string_view::npos)
+    return 6;
+  if (P3D_VERSION.value >= 5) return P3D_VERSION.value;
+  throw UserErrorException(
+      77, fmt::format("P3D install path does not contain v5 or v6? Use hidden parameter {}, set it at 5 or 6",
+                      P3D_VERSION.name));
 }
 
 } // namespace ory

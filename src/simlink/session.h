@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <stop_token>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace ory {
@@ -100,5 +101,8 @@ void sendBatches();
 void simDispatch(const SIMCONNECT_RECV* DATA, std::uint32_t SIZE, void* CONTEXT);
 // The state of the link back to that of a fresh start.
 void resetSimLink();
+
+// 5 or 6 from the install path text ("v5", "V5", "v6", "V6"), else P3D_VERSION; throws 77.
+std::int32_t simulatorVersion(std::string_view INSTALL_PATH);
 
 } // namespace ory

@@ -1,11 +1,11 @@
 #include "simlink/user_aircraft.h"
 
-#include "frame/exceptions.h"
-#include "frame/log.h"
-#include "frame/parameters.h"
-#include "frame/run.h"
-#include "frame/startup.h"
-#include "frame/window.h"
+#include "base/display.h"
+#include "base/exceptions.h"
+#include "base/log.h"
+#include "base/parameters.h"
+#include "base/run.h"
+#include "engine/geometry.h"
 #include "simlink/batches.h"
 #include "simlink/session.h"
 #include "simlink/simconnect/wire.h"
@@ -35,16 +35,6 @@ bool lf_lastKnown = false;
 double lf_lastLat = 0;
 double lf_lastLon = 0;
 std::vector<void (*)()> lf_resets;
-
-double lf_distanceNm(double LAT1, double LON1, double LAT2, double LON2) {
-  constexpr double radians = 3.14159265358979323846 / 180;
-  const double dLat = (LAT2 - LAT1) * radians;
-  const double dLon = (LON2 - LON1) * radians;
-  const double h = std::sin(dLat / 2) * std::sin(dLat / 2) + std::cos(LAT1 * radians) *
-                                                                 std::cos(LAT2 * radians) *
-                                                                 std::sin(dLon / 2) * std::sin(dLon / 2);
-  return 6875.493541569878 * std::asin(std::sqrt(std::min(1.0, h)));
-}
 
 void lf_request(SIMCONNECT_DATA_REQUEST_ID REQUEST, SIMCONNECT_DATA_DEFINITION_ID DEFINITION,
                 SIMCONNECT_PERIOD PERIOD, std::string_view FAILURE) {
@@ -172,7 +162,7 @@ void onUserPosition(const SIMCONNECT_RECV_SIMOBJECT_DATA* DATA) {
     *integers[i] = block.i64(64 + 8 * i);
   user.altitude = std::max(0.0, user.altitude);
   if (!isNullPosition(user.lat, user.lon)) {
-    if (lf_lastKnown && lf_distanceNm(lf_lastLat, lf_lastLon, user.lat, user.lon) > lf_teleportNm) {
+    if (lf_lastKnown && distanceNm(lf_lastLat, lf_lastLon, user.lat, user.lon) > lf_teleportNm) {
       logLine("Teleport");
       requestExit(ExitReason::restart, 30);
     }

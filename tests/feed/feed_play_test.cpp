@@ -1,13 +1,13 @@
 // The feed end to end on loopback: feedplay, RealTraffic's stand-in, plays a converted real track into the
 // readers. The link with the whole program is tested in program_feed_test.cpp.
+#include "base/display.h"
+#include "base/log.h"
+#include "base/parameters.h"
+#include "base/run.h"
 #include "capture.h"
 #include "feed/feed.h"
 #include "feed/inbox.h"
 #include "feed/traffic_link.h"
-#include "frame/log.h"
-#include "frame/parameters.h"
-#include "frame/run.h"
-#include "frame/window.h"
 #include "support/process.h"
 #include "support/scratch.h"
 

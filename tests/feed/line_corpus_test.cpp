@@ -1,8 +1,8 @@
 // Every prefix of real lines and reports, and many damaged copies of them, through the parsers: nothing may
 // crash, read beyond the datagram (under the address sanitizer) or queue an impossible record.
+#include "base/parameters.h"
 #include "feed/feed.h"
 #include "feed/inbox.h"
-#include "frame/parameters.h"
 #include "line_fuzz.h"
 #include "support/scratch.h"
 

@@ -1,7 +1,7 @@
 // libFuzzer entry: a datagram that opens with "{" goes to the weather parser, any other to the traffic line.
+#include "base/parameters.h"
 #include "feed/feed.h"
 #include "feed/inbox.h"
-#include "frame/parameters.h"
 #include "line_fuzz.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* DATA, std::size_t SIZE) {

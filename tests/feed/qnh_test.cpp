@@ -1,6 +1,6 @@
+#include "base/display.h"
+#include "base/log.h"
 #include "feed/feed.h"
-#include "frame/log.h"
-#include "frame/window.h"
 #include "support/scratch.h"
 
 #include <gtest/gtest.h>

@@ -1,8 +1,8 @@
+#include "base/parameters.h"
+#include "base/run.h"
 #include "feed/feed.h"
 #include "feed/inbox.h"
 #include "frame/main_loop.h"
-#include "frame/parameters.h"
-#include "frame/run.h"
 
 #include <gtest/gtest.h>
 

@@ -1,11 +1,13 @@
-#include "frame/exceptions.h"
-#include "frame/log.h"
+#include "base/display.h"
+#include "base/exceptions.h"
+#include "base/log.h"
+#include "base/parameters.h"
+#include "base/run.h"
+#include "engine/geometry.h"
 #include "frame/main_loop.h"
-#include "frame/parameters.h"
-#include "frame/run.h"
 #include "frame/startup.h"
-#include "frame/window.h"
 #include "simlink/batches.h"
+#include "simlink/session.h"
 #include "support/scratch.h"
 
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
-#include "frame/log.h"
-#include "frame/parameters.h"
-#include "frame/version.h"
+#include "base/log.h"
+#include "base/parameters.h"
+#include "base/version.h"
 #include "frame/window.h"
 #include "support/scratch.h"
 

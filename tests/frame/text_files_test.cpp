@@ -1,5 +1,5 @@
-#include "frame/log.h"
-#include "frame/text_files.h"
+#include "base/log.h"
+#include "base/text_files.h"
 #include "support/scratch.h"
 
 #include <gtest/gtest.h>

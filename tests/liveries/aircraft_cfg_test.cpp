@@ -1,5 +1,5 @@
 // One aircraft.cfg at a time: what becomes a livery, and what ends in which report with which file.
-#include "frame/log.h"
+#include "base/log.h"
 #include "liveries/aircraft_cfg.h"
 #include "liveries/regcodes.h"
 #include "liveries/text_tokens.h"

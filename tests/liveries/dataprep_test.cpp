@@ -1,6 +1,6 @@
+#include "base/log.h"
+#include "base/paths.h"
 #include "dataprep.h"
-#include "frame/log.h"
-#include "frame/paths.h"
 #include "liveries/dbase.h"
 #include "liveries/fixes.h"
 #include "parking/airport_database.h"

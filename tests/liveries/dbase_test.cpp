@@ -1,5 +1,5 @@
-#include "frame/exceptions.h"
-#include "frame/log.h"
+#include "base/exceptions.h"
+#include "base/log.h"
 #include "liveries/dbase.h"
 #include "liveries/scramble.h"
 #include "support/scratch.h"

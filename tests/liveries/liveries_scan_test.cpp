@@ -1,11 +1,11 @@
 // The liveries step as a whole: folders walked by workers, reports in their files, the stored result, the
 // automatic folders of the simulator, priority, database corrections and the start-up's frame.
-#include "frame/exceptions.h"
-#include "frame/log.h"
-#include "frame/parameters.h"
-#include "frame/paths.h"
-#include "frame/run.h"
-#include "frame/window.h"
+#include "base/display.h"
+#include "base/exceptions.h"
+#include "base/log.h"
+#include "base/parameters.h"
+#include "base/paths.h"
+#include "base/run.h"
 #include "liveries/addon_folders.h"
 #include "liveries/liveries_scan.h"
 #include "liveries/livery_table.h"

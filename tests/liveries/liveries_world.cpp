@@ -1,6 +1,6 @@
 #include "liveries_world.h"
 
-#include "frame/paths.h"
+#include "base/paths.h"
 #include "liveries/fixes.h"
 #include "liveries/scramble.h"
 #include "liveries/text_tokens.h"

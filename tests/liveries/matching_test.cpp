@@ -1,10 +1,10 @@
 // The matcher on small installed collections: each step of the ladder at each depth, cargo against passenger
 // liveries, reserved and refused titles, the hexid memory and the no-match list.
-#include "frame/exceptions.h"
-#include "frame/log.h"
-#include "frame/main_loop.h"
-#include "frame/parameters.h"
-#include "frame/paths.h"
+#include "base/exceptions.h"
+#include "base/log.h"
+#include "base/parameters.h"
+#include "base/paths.h"
+#include "base/run.h"
 #include "liveries/liveries_scan.h"
 #include "liveries/matching.h"
 #include "liveries/regcodes.h"

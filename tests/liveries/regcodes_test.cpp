@@ -1,5 +1,5 @@
-#include "frame/log.h"
-#include "frame/paths.h"
+#include "base/log.h"
+#include "base/paths.h"
 #include "liveries/livery_table.h"
 #include "liveries/regcodes.h"
 #include "support/scratch.h"

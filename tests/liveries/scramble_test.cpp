@@ -1,4 +1,4 @@
-#include "frame/log.h"
+#include "base/log.h"
 #include "liveries/scramble.h"
 #include "support/scratch.h"
 

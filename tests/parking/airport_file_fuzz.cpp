@@ -1,6 +1,6 @@
 // libFuzzer entry for airport files: any text read as an archived file, then merged as a learned one.
 
-#include "frame/exceptions.h"
+#include "base/exceptions.h"
 #include "parking/airport_file.h"
 
 #include <pugixml.hpp>

@@ -1,7 +1,7 @@
+#include "base/exceptions.h"
+#include "base/log.h"
+#include "base/parameters.h"
 #include "dbase_file.h"
-#include "frame/exceptions.h"
-#include "frame/log.h"
-#include "frame/parameters.h"
 #include "liveries/dbase.h"
 #include "parking/airport_file.h"
 #include "support/scratch.h"
@@ -462,7 +462,7 @@ TEST_F(AirportFileTest, aGeneratedFileHoldsFullEntriesAndNoStatistics) {
   gate.lat = 40.2547452799965;
   gate.lon = -3.4182652537684;
   gate.heading = twoPi;
-  gate.radius = 40.1 * metresToNm;
+  gate.radius = 40.1 * nmPerMetre;
   gate.cargo = true;
   gate.options.push_back(StandOption{});
   Stand pad = gate;
@@ -515,7 +515,7 @@ TEST_F(AirportFileTest, smallReadersAndTheGateCheckAnswerSafelyForBadFiles) {
 TEST(QualityFactors, scoreOptionsPerStandAndKindOverAllStands) {
   EXPECT_EQ(computeQualityFactors({}), (QualityFactors{-1, -1}));
   std::vector<Stand> stands(2);
-  stands[0].radius = stands[1].radius = 20 * metresToNm;
+  stands[0].radius = stands[1].radius = 20 * nmPerMetre;
   EXPECT_EQ(computeQualityFactors(stands), (QualityFactors{-1, -1})) << "no options: unknown";
   StandOption real;
   real.optionId = 1;

@@ -16,7 +16,7 @@ bool lf_usable(const ory::Stand& STAND) {
   const bool onGlobe = STAND.lat >= -90 && STAND.lat <= 90 && STAND.lon >= -180 && STAND.lon <= 180;
   const bool nullBox = STAND.lat >= 0 && STAND.lat <= 0.0009 && STAND.lon >= 0 && STAND.lon <= 0.05;
   return !STAND.id.empty() && onGlobe && !nullBox && std::isfinite(STAND.heading) && STAND.heading != 0 &&
-         STAND.radius > 0 && STAND.radius < 500 * ory::metresToNm && !STAND.idDoubled;
+         STAND.radius > 0 && STAND.radius < 500 * ory::nmPerMetre && !STAND.idDoubled;
 }
 
 } // namespace

@@ -1,5 +1,5 @@
+#include "base/text_hash.h"
 #include "bgl_builder.h"
-#include "frame/text_hash.h"
 #include "scenery/airport_record.h"
 #include "scenery/bgl.h"
 #include "scenery/scan_log.h"
@@ -127,7 +127,7 @@ TEST_P(RealBgl, decodesTheParkingsAndHelipadsOfItsXmlSource) {
     // half a step of the source, well inside the sixth decimal.
     EXPECT_NEAR(found->lat, want.lat, 0.5 * 3.3527612686157227e-07) << want.id;
     EXPECT_NEAR(found->lon, want.lon, 0.5 * 4.470348358154297e-07) << want.id;
-    EXPECT_NEAR(found->radius / metresToNm, want.radiusMetres, 1e-4) << want.id;
+    EXPECT_NEAR(found->radius / nmPerMetre, want.radiusMetres, 1e-4) << want.id;
     const double heading = want.headingDegrees == 0 ? 360.0 : want.headingDegrees;
     EXPECT_NEAR(found->heading * lf_radiansToDegrees, heading, 1e-4) << want.id;
     EXPECT_EQ(found->cargo, want.cargo) << want.id;
@@ -207,8 +207,8 @@ TEST(BglParking, radiusLimitsTypesAndPositionsDecideWhatIsAStand) {
   EXPECT_TRUE(result.stands[2].cargo && result.stands[2].ramp);
   EXPECT_TRUE(!result.stands[3].cargo && result.stands[3].ramp);
   EXPECT_TRUE(!result.stands[4].cargo && !result.stands[4].ramp && !result.stands[4].heli);
-  EXPECT_NEAR(result.stands[0].radius, 1.01 * metresToNm, 1e-9);
-  EXPECT_NEAR(result.stands[0].heading, 90.0 * degreesToRadians, 1e-12);
+  EXPECT_NEAR(result.stands[0].radius, 1.01 * nmPerMetre, 1e-9);
+  EXPECT_NEAR(result.stands[0].heading, 90.0 * degToRad, 1e-12);
   EXPECT_TRUE(lf_logHas("skipped position with radius 1.0 meters, in test.bgl"));
   EXPECT_TRUE(lf_logHas("skipped position with radius 200.0 meters, in test.bgl"));
   EXPECT_TRUE(lf_logHas("lat/lon: 0.000500, 0.010000, incorrect (skipped) "));
@@ -243,7 +243,7 @@ TEST(BglParking, doubledNamesAreRenumberedBySizeNotByFileOrder) {
     airport.parkings = {{10, 8, 12, 15.0f}, {10, 8, 7, 30.0f}, {10, 8, 12, 24.0f}};
     const ScanResult result = lf_decodeOne(airport);
     ASSERT_EQ(lf_ids(result.stands), (std::vector<std::string>{"g12a", "g7", "g12"}));
-    EXPECT_NEAR(result.stands[2].radius, 24.0 * metresToNm, 1e-9);
+    EXPECT_NEAR(result.stands[2].radius, 24.0 * nmPerMetre, 1e-9);
   }
 }
 
@@ -258,7 +258,7 @@ TEST(BglHelipad, anAirportOfHelipadsOnlyNumbersThemAndSkipsDoubles) {
   ASSERT_EQ(lf_ids(result.stands), (std::vector<std::string>{"helipad1", "helipad2"}));
   EXPECT_TRUE(result.stands[0].heli && result.stands[1].heli);
   EXPECT_DOUBLE_EQ(result.stands[0].heading, twoPi);
-  EXPECT_NEAR(result.stands[1].radius, 15.0 * metresToNm, 1e-12);
+  EXPECT_NEAR(result.stands[1].radius, 15.0 * nmPerMetre, 1e-12);
   EXPECT_TRUE(lf_logHas("double helipad 52.100000, 4.100000 (skipped) "));
   EXPECT_TRUE(lf_logHas("lat/lon helipad incorrect (skipped): 0.000100, 0.001000"));
 }
@@ -335,7 +335,7 @@ void lf_expectUsable(const ScanResult& RESULT) {
     EXPECT_TRUE(stand.lat >= -90 && stand.lat <= 90 && stand.lon >= -180 && stand.lon <= 180) << stand.id;
     EXPECT_FALSE(stand.lat >= 0 && stand.lat <= 0.0009 && stand.lon >= 0 && stand.lon <= 0.05) << stand.id;
     EXPECT_TRUE(std::isfinite(stand.heading) && stand.heading != 0) << stand.id;
-    EXPECT_TRUE(stand.radius > 0 && stand.radius < 500 * metresToNm) << stand.id;
+    EXPECT_TRUE(stand.radius > 0 && stand.radius < 500 * nmPerMetre) << stand.id;
     EXPECT_FALSE(stand.idDoubled) << stand.id;
   }
 }

@@ -1,6 +1,6 @@
 #include "../parking/dbase_file.h"
+#include "base/log.h"
 #include "bgl_builder.h"
-#include "frame/log.h"
 #include "liveries/dbase.h"
 #include "parking/airport_file.h"
 #include "scenery/bgl.h"

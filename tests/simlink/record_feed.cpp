@@ -1,7 +1,7 @@
 #include "record_feed.h"
 
-#include "frame/exceptions.h"
-#include "frame/run.h"
+#include "base/exceptions.h"
+#include "base/run.h"
 #include "simlink/batches.h"
 #include "simlink/session.h"
 #include "simlink/simconnect/wire.h"

@@ -1,8 +1,8 @@
 // The session on its own thread against the stand-in: creation, binding, release and freeze of AI objects as
 // the simulator sees them, positions at the frame, a refused title; and the restart after three failed
 // requests.
-#include "frame/log.h"
-#include "frame/run.h"
+#include "base/log.h"
+#include "base/run.h"
 #include "frame/window.h"
 #include "simlink/batches.h"
 #include "simlink/session.h"

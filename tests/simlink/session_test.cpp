@@ -2,11 +2,11 @@
 // to a loopback peer that reads them. Exits are switched off (`exiting` set), so that a test sees the log
 // line that comes before a restart without starting one; the program's tests against the stand-in see the
 // restarts.
-#include "frame/exceptions.h"
-#include "frame/log.h"
-#include "frame/parameters.h"
-#include "frame/run.h"
-#include "frame/window.h"
+#include "base/display.h"
+#include "base/exceptions.h"
+#include "base/log.h"
+#include "base/parameters.h"
+#include "base/run.h"
 #include "simlink/ai_objects.h"
 #include "simlink/batches.h"
 #include "simlink/session.h"

@@ -1,7 +1,7 @@
 // dataprep build --out DIR [--sources DIR] [--rules DIR] [--registrations FILE] [--aig FILE] [--version
 // X.Y.Z] dataprep show FILE
+#include "base/version.h"
 #include "dataprep.h"
-#include "frame/version.h"
 
 #include <fmt/format.h>
 

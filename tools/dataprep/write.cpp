@@ -1,5 +1,5 @@
+#include "base/text_files.h"
 #include "dataprep.h"
-#include "frame/text_files.h"
 #include "liveries/scramble.h"
 
 #include <fmt/format.h>

@@ -1,4 +1,4 @@
-#include "frame/log.h"
+#include "base/log.h"
 #include "simlink/simconnect/config.h"
 #include "simlink/simconnect/simconnect.h"
 #include "simlink/simconnect/transport.h"

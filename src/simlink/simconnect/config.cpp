@@ -1,6 +1,6 @@
 #include "simlink/simconnect/config.h"
 
-#include "frame/log.h"
+#include "base/log.h"
 #include "os/folders.h"
 #include "os/registry.h"
 

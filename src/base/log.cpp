@@ -1,8 +1,8 @@
-#include "frame/log.h"
+#include "base/log.h"
 
-#include "frame/exceptions.h"
-#include "frame/paths.h"
-#include "frame/version.h"
+#include "base/exceptions.h"
+#include "base/paths.h"
+#include "base/version.h"
 #include "os/calendar.h"
 
 #include <fmt/format.h>

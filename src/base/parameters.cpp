@@ -1,10 +1,10 @@
-#include "frame/parameters.h"
+#include "base/parameters.h"
 
-#include "frame/log.h"
-#include "frame/paths.h"
-#include "frame/text_files.h"
-#include "frame/version.h"
-#include "frame/window.h"
+#include "base/display.h"
+#include "base/log.h"
+#include "base/paths.h"
+#include "base/text_files.h"
+#include "base/version.h"
 
 #include <fmt/format.h>
 #include <pugixml.hpp>

@@ -33,6 +33,15 @@ extern std::atomic<bool> rtProfessional;          // RealTraffic level 2 or no l
 extern std::atomic<double> lastFeedTime;          // seconds since 1970 of the newest traffic line
 extern std::atomic<std::int32_t> scanWorkerLimit; // hardware concurrency, read at each start
 extern std::atomic<std::int32_t> scanWorkers;     // running scan workers, held below scanWorkerLimit
+extern std::atomic<std::int32_t> simTick;         // engine ticks of 10 ms, only while a flight runs
+
+// Work wanted by the window or the simulator link, done and cleared by the main loop.
+extern std::atomic<bool> renewalPending;
+extern std::atomic<bool> renewalCollecting;
+extern std::atomic<bool> flushPending;
+extern std::atomic<bool> blockPending;
+extern std::atomic<bool> clearNoMatchPending;
+extern std::atomic<bool> reReadPending;
 
 // Counts a thread body in on construction and out on every way out.
 class ThreadCounter {

@@ -1,8 +1,8 @@
-#include "frame/run.h"
+#include "base/run.h"
 
-#include "frame/exceptions.h"
-#include "frame/log.h"
-#include "frame/window.h"
+#include "base/display.h"
+#include "base/exceptions.h"
+#include "base/log.h"
 
 #include <fmt/format.h>
 
@@ -25,6 +25,13 @@ std::atomic<bool> rtProfessional{false};
 std::atomic<double> lastFeedTime{0.0};
 std::atomic<std::int32_t> scanWorkerLimit{1};
 std::atomic<std::int32_t> scanWorkers{0};
+std::atomic<std::int32_t> simTick{0};
+std::atomic<bool> renewalPending{false};
+std::atomic<bool> renewalCollecting{false};
+std::atomic<bool> flushPending{false};
+std::atomic<bool> blockPending{false};
+std::atomic<bool> clearNoMatchPending{false};
+std::atomic<bool> reReadPending{false};
 
 namespace {
 

@@ -1,6 +1,6 @@
-#include "frame/text_files.h"
+#include "base/text_files.h"
 
-#include "frame/log.h"
+#include "base/log.h"
 #include "os/durable_file.h"
 #include "os/utf.h"
 

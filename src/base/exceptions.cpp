@@ -1,4 +1,4 @@
-#include "frame/exceptions.h"
+#include "base/exceptions.h"
 
 #include <fmt/format.h>
 

@@ -1,4 +1,4 @@
-#include "frame/version.h"
+#include "base/version.h"
 
 #include <fmt/format.h>
 

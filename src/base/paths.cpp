@@ -1,6 +1,6 @@
-#include "frame/paths.h"
+#include "base/paths.h"
 
-#include "frame/version.h"
+#include "base/version.h"
 #include "os/folders.h"
 
 namespace ory {
