@@ -24,14 +24,14 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::size_t lf_files = 5000;
+constexpr std::size_t fileCount = 5000;
 
-struct lf_World {
+struct World {
   test::ScratchFolder scratch; // the program folder and HOME
-  fs::path tree = fs::path(ORY_BENCH_DATA_DIR) / fmt::format("SimObjects{}", lf_files);
+  fs::path tree = fs::path(ORY_BENCH_DATA_DIR) / fmt::format("SimObjects{}", fileCount);
   std::size_t bytes = 0;
 
-  lf_World() {
+  World() {
     for (const fs::path& folder : {outputFolder, infoFolder, errorsFolder, myRegcodesFolder})
       fs::create_directories(folder);
     openLog();
@@ -40,15 +40,15 @@ struct lf_World {
     const fs::path marker = tree / "complete.txt";
     if (!fs::exists(marker)) {
       fs::remove_all(tree);
-      const test::TreeFacts facts = test::generateSimObjects(tree, {.files = lf_files, .seed = 3});
+      const test::TreeFacts facts = test::generateSimObjects(tree, {.files = fileCount, .seed = 3});
       test::writeBytes(marker, std::to_string(facts.bytes));
     }
     bytes = std::stoull(test::readFile(marker));
   }
 };
 
-lf_World& lf_world() {
-  static lf_World world;
+World& lf_world() {
+  static World world;
   return world;
 }
 
@@ -62,7 +62,7 @@ void BM_ScanTree(benchmark::State& STATE) {
   lf_scan();
   for (auto _ : STATE)
     lf_scan();
-  STATE.counters["files"] = static_cast<double>(lf_files);
+  STATE.counters["files"] = static_cast<double>(fileCount);
   STATE.counters["liveries"] = static_cast<double>(display.liveryCount.load());
   STATE.SetBytesProcessed(static_cast<std::int64_t>(STATE.iterations() * lf_world().bytes));
 }

@@ -36,14 +36,14 @@ struct Connected {
   std::thread drain;
 };
 
-const ObjectPosition lf_block{48.3538, 11.7861, -0.0105, 0.0, 1.43, 1494.3, 0.0, 8.0, 120};
+const ObjectPosition positionBlock{48.3538, 11.7861, -0.0105, 0.0, 1.43, 1494.3, 0.0, 8.0, 120};
 
 // One position written outside a dispatch: encoded and sent at once, one send each.
 void BM_SetDataOnSimObject402(benchmark::State& STATE) {
   Connected link;
   for (auto _ : STATE)
     benchmark::DoNotOptimize(
-        SimConnect_SetDataOnSimObject(link.sim, definitionIdPosition, 120, 0, 0, 64, &lf_block));
+        SimConnect_SetDataOnSimObject(link.sim, definitionIdPosition, 120, 0, 0, 64, &positionBlock));
   STATE.SetItemsProcessed(STATE.iterations());
 }
 BENCHMARK(BM_SetDataOnSimObject402);
@@ -68,7 +68,7 @@ void BM_FrameWithPositions(benchmark::State& STATE) {
     {
       std::lock_guard lock(batchLock);
       for (std::uint32_t i = 0; i < aircraft; ++i) {
-        ObjectPosition position = lf_block;
+        ObjectPosition position = positionBlock;
         position.objectId = 100 + i;
         positionBatch.simulatorHalf.push_back(position);
       }

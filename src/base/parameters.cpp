@@ -84,46 +84,46 @@ std::atomic<std::int32_t> manualLateralRange{40};
 namespace {
 
 // The order in which parameters.xml is read and first written.
-BoolParameter* const lf_bools[] = {&RANDOM,
-                                   &AEROWINX,
-                                   &COLLISION_USER_AIR,
-                                   &COLLISION_USER_GND,
-                                   &COLLISION_LIVE_PARKED_GND,
-                                   &SUPPRESS_STUB,
-                                   &LOG,
-                                   &ALWAYS_ON_TOP,
-                                   &SCAN_LIVERIES,
-                                   &LIG_AUTOMATIC,
-                                   &LIG_PRIORITIZE,
-                                   &SCAN_AIRPORTS,
-                                   &AFG_AUTOMATIC,
-                                   &LIGHT_AIRCRAFT,
-                                   &HELICOPTERS,
-                                   &HIGH_PERF_AIRCRAFT,
-                                   &NAV_LIGHTS_WHILE_PARKED,
-                                   &AUTO_RANGE,
-                                   &LEARN_SOFT,
-                                   &PARK_SOFT,
-                                   &PARK_FAKE,
-                                   &WEEK,
-                                   &INITIAL_LOAD_ONLY,
-                                   &GUID_CHANGES};
-IntParameter* const lf_ints[] = {&CUSTOM_PARKING_PERCENTAGE,
-                                 &MAIN_WINDOW_X,
-                                 &MAIN_WINDOW_Y,
-                                 &LAST_EPOCH_TIME,
-                                 &P3D_VERSION,
-                                 &MATCHING_DEPTH,
-                                 &LATERAL_RANGE,
-                                 &MAX_FIT,
-                                 &MAX_LIVE,
-                                 &AIRPORT_RANGE,
-                                 &AIRPORT_HEIGHT};
-TextParameter* const lf_texts[] = {&PROGRAM_VERSION,      &PORT_NUMBER,    &PROGRAM_INSTALL_PATH,
-                                   &ARCHIVE_VERSION,      &DBASE_VERSION,  &AIG_VERSION,
-                                   &DATA_CHECKED_AT_DATE, &BLOCK_CALLSIGN, &SIM_INSTALL_PATH};
+BoolParameter* const bools[] = {&RANDOM,
+                                &AEROWINX,
+                                &COLLISION_USER_AIR,
+                                &COLLISION_USER_GND,
+                                &COLLISION_LIVE_PARKED_GND,
+                                &SUPPRESS_STUB,
+                                &LOG,
+                                &ALWAYS_ON_TOP,
+                                &SCAN_LIVERIES,
+                                &LIG_AUTOMATIC,
+                                &LIG_PRIORITIZE,
+                                &SCAN_AIRPORTS,
+                                &AFG_AUTOMATIC,
+                                &LIGHT_AIRCRAFT,
+                                &HELICOPTERS,
+                                &HIGH_PERF_AIRCRAFT,
+                                &NAV_LIGHTS_WHILE_PARKED,
+                                &AUTO_RANGE,
+                                &LEARN_SOFT,
+                                &PARK_SOFT,
+                                &PARK_FAKE,
+                                &WEEK,
+                                &INITIAL_LOAD_ONLY,
+                                &GUID_CHANGES};
+IntParameter* const ints[] = {&CUSTOM_PARKING_PERCENTAGE,
+                              &MAIN_WINDOW_X,
+                              &MAIN_WINDOW_Y,
+                              &LAST_EPOCH_TIME,
+                              &P3D_VERSION,
+                              &MATCHING_DEPTH,
+                              &LATERAL_RANGE,
+                              &MAX_FIT,
+                              &MAX_LIVE,
+                              &AIRPORT_RANGE,
+                              &AIRPORT_HEIGHT};
+TextParameter* const texts[] = {&PROGRAM_VERSION,      &PORT_NUMBER,    &PROGRAM_INSTALL_PATH,
+                                &ARCHIVE_VERSION,      &DBASE_VERSION,  &AIG_VERSION,
+                                &DATA_CHECKED_AT_DATE, &BLOCK_CALLSIGN, &SIM_INSTALL_PATH};
 
-constexpr std::string_view lf_obsoleteNames[] = {
+constexpr std::string_view obsoleteNames[] = {
     "TIME_COMPRESSION_CHECK", "SECONDS_DELAY",    "FLIGHTPLANS_FOLDER", "CALLSIGN_OBJECTID",
     "DESTINATION_AIRPORT",    "DESTINATION_GATE", "MAX_FIT_WEEK"};
 
@@ -294,7 +294,7 @@ void lf_upgradeVersion() {
     if (!std::filesystem::remove(installNewVersionFile, error) && error)
       throw std::filesystem::filesystem_error("remove", installNewVersionFile, error);
   }
-  for (std::string_view name : lf_obsoleteNames)
+  for (std::string_view name : obsoleteNames)
     removeParameter(name);
   MAX_FIT.set(MAX_FIT.value);
   storeInt(MAX_FIT);
@@ -336,23 +336,23 @@ void loadParameters() {
     logLine(fmt::format("{} not found, default values taken:", path.string()));
     document.reset();
     document.append_child("parameters");
-    lf_addDefaults(document, lf_bools);
-    lf_addDefaults(document, lf_ints);
-    lf_addDefaults(document, lf_texts);
+    lf_addDefaults(document, bools);
+    lf_addDefaults(document, ints);
+    lf_addDefaults(document, texts);
     PROGRAM_VERSION.value = std::string(programVersion);
     lf_setValue(lf_findOrAdd(document, PROGRAM_VERSION.name), PROGRAM_VERSION.value);
     for (auto* folders : {&lfolder, &afolder})
       for (TextParameter& folder : *folders)
         folder.value = folder.defaultValue;
     if (!lf_save(document)) {
-      lf_logFailedDefaults(lf_bools);
-      lf_logFailedDefaults(lf_ints);
-      lf_logFailedDefaults(lf_texts);
+      lf_logFailedDefaults(bools);
+      lf_logFailedDefaults(ints);
+      lf_logFailedDefaults(texts);
     }
   } else {
-    bool added = lf_readList(document, lf_bools);
-    added = lf_readList(document, lf_ints) || added;
-    added = lf_readList(document, lf_texts) || added;
+    bool added = lf_readList(document, bools);
+    added = lf_readList(document, ints) || added;
+    added = lf_readList(document, texts) || added;
     if (added) lf_save(document);
     lf_readFolders(document, lfolder);
     lf_readFolders(document, afolder);

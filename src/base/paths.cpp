@@ -6,28 +6,28 @@
 namespace ory {
 
 namespace {
-const std::filesystem::path lf_input = "input";
-const std::filesystem::path lf_output = "output";
-const std::filesystem::path lf_airports = "airports";
+const std::filesystem::path input = "input";
+const std::filesystem::path output = "output";
+const std::filesystem::path airports = "airports";
 } // namespace
 
 const std::filesystem::path docsFolder = "docs";
-const std::filesystem::path inputFolder = lf_input;
-const std::filesystem::path dbaseFile = lf_input / "dbase.xml";
-const std::filesystem::path fixesFile = lf_input / "fixes.xml";
-const std::filesystem::path regcodesAigFolder = lf_input / "regcodesAIG";
+const std::filesystem::path inputFolder = input;
+const std::filesystem::path dbaseFile = input / "dbase.xml";
+const std::filesystem::path fixesFile = input / "fixes.xml";
+const std::filesystem::path regcodesAigFolder = input / "regcodesAIG";
 const std::filesystem::path aigRegcodesFile = regcodesAigFolder / "AIG-regcodes.xml";
-const std::filesystem::path myRegcodesFolder = lf_input / "my_regcodes";
-const std::filesystem::path outputFolder = lf_output;
-const std::filesystem::path liveriesScannedFile = lf_output / "LiveriesScanned.xml";
-const std::filesystem::path infoFolder = lf_output / "info";
-const std::filesystem::path errorsFolder = lf_output / "errors";
-const std::filesystem::path airportsFolder = lf_airports;
-const std::filesystem::path archiveFolder = lf_airports / "archive";
-const std::filesystem::path learnedFolder = lf_airports / "learned";
-const std::filesystem::path myOrbxFolder = lf_airports / "my_ORBX";
-const std::filesystem::path myThirdpartyFolder = lf_airports / "my_thirdparty";
-const std::filesystem::path myParkAirportsFile = lf_airports / "my_park_airports.txt";
+const std::filesystem::path myRegcodesFolder = input / "my_regcodes";
+const std::filesystem::path outputFolder = output;
+const std::filesystem::path liveriesScannedFile = output / "LiveriesScanned.xml";
+const std::filesystem::path infoFolder = output / "info";
+const std::filesystem::path errorsFolder = output / "errors";
+const std::filesystem::path airportsFolder = airports;
+const std::filesystem::path archiveFolder = airports / "archive";
+const std::filesystem::path learnedFolder = airports / "learned";
+const std::filesystem::path myOrbxFolder = airports / "my_ORBX";
+const std::filesystem::path myThirdpartyFolder = airports / "my_thirdparty";
+const std::filesystem::path myParkAirportsFile = airports / "my_park_airports.txt";
 const std::filesystem::path airportsP3dFile = "airports_p3d.xml";
 const std::filesystem::path airportsMsfsFile = "airports_msfs.xml";
 const std::filesystem::path versionJsonFile = "version.json";

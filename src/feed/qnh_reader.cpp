@@ -18,9 +18,9 @@ std::atomic<std::int32_t> qnhForEngine{standardQnh};
 
 namespace {
 
-constexpr std::int64_t lf_lowestQnh = 930;
-constexpr std::int64_t lf_highestQnh = 1080; // above this a report counts hundredths of an inch of mercury
-constexpr double lf_hpaPerHundredthInch = 0.33865307;
+constexpr std::int64_t lowestQnh = 930;
+constexpr std::int64_t highestQnh = 1080; // above this a report counts hundredths of an inch of mercury
+constexpr double hpaPerHundredthInch = 0.33865307;
 
 // Integral values of a large float stay in range of the checks below.
 std::int64_t lf_rounded(double VALUE) {
@@ -71,8 +71,8 @@ void QnhReader::processData() {
   std::optional<std::int64_t> qnh = lf_qnhOf(report, line);
   if (!qnh) return;
   std::int64_t num = *qnh;
-  if (num > lf_highestQnh) num = lf_rounded(static_cast<double>(num) * lf_hpaPerHundredthInch);
-  if (num < lf_lowestQnh || num > lf_highestQnh) {
+  if (num > highestQnh) num = lf_rounded(static_cast<double>(num) * hpaPerHundredthInch);
+  if (num < lowestQnh || num > highestQnh) {
     logLine(fmt::format("? Strange QNH {} found in {}", num, line));
     return;
   }

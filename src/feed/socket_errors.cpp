@@ -12,7 +12,7 @@ namespace ory {
 namespace {
 
 // Winsock error codes (WSAEINTR ... WSANO_DATA) with the short texts of the BSD originals.
-constexpr std::array<std::pair<int, std::string_view>, 49> lf_socketErrors = {{
+constexpr std::array<std::pair<int, std::string_view>, 49> socketErrors = {{
     {10004, "Interrupted system call"},
     {10009, "Bad file number"},
     {10013, "Permission denied"},
@@ -67,9 +67,9 @@ constexpr std::array<std::pair<int, std::string_view>, 49> lf_socketErrors = {{
 } // namespace
 
 std::string socketErrorText(int CODE) {
-  const auto* row = std::find_if(lf_socketErrors.begin(), lf_socketErrors.end(),
+  const auto* row = std::find_if(socketErrors.begin(), socketErrors.end(),
                                  [CODE](const auto& ROW) { return ROW.first == CODE; });
-  return fmt::format("{} {}", CODE, row == lf_socketErrors.end() ? "Unknown errror code" : row->second);
+  return fmt::format("{} {}", CODE, row == socketErrors.end() ? "Unknown errror code" : row->second);
 }
 
 } // namespace ory

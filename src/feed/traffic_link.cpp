@@ -29,7 +29,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::size_t lf_receiveLimit = 8192;
+constexpr std::size_t receiveLimit = 8192;
 
 std::atomic<SocketHandle> lf_listenSocket{invalidSocket};
 std::atomic<SocketHandle> lf_clientSocket{invalidSocket};
@@ -161,7 +161,7 @@ void handshake() {
 std::string receive() {
   if (!lf_waitReadable(lf_clientSocket)) return {};
   std::lock_guard lock(lf_linkLock);
-  const long count = receiveSome(lf_clientSocket, lf_receiveBuffer.data(), lf_receiveLimit);
+  const long count = receiveSome(lf_clientSocket, lf_receiveBuffer.data(), receiveLimit);
   if (count < 0) {
     logLine(fmt::format("receive: {}", lf_errorText()));
     return {};

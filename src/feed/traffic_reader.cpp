@@ -41,10 +41,10 @@ enum Field : std::size_t {
   fieldsOfALine = 29,
 };
 
-constexpr double lf_millisecondsFrom = 171644617100.79; // a timestamp above this counts milliseconds
-constexpr std::uint32_t lf_highestStaticHexid = 10000;  // made-up ids of the static parked aircraft
-constexpr std::int32_t lf_feedLagTicks = 3000;          // live aircraft play 30 seconds behind the feed
-constexpr double lf_groundRadiusNm = 5; // aircraft on the ground count only this near the park airport
+constexpr double millisecondsFrom = 171644617100.79; // a timestamp above this counts milliseconds
+constexpr std::uint32_t highestStaticHexid = 10000;  // made-up ids of the static parked aircraft
+constexpr std::int32_t feedLagTicks = 3000;          // live aircraft play 30 seconds behind the feed
+constexpr double groundRadiusNm = 5; // aircraft on the ground count only this near the park airport
 
 bool lf_isNull(std::string_view TEXT) {
   return TEXT == "null";
@@ -157,7 +157,7 @@ LineResult TrafficReader::processLine() {
     PositionSlot& slot = record.slot;
 
     record.timestamp = lf_finiteNumber(fields[timestampField], 741, "timestamp:{}");
-    if (record.timestamp > lf_millisecondsFrom) record.timestamp /= 1000;
+    if (record.timestamp > millisecondsFrom) record.timestamp /= 1000;
     lastFeedTime.store(record.timestamp, std::memory_order_relaxed);
 
     const std::string_view registration = fields[registrationField];
@@ -202,7 +202,7 @@ LineResult TrafficReader::processLine() {
     }
 
     record.hexid = lf_wholeNumber(fields[hexidField], 640, "hexid incorrect {}");
-    if (record.hexid <= lf_highestStaticHexid) return lf_refused();
+    if (record.hexid <= highestStaticHexid) return lf_refused();
 
     slot.groundSpeed = lf_finiteNumber(fields[groundSpeedField], 747, "gs:{}");
     // The callsign is read only below, so this refuses every line without a registration.
@@ -223,9 +223,9 @@ LineResult TrafficReader::processLine() {
     if (record.callsign.find('@') != std::string::npos) record.callsign.clear();
     if (record.callsign == "ERARMTR0") return lf_refused();
 
-    if (!slot.airborne && (!parked || distanceNm(parkLat.load(std::memory_order_relaxed),
-                                                 parkLon.load(std::memory_order_relaxed), slot.lat,
-                                                 slot.lon) > lf_groundRadiusNm))
+    if (!slot.airborne &&
+        (!parked || distanceNm(parkLat.load(std::memory_order_relaxed),
+                               parkLon.load(std::memory_order_relaxed), slot.lat, slot.lon) > groundRadiusNm))
       return lf_refused();
 
     const std::string_view track = fields[trackField];
@@ -250,7 +250,7 @@ LineResult TrafficReader::processLine() {
 
     std::lock_guard lock(feedLock);
     if (!queueOpen) return {LineOutcome::dropped, 0};
-    slot.time = simTick.load(std::memory_order_relaxed) + lf_feedLagTicks;
+    slot.time = simTick.load(std::memory_order_relaxed) + feedLagTicks;
     trafficInbox.push_back(record);
     return {LineOutcome::queued, 0};
   } catch (const SysErrorException& e) {

@@ -26,7 +26,7 @@ std::atomic<bool> flightPaused{false};
 
 namespace {
 
-constexpr std::int32_t lf_secondsPerDay = 86400;
+constexpr std::int32_t secondsPerDay = 86400;
 
 bool lf_aMarkIsStale() {
   return display.trafficMark == FeedMark::stale || display.weatherMark == FeedMark::stale;
@@ -102,7 +102,7 @@ DueJobs advanceSecond(std::atomic<std::int32_t>& SECOND_COUNT) {
   jobs.every30 = s % 30 == 0;
   jobs.every60 = s % 60 == 0;
   jobs.every1200 = s % 1200 == 0;
-  jobs.daily = s % lf_secondsPerDay == 0;
+  jobs.daily = s % secondsPerDay == 0;
   if (jobs.daily) {
     SECOND_COUNT = 0;
     jobs.s = 0;
@@ -134,17 +134,17 @@ void mainLoopThread(std::stop_token STOP) {
     feedWatchdog();
     flushLog();
     secondCount = 0;
-    using clock = std::chrono::steady_clock;
+    using Clock = std::chrono::steady_clock;
     constexpr auto period = std::chrono::nanoseconds(10'000'000);
-    auto next = clock::now() + period;
+    auto next = Clock::now() + period;
     updateNowSlot();
     setQueueOpen(true);
     const TimerPeriod millisecondSleeps;
     while (!STOP.stop_requested()) {
       mainLoop();
-      if (next - clock::now() >= std::chrono::milliseconds(1)) std::this_thread::sleep_until(next);
+      if (next - Clock::now() >= std::chrono::milliseconds(1)) std::this_thread::sleep_until(next);
       // A fixed grid that catches up after a long pass, laid anew at each simulator second.
-      next = secondTick ? clock::now() + period : next + period;
+      next = secondTick ? Clock::now() + period : next + period;
     }
   } catch (...) {
     reportException("mainLoop");

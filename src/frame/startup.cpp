@@ -35,7 +35,7 @@ namespace {
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
 
-constexpr std::string_view lf_p3dKey = "SOFTWARE\\Lockheed Martin\\Prepar3D v";
+constexpr std::string_view p3dKey = "SOFTWARE\\Lockheed Martin\\Prepar3D v";
 
 bool lf_stopWanted() {
   return exiting || userClosed;
@@ -66,7 +66,7 @@ bool lf_anyFolderParameter() {
 
 void lf_detectSimulatorInRegistry() {
   const auto present = [](char VERSION) {
-    return registryKeyExists(RegistryRoot::localMachine, fmt::format("{}{}", lf_p3dKey, VERSION));
+    return registryKeyExists(RegistryRoot::localMachine, fmt::format("{}{}", p3dKey, VERSION));
   };
   detectSimulator(present('4'), present('5'), present('6'));
 }
@@ -276,7 +276,7 @@ void detectSimulator(bool V4_PRESENT, bool V5_PRESENT, bool V6_PRESENT) {
   (void)V4_PRESENT; // v4 alone counts as not detected
   logLine(sum == 5 ? "P3Dv5detected" : "P3Dv6detected");
   const auto path =
-      readRegistryText(RegistryRoot::localMachine, fmt::format("{}{}", lf_p3dKey, sum), "SetupPath");
+      readRegistryText(RegistryRoot::localMachine, fmt::format("{}{}", p3dKey, sum), "SetupPath");
   if (!path || path->empty()) {
     clearEdit(SIM_INSTALL_PATH);
     throw UserErrorException(151,

@@ -18,14 +18,14 @@ namespace {
 namespace fs = std::filesystem;
 
 // The simulator's own SimObjects folders: they hold no AI liveries.
-constexpr std::array<std::string_view, 10> lf_stockFolders{
+constexpr std::array<std::string_view, 10> stockFolders{
     "Airplanes", "Avatars", "Rotorcraft",  "GroundVehicles", "Boats",
     "Animals",   "Misc",    "Submersible", "Weapons",        "Countermeasures"};
 // Packages with SimObjects that are no aircraft.
-constexpr std::array<std::string_view, 2> lf_skippedPackages{"Lights Reborn", "Aerosoft Geneva Professional"};
+constexpr std::array<std::string_view, 2> skippedPackages{"Lights Reborn", "Aerosoft Geneva Professional"};
 
 bool lf_isSkippedPackage(std::string_view PATH) {
-  return std::any_of(lf_skippedPackages.begin(), lf_skippedPackages.end(),
+  return std::any_of(skippedPackages.begin(), skippedPackages.end(),
                      [PATH](std::string_view WORD) { return PATH.find(WORD) != std::string_view::npos; });
 }
 
@@ -58,7 +58,7 @@ bool lf_isKey(std::string_view LINE, std::string_view UPPER_KEY) {
 }
 
 bool lf_isStockFolder(std::string_view PATH) {
-  return std::any_of(lf_stockFolders.begin(), lf_stockFolders.end(),
+  return std::any_of(stockFolders.begin(), stockFolders.end(),
                      [PATH](std::string_view WORD) { return PATH.find(WORD) != std::string_view::npos; });
 }
 
@@ -101,12 +101,12 @@ std::vector<fs::path> lf_packageSimObjects(const fs::path& PACKAGE) {
   return folders;
 }
 
-struct lf_Package {
+struct Package {
   std::vector<std::string> paths;
   bool active = true; // the simulator loads an inactive package's folders no more
 };
 
-void lf_examine(const lf_Package& PACKAGE, std::vector<fs::path>& FOLDERS, std::int32_t& FOUND) {
+void lf_examine(const Package& PACKAGE, std::vector<fs::path>& FOLDERS, std::int32_t& FOUND) {
   if (!PACKAGE.active) return;
   for (const std::string& path : PACKAGE.paths) {
     const std::vector<fs::path> folders = lf_packageSimObjects(configPath(path));
@@ -128,7 +128,7 @@ std::vector<fs::path> addOnPackageFolders(std::int32_t VERSION) {
   std::int32_t found = 0;
   // Only [Package.N] sections name packages; a [DiscoveryPath.N] holds packages that have entries of their
   // own.
-  lf_Package package;
+  Package package;
   bool inPackage = false;
   for (const std::string& line : lf_readConfig(lf_configFile(appDataFolder(), VERSION, "add-ons.cfg"))) {
     if (lf_isSection(line)) {

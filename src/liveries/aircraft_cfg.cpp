@@ -34,27 +34,27 @@ namespace fs = std::filesystem;
 using TextViewSet = std::unordered_set<std::string_view, TextHash, std::equal_to<>>;
 
 std::mutex lf_titlesLock;
-TextSet lf_titles;                          // every title given to a record in this scan
-TextViewSet lf_dontUse;                     // views of dontUseTitles, complete before the workers start
-constexpr std::int32_t lf_noNumber = 10000; // a header whose number can't be read
-constexpr std::size_t lf_maxRegcodeBytes = 12;
+TextSet lf_titles;                       // every title given to a record in this scan
+TextViewSet lf_dontUse;                  // views of dontUseTitles, complete before the workers start
+constexpr std::int32_t noNumber = 10000; // a header whose number can't be read
+constexpr std::size_t maxRegcodeBytes = 12;
 
-enum class lf_Form { standard, ivao };
+enum class Form { standard, ivao };
 
-enum class lf_Kind : char { other, folder, file };
+enum class Kind : char { other, folder, file };
 
 // What the sections of one file share.
-struct lf_File {
-  lf_Form form;
+struct File {
+  Form form;
   std::uint32_t folderIndex;
   fs::path path;
   std::string text; // the path for messages
   fs::path folder;
   std::string type;
-  std::optional<TextMap<lf_Kind>> listing; // the folder's entries by lower-case name, read on first need
+  std::optional<TextMap<Kind>> listing; // the folder's entries by lower-case name, read on first need
 };
 
-struct lf_Keys {
+struct Keys {
   std::string_view title;
   std::string codes; // blanks around the tokens removed
   std::string types;
@@ -82,15 +82,15 @@ std::string_view lf_win32Name(std::string_view NAME) {
   return NAME;
 }
 
-const TextMap<lf_Kind>& lf_listing(lf_File& FILE) {
+const TextMap<Kind>& lf_listing(File& FILE) {
   if (FILE.listing) return *FILE.listing;
   FILE.listing.emplace();
   std::error_code error;
   for (fs::directory_iterator it(FILE.folder, error), end; !error && it != end; it.increment(error)) {
     std::error_code ignored;
-    const lf_Kind kind = it->is_directory(ignored)      ? lf_Kind::folder
-                         : it->is_regular_file(ignored) ? lf_Kind::file
-                                                        : lf_Kind::other;
+    const Kind kind = it->is_directory(ignored)      ? Kind::folder
+                      : it->is_regular_file(ignored) ? Kind::file
+                                                     : Kind::other;
     FILE.listing->emplace(lf_lowerAscii(pathText(it->path().filename())), kind);
   }
   return *FILE.listing;
@@ -98,17 +98,17 @@ const TextMap<lf_Kind>& lf_listing(lf_File& FILE) {
 
 // Whether NAME below the file's folder is a folder (or a file), ignoring letter case as Windows does. One
 // listing of the folder serves all sections of a file; a name with a path in it asks the file system.
-bool lf_exists(lf_File& FILE, std::string_view NAME, lf_Kind KIND) {
+bool lf_exists(File& FILE, std::string_view NAME, Kind KIND) {
   const std::string_view name = lf_win32Name(NAME);
   if (name.find_first_of("\\/") == std::string_view::npos) {
-    const TextMap<lf_Kind>& listing = lf_listing(FILE);
+    const TextMap<Kind>& listing = lf_listing(FILE);
     if (const auto it = listing.find(lf_lowerAscii(name)); it != listing.end()) return it->second == KIND;
   }
   std::string relative(name);
   std::replace(relative.begin(), relative.end(), '\\', '/');
   std::error_code error;
   const fs::file_status status = fs::status(FILE.folder / lf_pathOf(relative), error);
-  return KIND == lf_Kind::folder ? fs::is_directory(status) : fs::is_regular_file(status);
+  return KIND == Kind::folder ? fs::is_directory(status) : fs::is_regular_file(status);
 }
 
 bool lf_isManufacturer(std::string_view CODE) {
@@ -154,10 +154,10 @@ std::optional<std::string_view> lf_headerNumber(std::string_view LINE) {
   return std::nullopt;
 }
 
-enum class lf_Numbers { invalid, none, fine };
+enum class Numbers { invalid, none, fine };
 
 // Sections must be numbered 0, 1, 2 ... without gaps, or the simulator reads none of them.
-lf_Numbers lf_checkNumbers(const lf_File& FILE, const std::vector<std::string>& LINES) {
+Numbers lf_checkNumbers(const File& FILE, const std::vector<std::string>& LINES) {
   std::vector<std::int32_t> numbers;
   for (const std::string& line : LINES) {
     const auto text = lf_headerNumber(line);
@@ -168,39 +168,39 @@ lf_Numbers lf_checkNumbers(const lf_File& FILE, const std::vector<std::string>& 
       const std::string reason = fmt::format("fltsim num {} incorrect", *text);
       logWarning(reason);
       invalidFilesReport.add(FILE.text + " contains " + reason);
-      return lf_Numbers::invalid;
+      return Numbers::invalid;
     }
     numbers.push_back(number);
   }
   if (numbers.empty()) {
     noSectionFilesReport.add(FILE.text);
-    return lf_Numbers::none;
+    return Numbers::none;
   }
   std::sort(numbers.begin(), numbers.end());
   for (std::size_t i = 0; i < numbers.size(); ++i) {
     if (numbers[i] == static_cast<std::int32_t>(i)) continue;
-    const std::string reason = numbers[i] == lf_noNumber
+    const std::string reason = numbers[i] == noNumber
                                    ? std::string("a [fltsim.] section without a number")
                                    : fmt::format("non-consecutive [fltsim.x] numbers at .x={}", numbers[i]);
     invalidFilesReport.add(FILE.text + " contains " + reason);
-    return lf_Numbers::invalid;
+    return Numbers::invalid;
   }
-  return lf_Numbers::fine;
+  return Numbers::fine;
 }
 
 // Always false: the section ends.
-bool lf_incomplete(const lf_File& FILE, std::string_view HEADER, std::string_view WHAT) {
+bool lf_incomplete(const File& FILE, std::string_view HEADER, std::string_view WHAT) {
   incompleteSectionsReport.add(fmt::format("{} {} {}", FILE.text, HEADER, WHAT));
   return false;
 }
 
-bool lf_secondAtcId(const lf_File& FILE, std::string_view HEADER) {
+bool lf_secondAtcId(const File& FILE, std::string_view HEADER) {
   incompleteSectionsReport.add(fmt::format("{}, {}, has more than one atc_id key", FILE.text, HEADER));
   return false;
 }
 
 // The first value of a path key is kept; true when LINE was one.
-bool lf_readPathKey(std::string_view LINE, lf_Keys& KEYS) {
+bool lf_readPathKey(std::string_view LINE, Keys& KEYS) {
   for (const auto& [key, slot] :
        {std::pair{"model", &KEYS.model}, {"sim", &KEYS.sim}, {"texture", &KEYS.texture}})
     if (const auto value = cfgKeyValue(LINE, key)) {
@@ -211,7 +211,7 @@ bool lf_readPathKey(std::string_view LINE, lf_Keys& KEYS) {
 }
 
 // False, with a line on the incomplete list, when the section ends on LINE.
-bool lf_readStandardKey(const lf_File& FILE, std::string_view HEADER, std::string_view LINE, lf_Keys& KEYS) {
+bool lf_readStandardKey(const File& FILE, std::string_view HEADER, std::string_view LINE, Keys& KEYS) {
   if (const auto title = cfgKeyValue(LINE, "title")) {
     if (!KEYS.title.empty()) return lf_incomplete(FILE, HEADER, "has more than one title key");
     KEYS.title = *title;
@@ -242,7 +242,7 @@ bool lf_readStandardKey(const lf_File& FILE, std::string_view HEADER, std::strin
   return true;
 }
 
-bool lf_readIvaoKey(const lf_File& FILE, std::string_view HEADER, std::string_view LINE, lf_Keys& KEYS) {
+bool lf_readIvaoKey(const File& FILE, std::string_view HEADER, std::string_view LINE, Keys& KEYS) {
   if (const auto title = cfgKeyValue(LINE, "title")) {
     if (!KEYS.title.empty()) return lf_incomplete(FILE, HEADER, "has more than one title key");
     KEYS.title = *title;
@@ -265,15 +265,15 @@ bool lf_readIvaoKey(const lf_File& FILE, std::string_view HEADER, std::string_vi
 
 // The model folder, the texture folder and the flight model file must exist, or the simulator can't create
 // the livery. The IVAO form tests the flight model before the texture.
-bool lf_pathsExist(lf_File& FILE, std::string_view HEADER, const lf_Keys& KEYS) {
+bool lf_pathsExist(File& FILE, std::string_view HEADER, const Keys& KEYS) {
   struct Need {
     std::string name;
-    lf_Kind kind;
+    Kind kind;
   };
-  std::array<Need, 3> needs{Need{fmt::format("model.{}", KEYS.model), lf_Kind::folder},
-                            Need{fmt::format("texture.{}", KEYS.texture), lf_Kind::folder},
-                            Need{fmt::format("{}.air", KEYS.sim), lf_Kind::file}};
-  if (FILE.form == lf_Form::ivao) std::swap(needs[1], needs[2]);
+  std::array<Need, 3> needs{Need{fmt::format("model.{}", KEYS.model), Kind::folder},
+                            Need{fmt::format("texture.{}", KEYS.texture), Kind::folder},
+                            Need{fmt::format("{}.air", KEYS.sim), Kind::file}};
+  if (FILE.form == Form::ivao) std::swap(needs[1], needs[2]);
   for (const Need& need : needs)
     if (!lf_exists(FILE, need.name, need.kind)) {
       incompleteSectionsReport.add(
@@ -284,9 +284,9 @@ bool lf_pathsExist(lf_File& FILE, std::string_view HEADER, const lf_Keys& KEYS) 
 }
 
 // The section's regcode from atc_id: empty unless there is exactly one sound token.
-std::string lf_regcode(const lf_File& FILE, std::string_view HEADER, const lf_Keys& KEYS) {
+std::string lf_regcode(const File& FILE, std::string_view HEADER, const Keys& KEYS) {
   if (KEYS.atcId.empty()) return {};
-  const bool standard = FILE.form == lf_Form::standard;
+  const bool standard = FILE.form == Form::standard;
   const std::string_view value = standard ? KEYS.atcId.substr(0, KEYS.atcId.find(';')) : KEYS.atcId;
   if (value.empty()) {
     logLine(fmt::format("invalid atc_id={} ==> in: {}", KEYS.atcId, HEADER));
@@ -303,7 +303,7 @@ std::string lf_regcode(const lf_File& FILE, std::string_view HEADER, const lf_Ke
       logLine(fmt::format("regcode is a space char? {} {}", FILE.text, HEADER));
       return {};
     }
-    if (token.size() > lf_maxRegcodeBytes) {
+    if (token.size() > maxRegcodeBytes) {
       logLine(standard ? fmt::format("regcode: {}, has more than 12 chars or contains UTF16 chars in \"{}\"?",
                                      token, FILE.text)
                        : fmt::format("regcode: {}, has more than 12 chars in title: {}", token, KEYS.title));
@@ -319,7 +319,7 @@ std::string lf_regcode(const lf_File& FILE, std::string_view HEADER, const lf_Ke
 }
 
 // What both forms ask of a section's keys before it can give a livery.
-bool lf_givesLivery(lf_File& FILE, std::string_view HEADER, const lf_Keys& KEYS) {
+bool lf_givesLivery(File& FILE, std::string_view HEADER, const Keys& KEYS) {
   if (!lf_pathsExist(FILE, HEADER, KEYS)) return false;
   if (KEYS.title.empty()) {
     lf_incomplete(FILE, HEADER, "misses title");
@@ -328,9 +328,9 @@ bool lf_givesLivery(lf_File& FILE, std::string_view HEADER, const lf_Keys& KEYS)
   return !lf_dontUse.contains(KEYS.title);
 }
 
-void lf_standardSection(lf_File& FILE, std::string_view HEADER, std::span<const std::string_view> LINES,
+void lf_standardSection(File& FILE, std::string_view HEADER, std::span<const std::string_view> LINES,
                         std::vector<LiveryData>& LIVERIES) {
-  lf_Keys keys;
+  Keys keys;
   for (const std::string_view line : LINES)
     if (!lf_readStandardKey(FILE, HEADER, line, keys)) return;
   if (!lf_givesLivery(FILE, HEADER, keys)) return;
@@ -365,9 +365,9 @@ void lf_standardSection(lf_File& FILE, std::string_view HEADER, std::span<const 
   }
 }
 
-void lf_ivaoSection(lf_File& FILE, std::string_view HEADER, std::span<const std::string_view> LINES,
+void lf_ivaoSection(File& FILE, std::string_view HEADER, std::span<const std::string_view> LINES,
                     std::vector<LiveryData>& LIVERIES) {
-  lf_Keys keys;
+  Keys keys;
   for (const std::string_view line : LINES)
     if (!lf_readIvaoKey(FILE, HEADER, line, keys)) return;
   if (!lf_givesLivery(FILE, HEADER, keys)) return;
@@ -391,13 +391,13 @@ void lf_ivaoSection(lf_File& FILE, std::string_view HEADER, std::span<const std:
 }
 
 // SECTION starts with its header line.
-void lf_procesFltSimSection(lf_File& FILE, std::vector<std::string_view>& SECTION,
+void lf_procesFltSimSection(File& FILE, std::vector<std::string_view>& SECTION,
                             std::vector<LiveryData>& LIVERIES) {
   try {
     while (SECTION.size() > 1 && (SECTION.back().empty() || SECTION.back().starts_with("//")))
       SECTION.pop_back();
     const std::span<const std::string_view> lines(SECTION.begin() + 1, SECTION.end());
-    if (FILE.form == lf_Form::standard)
+    if (FILE.form == Form::standard)
       lf_standardSection(FILE, SECTION.front(), lines, LIVERIES);
     else
       lf_ivaoSection(FILE, SECTION.front(), lines, LIVERIES);
@@ -408,7 +408,7 @@ void lf_procesFltSimSection(lf_File& FILE, std::vector<std::string_view>& SECTIO
 }
 
 // A section runs from its header to the next header or to a line with a '[' among its first six characters.
-std::vector<LiveryData> lf_readSections(lf_File& FILE, const std::vector<std::string>& LINES) {
+std::vector<LiveryData> lf_readSections(File& FILE, const std::vector<std::string>& LINES) {
   std::vector<LiveryData> liveries;
   std::vector<std::string_view> section;
   bool inSection = false;
@@ -434,10 +434,10 @@ std::vector<LiveryData> lf_readSections(lf_File& FILE, const std::vector<std::st
   return liveries;
 }
 
-std::vector<LiveryData> lf_searchFile(lf_Form FORM, std::uint32_t FOLDER_INDEX, const fs::path& PATH) {
-  lf_File file{FORM, FOLDER_INDEX, PATH, pathText(PATH), PATH.parent_path(), {}, {}};
+std::vector<LiveryData> lf_searchFile(Form FORM, std::uint32_t FOLDER_INDEX, const fs::path& PATH) {
+  File file{FORM, FOLDER_INDEX, PATH, pathText(PATH), PATH.parent_path(), {}, {}};
   try {
-    if (FORM == lf_Form::ivao) {
+    if (FORM == Form::ivao) {
       file.type = ivaoFileModel(PATH);
       if (file.type.empty()) return {};
     }
@@ -446,8 +446,8 @@ std::vector<LiveryData> lf_searchFile(lf_Form FORM, std::uint32_t FOLDER_INDEX, 
       logWarning(fmt::format("no character set found for {}", file.text));
       return {};
     }
-    if (lf_checkNumbers(file, lines) != lf_Numbers::fine) return {};
-    if (FORM == lf_Form::standard) {
+    if (lf_checkNumbers(file, lines) != Numbers::fine) return {};
+    if (FORM == Form::standard) {
       file.type = standardFileModel(PATH, lines);
       if (file.type.empty()) return {};
     }
@@ -501,11 +501,11 @@ bool isIvaoPath(std::string_view BACKSLASH_PATH) {
 }
 
 std::vector<LiveryData> lf_searchLiveriesinFile(std::uint32_t FOLDER_INDEX, const fs::path& PATH) {
-  return lf_searchFile(lf_Form::standard, FOLDER_INDEX, PATH);
+  return lf_searchFile(Form::standard, FOLDER_INDEX, PATH);
 }
 
 std::vector<LiveryData> lf_searchIvaoLiveriesinFile(std::uint32_t FOLDER_INDEX, const fs::path& PATH) {
-  return lf_searchFile(lf_Form::ivao, FOLDER_INDEX, PATH);
+  return lf_searchFile(Form::ivao, FOLDER_INDEX, PATH);
 }
 
 std::string standardFileModel(const fs::path& PATH, const std::vector<std::string>& LINES) {

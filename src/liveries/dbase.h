@@ -16,6 +16,8 @@
 
 namespace ory {
 
+// The aircraft database's own category names.
+// NOLINTBEGIN(readability-identifier-naming)
 enum class ModelCategory : std::int32_t {
   Light = 0, // everything not listed elsewhere
   Buzjets = 1,
@@ -24,6 +26,7 @@ enum class ModelCategory : std::int32_t {
   HighPerf = 4,
   Rotorcraft = 5,
 };
+// NOLINTEND(readability-identifier-naming)
 inline constexpr std::size_t modelCategoryCount = 6;
 std::string_view modelCategoryName(ModelCategory CATEGORY); // "Light" ... "Rotorcraft"
 

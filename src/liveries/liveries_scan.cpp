@@ -32,19 +32,19 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::uint32_t lf_lastFolderIndex = 10;
-constexpr std::size_t lf_maxDescentLength = 250; // characters of a folder path the walk goes into
+constexpr std::uint32_t lastFolderIndex = 10;
+constexpr std::size_t maxDescentLength = 250; // characters of a folder path the walk goes into
 
-const fs::path lf_invalidAirlinesFile = errorsFolder / "InvalidAirlineCodes.txt";
-const fs::path lf_invalidModelsFile = errorsFolder / "InvalidAircraftCodes.txt";
-const fs::path lf_fixesFile = errorsFolder / "Fixes.txt";
-const fs::path lf_invalidFilesFile = errorsFolder / "InvalidAircraftCfgFiles.txt";
-const fs::path lf_incompleteFile = errorsFolder / "IncompleFltsimSections.txt";
-const fs::path lf_inlineRegcodesFile = errorsFolder / "InlineRegcodes.txt";
-const fs::path lf_noSectionFile = infoFolder / "AircraftCfgWithNoFltsimSection.txt";
-const fs::path lf_conversionsFile = infoFolder / "AirlineModelConversions.txt";
-const fs::path lf_priorityFile = infoFolder / "LiveriesSkippedOnPriority.txt";
-const fs::path lf_airlineDataFile = infoFolder / "AirlineData.txt";
+const fs::path invalidAirlinesFile = errorsFolder / "InvalidAirlineCodes.txt";
+const fs::path invalidModelsFile = errorsFolder / "InvalidAircraftCodes.txt";
+const fs::path fixesFile = errorsFolder / "Fixes.txt";
+const fs::path invalidFilesFile = errorsFolder / "InvalidAircraftCfgFiles.txt";
+const fs::path incompleteFile = errorsFolder / "IncompleFltsimSections.txt";
+const fs::path inlineRegcodesFile = errorsFolder / "InlineRegcodes.txt";
+const fs::path noSectionFile = infoFolder / "AircraftCfgWithNoFltsimSection.txt";
+const fs::path conversionsFile = infoFolder / "AirlineModelConversions.txt";
+const fs::path priorityFile = infoFolder / "LiveriesSkippedOnPriority.txt";
+const fs::path airlineDataFile = infoFolder / "AirlineData.txt";
 
 bool lf_loaded = false; // the tables are built; a restart keeps them
 
@@ -57,9 +57,9 @@ bool lf_stopWanted() {
 }
 
 void lf_removeOutputs() {
-  for (const fs::path& file : {lf_airlineDataFile, lf_noSectionFile, lf_priorityFile, lf_conversionsFile,
-                               liveriesScannedFile, lf_invalidAirlinesFile, lf_invalidModelsFile,
-                               lf_fixesFile, lf_invalidFilesFile, lf_incompleteFile, lf_inlineRegcodesFile}) {
+  for (const fs::path& file : {airlineDataFile, noSectionFile, priorityFile, conversionsFile,
+                               liveriesScannedFile, invalidAirlinesFile, invalidModelsFile, fixesFile,
+                               invalidFilesFile, incompleteFile, inlineRegcodesFile}) {
     std::error_code error;
     fs::remove(file, error);
     if (error)
@@ -98,7 +98,7 @@ std::size_t lf_utf16Length(std::string_view UTF8) {
   return units;
 }
 
-using lf_Future = std::future<std::vector<LiveryData>>;
+using Future = std::future<std::vector<LiveryData>>;
 
 std::vector<LiveryData> lf_worker(bool IVAO, std::uint32_t FOLDER_INDEX, fs::path PATH) {
   struct Done {
@@ -107,7 +107,7 @@ std::vector<LiveryData> lf_worker(bool IVAO, std::uint32_t FOLDER_INDEX, fs::pat
   return IVAO ? lf_searchIvaoLiveriesinFile(FOLDER_INDEX, PATH) : lf_searchLiveriesinFile(FOLDER_INDEX, PATH);
 }
 
-void lf_collect(lf_Future& FUTURE, std::string_view WHERE) {
+void lf_collect(Future& FUTURE, std::string_view WHERE) {
   if (!FUTURE.valid()) {
     logWarning(WHERE == "inner" ? "futs #1 not yet valid ? ..." : "futs #1 not yet valid ...");
     return;
@@ -123,7 +123,7 @@ void lf_collect(lf_Future& FUTURE, std::string_view WHERE) {
 
 // One worker per file, held at scanWorkerLimit by the list of futures.
 void lf_scanFolder(const fs::path& FOLDER, std::uint32_t FOLDER_INDEX) {
-  std::deque<lf_Future> futures;
+  std::deque<Future> futures;
   std::error_code error;
   fs::recursive_directory_iterator it(FOLDER, fs::directory_options::skip_permission_denied, error);
   for (const fs::recursive_directory_iterator end; !error && it != end && !lf_stopWanted();
@@ -132,7 +132,7 @@ void lf_scanFolder(const fs::path& FOLDER, std::uint32_t FOLDER_INDEX) {
       const fs::directory_entry& entry = *it;
       const std::string text = backslashPath(entry.path());
       if (entry.is_directory()) {
-        if (text.find("airport") != std::string::npos || lf_utf16Length(text) >= lf_maxDescentLength)
+        if (text.find("airport") != std::string::npos || lf_utf16Length(text) >= maxDescentLength)
           it.disable_recursion_pending();
         continue;
       }
@@ -152,7 +152,7 @@ void lf_scanFolder(const fs::path& FOLDER, std::uint32_t FOLDER_INDEX) {
   if (error)
     logLine(fmt::format("liveries search in folder {} aborted because of iterator problem: {}",
                         pathText(FOLDER), error.message()));
-  for (lf_Future& future : futures)
+  for (Future& future : futures)
     lf_collect(future, "outer");
 }
 
@@ -204,29 +204,29 @@ std::vector<std::string> lf_dropByPriority() {
 void lf_writeReports(const std::vector<std::string>& CONVERSIONS, const std::vector<std::string>& SKIPPED) {
   const auto shown = [](const fs::path& FILE) { return pathText(FILE); };
   std::vector<std::string> errors;
-  if (const auto n = lf_writeList(lf_invalidAirlinesFile, invalidAirlinesReport.lines(), true))
+  if (const auto n = lf_writeList(invalidAirlinesFile, invalidAirlinesReport.lines(), true))
     errors.push_back(
-        fmt::format("{} invalid airline code{}, see {}", n, lf_plural(n), shown(lf_invalidAirlinesFile)));
-  if (const auto n = lf_writeList(lf_invalidModelsFile, invalidModelsReport.lines(), true))
+        fmt::format("{} invalid airline code{}, see {}", n, lf_plural(n), shown(invalidAirlinesFile)));
+  if (const auto n = lf_writeList(invalidModelsFile, invalidModelsReport.lines(), true))
     errors.push_back(
-        fmt::format("{} invalid model code{}, see {}", n, lf_plural(n), shown(lf_invalidModelsFile)));
-  if (const auto n = lf_writeList(lf_fixesFile, fixesReport.lines(), false))
-    errors.push_back(fmt::format("{} code fixes, see {}", n, shown(lf_fixesFile)));
-  if (const auto n = lf_writeList(lf_invalidFilesFile, invalidFilesReport.lines(), true))
-    errors.push_back(fmt::format("{} invalid aircraft.cfg files, see {}", n, shown(lf_invalidFilesFile)));
-  if (const auto n = lf_writeList(lf_incompleteFile, incompleteSectionsReport.lines(), true))
-    errors.push_back(fmt::format("{} incomplete [fltsim.x] sections, see {}", n, shown(lf_incompleteFile)));
+        fmt::format("{} invalid model code{}, see {}", n, lf_plural(n), shown(invalidModelsFile)));
+  if (const auto n = lf_writeList(fixesFile, fixesReport.lines(), false))
+    errors.push_back(fmt::format("{} code fixes, see {}", n, shown(fixesFile)));
+  if (const auto n = lf_writeList(invalidFilesFile, invalidFilesReport.lines(), true))
+    errors.push_back(fmt::format("{} invalid aircraft.cfg files, see {}", n, shown(invalidFilesFile)));
+  if (const auto n = lf_writeList(incompleteFile, incompleteSectionsReport.lines(), true))
+    errors.push_back(fmt::format("{} incomplete [fltsim.x] sections, see {}", n, shown(incompleteFile)));
   logLine(errors.empty() ? "\nNo errors" : "\nErrors:");
   for (const std::string& line : errors)
     logLine(line);
   logLine("\nInformation:");
-  if (const auto n = lf_writeList(lf_noSectionFile, noSectionFilesReport.lines(), true))
-    logLine(fmt::format("{} empty aircraft.cfg files, see {}", n, shown(lf_noSectionFile)));
-  if (const auto n = lf_writeList(lf_conversionsFile, CONVERSIONS, true))
-    logLine(fmt::format("{} liveries updated with real live data from dbase, see {}", n,
-                        shown(lf_conversionsFile)));
-  if (const auto n = lf_writeList(lf_priorityFile, SKIPPED, true))
-    logLine(fmt::format("{} liverie{} skipped on priority, see {}", n, lf_plural(n), shown(lf_priorityFile)));
+  if (const auto n = lf_writeList(noSectionFile, noSectionFilesReport.lines(), true))
+    logLine(fmt::format("{} empty aircraft.cfg files, see {}", n, shown(noSectionFile)));
+  if (const auto n = lf_writeList(conversionsFile, CONVERSIONS, true))
+    logLine(
+        fmt::format("{} liveries updated with real live data from dbase, see {}", n, shown(conversionsFile)));
+  if (const auto n = lf_writeList(priorityFile, SKIPPED, true))
+    logLine(fmt::format("{} liverie{} skipped on priority, see {}", n, lf_plural(n), shown(priorityFile)));
 }
 
 void lf_sortAndUnique() {
@@ -272,7 +272,7 @@ void lf_scan(bool AUTOMATIC, bool PRIORITIZE, std::vector<fs::path> FOLDERS) {
   std::uint32_t folderIndex = 0;
   for (const fs::path& folder : FOLDERS) {
     if (lf_stopWanted()) return;
-    folderIndex = std::min(folderIndex + 1, lf_lastFolderIndex);
+    folderIndex = std::min(folderIndex + 1, lastFolderIndex);
     std::error_code error;
     if (!fs::exists(folder, error)) {
       logLine(pathText(folder) + " does not exist, skipped!");

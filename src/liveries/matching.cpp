@@ -34,14 +34,14 @@ TextOrderedSet noMatchKeys;
 
 namespace {
 
-constexpr int lf_redraws = 5;
-constexpr std::string_view lf_simName = "P3D";
-constexpr std::size_t lf_bannerWidth = 100;
+constexpr int redraws = 5;
+constexpr std::string_view simName = "P3D";
+constexpr std::size_t bannerWidth = 100;
 
 // The special titles as a set: the pick asks it for every candidate it draws.
 std::unordered_set<std::string_view, TextHash, std::equal_to<>> lf_special;
 
-struct lf_Match {
+struct Match {
   std::string_view title;
   int step = 0; // 1 to 6
 };
@@ -57,7 +57,7 @@ bool lf_isFailed(std::string_view TITLE) {
 // The tie-break among liveries that fit: a random one that no regcode reserves. Empty when all are reserved.
 std::string_view lf_pick(const TitleViews& CANDIDATES) {
   std::string_view pick = CANDIDATES[randomIndex(CANDIDATES.size())];
-  for (int draw = 0; draw < lf_redraws; ++draw) {
+  for (int draw = 0; draw < redraws; ++draw) {
     if (!lf_isSpecial(pick)) return pick;
     pick = CANDIDATES[randomIndex(CANDIDATES.size())];
   }
@@ -116,15 +116,15 @@ TypeList lf_genericSimilar(std::string_view TYPE) {
   return {(*models)[randomIndex(models->size())]};
 }
 
-lf_Match lf_regcodeStep(const MatchAircraft& AIRCRAFT) {
+Match lf_regcodeStep(const MatchAircraft& AIRCRAFT) {
   if (AIRCRAFT.regcode.empty()) return {};
   const auto bound = regcodeLiveries.find(AIRCRAFT.regcode);
-  return bound == regcodeLiveries.end() ? lf_Match() : lf_Match{bound->second, 1};
+  return bound == regcodeLiveries.end() ? Match() : Match{bound->second, 1};
 }
 
 // Steps 2 to 6 of the ladder, as deep as MATCHING_DEPTH allows. Only small aircraft may wear the colours of
 // another airline.
-lf_Match lf_searchSteps(const MatchAircraft& AIRCRAFT, bool CARGO) {
+Match lf_searchSteps(const MatchAircraft& AIRCRAFT, bool CARGO) {
   const std::int32_t depth = MATCHING_DEPTH.value;
   const std::string& airline = AIRCRAFT.airline;
   const std::string& type = AIRCRAFT.type;
@@ -162,8 +162,8 @@ lf_Match lf_searchSteps(const MatchAircraft& AIRCRAFT, bool CARGO) {
 }
 
 // A refused title found by the ladder ends the search without a match.
-lf_Match lf_unlessFailed(lf_Match MATCH) {
-  return MATCH.title.empty() || lf_isFailed(MATCH.title) ? lf_Match() : MATCH;
+Match lf_unlessFailed(Match MATCH) {
+  return MATCH.title.empty() || lf_isFailed(MATCH.title) ? Match() : MATCH;
 }
 
 void lf_setTitle(MatchAircraft& AIRCRAFT, std::string_view TITLE) {
@@ -173,7 +173,7 @@ void lf_setTitle(MatchAircraft& AIRCRAFT, std::string_view TITLE) {
 
 std::string lf_banner(std::string_view TEXT) {
   std::string line = fmt::format("===== {} ", TEXT);
-  line.resize(std::max(line.size(), lf_bannerWidth), '=');
+  line.resize(std::max(line.size(), bannerWidth), '=');
   return line;
 }
 
@@ -190,7 +190,7 @@ bool matchLiveAircraft(MatchAircraft& AIRCRAFT) {
     }
     hexidLiveries.erase(known);
   }
-  lf_Match match = lf_regcodeStep(AIRCRAFT);
+  Match match = lf_regcodeStep(AIRCRAFT);
   if (match.title.empty()) match = lf_searchSteps(AIRCRAFT, AIRCRAFT.cargo);
   match = lf_unlessFailed(match);
   if (match.title.empty()) return false;
@@ -206,7 +206,7 @@ bool matchParkedAircraft(MatchAircraft& AIRCRAFT, std::string_view STAND_NAME, b
     if (LOG.value) logLine(fmt::format("          {} =s= {}", AIRCRAFT.text, AIRCRAFT.liveryTitle));
     return true;
   }
-  lf_Match match = lf_regcodeStep(AIRCRAFT);
+  Match match = lf_regcodeStep(AIRCRAFT);
   if (match.title.empty()) {
     AIRCRAFT.cargo = CARGO_STAND;
     match = lf_searchSteps(AIRCRAFT, CARGO_STAND);
@@ -232,7 +232,7 @@ void reportNotCreated(const MatchAircraft& AIRCRAFT) {
   failedAircraft.push_back(fmt::format("{} {}", AIRCRAFT.type, AIRCRAFT.airline));
   if (failedLiveries.size() < maxFailedLiveries) return;
   const std::string text =
-      fmt::format("there are too many liveries that could not be created by {}!", lf_simName);
+      fmt::format("there are too many liveries that could not be created by {}!", simName);
   logLine(fmt::format("\n{}Error 81, {}\n", warningPrefix, text));
   throw UserErrorException(81, fmt::format("{}, see Log.txt", text));
 }
@@ -322,10 +322,10 @@ void writeMatchingSummary() {
   std::sort(failed.begin(), failed.end());
   failed.erase(std::unique(failed.begin(), failed.end()), failed.end());
   if (!failed.empty()) {
-    lines.push_back(fmt::format("\nCould not be created by {}:", lf_simName));
+    lines.push_back(fmt::format("\nCould not be created by {}:", simName));
     lines.insert(lines.end(), failed.begin(), failed.end());
   }
-  lines.push_back(std::string(lf_bannerWidth, '='));
+  lines.push_back(std::string(bannerWidth, '='));
   std::string text;
   for (const std::string& line : lines)
     text.append(text.empty() ? "" : "\n").append(line);

@@ -22,8 +22,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const fs::path lf_inlineRegcodesFile = errorsFolder / "InlineRegcodes.txt";
-constexpr std::size_t lf_typesPerLine = 20;
+const fs::path inlineRegcodesFile = errorsFolder / "InlineRegcodes.txt";
+constexpr std::size_t typesPerLine = 20;
 
 std::string_view lf_plural(std::size_t COUNT) {
   return COUNT > 1 ? "s" : "";
@@ -63,15 +63,15 @@ void lf_bindInlineRegcodes() {
     livery.regcode.clear();
   }
   std::error_code ignored;
-  fs::remove(lf_inlineRegcodesFile, ignored);
+  fs::remove(inlineRegcodesFile, ignored);
   if (clashes.empty()) return;
   std::sort(clashes.begin(), clashes.end());
   std::string text;
   for (const std::string& line : clashes)
     text.append(text.empty() ? "" : "\n").append(line);
-  writeText(text, lf_inlineRegcodesFile);
+  writeText(text, inlineRegcodesFile);
   logLine(
-      fmt::format("{} in-line regcode clashes, see \"{}\"", clashes.size(), pathText(lf_inlineRegcodesFile)));
+      fmt::format("{} in-line regcode clashes, see \"{}\"", clashes.size(), pathText(inlineRegcodesFile)));
 }
 
 // Every title under its type, whatever the airline; within a type in the order of airline and table.
@@ -102,7 +102,7 @@ void lf_logTypes(const std::vector<std::string>& TYPES) {
     line += TYPES[i];
     if (i + 1 == TYPES.size()) break;
     line += ',';
-    if ((i + 1) % lf_typesPerLine != 0) continue;
+    if ((i + 1) % typesPerLine != 0) continue;
     logLine(line);
     line = "  ";
   }

@@ -26,8 +26,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::size_t lf_minDontUseTitle = 9; // bytes; shorter lines are noise
-const fs::path lf_offlineRegcodesFile = infoFolder / "OfflineRegcodes.txt";
+constexpr std::size_t minDontUseTitle = 9; // bytes; shorter lines are noise
+const fs::path offlineRegcodesFile = infoFolder / "OfflineRegcodes.txt";
 
 std::string_view lf_plural(std::size_t COUNT) {
   return COUNT > 1 ? "s" : "";
@@ -96,7 +96,7 @@ void lf_readDontUseText(const fs::path& FILE) {
   std::set<std::string, std::less<>> seen;
   for (const std::string& line : lines) {
     const std::vector<std::string_view> fields = splitFields(line, ';');
-    if (fields.size() == 1 && line.size() >= lf_minDontUseTitle)
+    if (fields.size() == 1 && line.size() >= minDontUseTitle)
       lf_addDontUse(line, seen, FILE);
     else if (fields.size() >= 2 && !seen.emplace(fields[0]).second)
       logWarning(fmt::format("title \"{}\" not unique in file {}", fields[0], pathText(FILE)));
@@ -190,16 +190,16 @@ void readRegcodeFiles() {
       lf_readRegcodeText(file);
   }
   std::error_code ignored;
-  fs::remove(lf_offlineRegcodesFile, ignored);
+  fs::remove(offlineRegcodesFile, ignored);
   if (!regcodeReport.empty()) {
     std::string text;
     for (const std::string& line : regcodeReport)
       text.append(text.empty() ? "" : "\n").append(line);
-    if (writeText(text, lf_offlineRegcodesFile))
+    if (writeText(text, offlineRegcodesFile))
       logLine(fmt::format("Offline regcode files processed, results can be found in \"{}\"",
-                          pathText(lf_offlineRegcodesFile)));
+                          pathText(offlineRegcodesFile)));
     else
-      logWarning(fmt::format("could not write {}", pathText(lf_offlineRegcodesFile)));
+      logWarning(fmt::format("could not write {}", pathText(offlineRegcodesFile)));
   }
   if (!specialLiveries.empty()) logLine(fmt::format("{} special liveries", specialLiveries.size()));
 }

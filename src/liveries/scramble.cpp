@@ -13,23 +13,22 @@ namespace ory {
 namespace {
 
 // Changing any value below makes every served data file unreadable: the files must be prepared anew.
-constexpr std::array<int, 32> lf_regcodeShift = {17, 5, 33, 41, 9,  26, 12, 38, 3,  29, 21,
-                                                 44, 7, 35, 15, 24, 40, 2,  31, 19, 11, 37,
-                                                 27, 6, 43, 14, 22, 36, 8,  30, 18, 39};
+constexpr std::array<int, 32> regcodeShift = {17, 5, 33, 41, 9,  26, 12, 38, 3,  29, 21, 44, 7, 35, 15, 24,
+                                              40, 2, 31, 19, 11, 37, 27, 6,  43, 14, 22, 36, 8, 30, 18, 39};
 
 // Where the three characters of an airline code stand in its six stored ones, and their shifts.
-constexpr std::array<std::size_t, 3> lf_airlinePosition = {4, 0, 3};
-constexpr std::array<int, 3> lf_airlineShift = {23, 8, 37};
-constexpr std::array<std::size_t, 3> lf_airlineFiller = {1, 2, 5};
+constexpr std::array<std::size_t, 3> airlinePosition = {4, 0, 3};
+constexpr std::array<int, 3> airlineShift = {23, 8, 37};
+constexpr std::array<std::size_t, 3> airlineFiller = {1, 2, 5};
 
 // Model codes: plain character i stands at stored position position[i] with shift[i].
 struct ModelForm {
   std::array<std::size_t, 4> position;
   std::array<int, 4> shift;
 };
-constexpr ModelForm lf_model4 = {{2, 0, 3, 1}, {31, 13, 6, 42}};
-constexpr ModelForm lf_model3 = {{1, 2, 0, 0}, {19, 34, 10, 0}};
-constexpr ModelForm lf_model2 = {{1, 0, 0, 0}, {27, 4, 0, 0}};
+constexpr ModelForm model4 = {{2, 0, 3, 1}, {31, 13, 6, 42}};
+constexpr ModelForm model3 = {{1, 2, 0, 0}, {19, 34, 10, 0}};
+constexpr ModelForm model2 = {{1, 0, 0, 0}, {27, 4, 0, 0}};
 
 // Each wraps once, so a character far outside the range comes out outside it too, without failing.
 char lf_shiftUp(char C, int SHIFT) {
@@ -45,13 +44,13 @@ char lf_shiftDown(char C, int SHIFT) {
 }
 
 int lf_regcodeShiftAt(std::size_t POSITION) {
-  return lf_regcodeShift[POSITION % lf_regcodeShift.size()];
+  return regcodeShift[POSITION % regcodeShift.size()];
 }
 
 const ModelForm& lf_modelForm(std::size_t LENGTH) {
-  if (LENGTH == 4) return lf_model4;
-  if (LENGTH == 3) return lf_model3;
-  return lf_model2;
+  if (LENGTH == 4) return model4;
+  if (LENGTH == 3) return model3;
+  return model2;
 }
 
 bool lf_inRange(char C) {
@@ -91,14 +90,14 @@ std::string unscrambleAirline(std::string_view TEXT) {
   if (TEXT.size() != 6) throw std::runtime_error(fmt::format("decrypt airl \"{}\" error", TEXT));
   std::string plain(3, ' ');
   for (std::size_t i = 0; i < 3; ++i)
-    plain[i] = lf_shiftDown(TEXT[lf_airlinePosition[i]], lf_airlineShift[i]);
+    plain[i] = lf_shiftDown(TEXT[airlinePosition[i]], airlineShift[i]);
   return plain;
 }
 
 std::string unscrambleModel(std::string_view TEXT) {
   if (TEXT.empty()) return {};
   // A single stored character is unshifted alone: there is no second one to permute with.
-  if (TEXT.size() == 1) return std::string(1, lf_shiftDown(TEXT[0], lf_model2.shift[1]));
+  if (TEXT.size() == 1) return std::string(1, lf_shiftDown(TEXT[0], model2.shift[1]));
   const std::size_t length = TEXT.size() == 3 || TEXT.size() == 4 ? TEXT.size() : 2;
   const ModelForm& form = lf_modelForm(length);
   std::string plain(length, ' ');
@@ -112,11 +111,11 @@ std::string scrambleAirline(std::string_view CODE) {
     throw std::invalid_argument(fmt::format("airline code \"{}\" can't be stored", CODE));
   std::string stored(6, ' ');
   for (std::size_t i = 0; i < 3; ++i)
-    stored[lf_airlinePosition[i]] = lf_shiftUp(CODE[i], lf_airlineShift[i]);
+    stored[airlinePosition[i]] = lf_shiftUp(CODE[i], airlineShift[i]);
   // Filler made from the code itself, so that a file prepared twice comes out the same.
   const int seed = CODE[0] * 7 + CODE[1] * 3 + CODE[2];
-  for (std::size_t k = 0; k < lf_airlineFiller.size(); ++k)
-    stored[lf_airlineFiller[k]] =
+  for (std::size_t k = 0; k < airlineFiller.size(); ++k)
+    stored[airlineFiller[k]] =
         static_cast<char>(scrambleFirst + (seed + static_cast<int>(k) * 11) % scrambleRange);
   return stored;
 }

@@ -6,7 +6,7 @@ namespace ory {
 
 namespace {
 
-constexpr std::string_view lf_blanks = " \t\r\n";
+constexpr std::string_view blanks = " \t\r\n";
 
 // One text for a failed conversion on every platform, whatever the library writes.
 template <typename Convert>
@@ -23,9 +23,9 @@ auto lf_convert(const std::string& TEXT, std::string_view NAME, Convert CONVERT)
 } // namespace
 
 std::string_view trimBlanks(std::string_view TEXT) {
-  const std::size_t first = TEXT.find_first_not_of(lf_blanks);
+  const std::size_t first = TEXT.find_first_not_of(blanks);
   if (first == std::string_view::npos) return {};
-  return TEXT.substr(first, TEXT.find_last_not_of(lf_blanks) - first + 1);
+  return TEXT.substr(first, TEXT.find_last_not_of(blanks) - first + 1);
 }
 
 std::vector<std::string_view> splitTrimmed(std::string_view TEXT) {

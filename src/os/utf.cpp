@@ -6,7 +6,7 @@ namespace ory {
 
 namespace {
 
-constexpr char32_t lf_replacement = 0xFFFD;
+constexpr char32_t replacement = 0xFFFD;
 
 // Decodes one code point at I and moves I past it.
 char32_t lf_nextFromUtf8(std::string_view TEXT, size_t& I) {
@@ -25,21 +25,21 @@ char32_t lf_nextFromUtf8(std::string_view TEXT, size_t& I) {
     more = 3;
     cp = lead & 0x07;
   } else {
-    return lf_replacement;
+    return replacement;
   }
   for (int k = 0; k < more; ++k) {
-    if (I >= TEXT.size() || (byte(I) & 0xC0) != 0x80) return lf_replacement;
+    if (I >= TEXT.size() || (byte(I) & 0xC0) != 0x80) return replacement;
     cp = (cp << 6) | (byte(I++) & 0x3F);
   }
   const bool overlong = (more == 1 && cp < 0x80) || (more == 2 && cp < 0x800) || (more == 3 && cp < 0x10000);
-  if (overlong || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return lf_replacement;
+  if (overlong || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return replacement;
   return cp;
 }
 
 char32_t lf_nextFromUtf16(std::u16string_view TEXT, size_t& I) {
   const char16_t unit = TEXT[I++];
   if (unit < 0xD800 || unit > 0xDFFF) return unit;
-  if (unit > 0xDBFF || I >= TEXT.size() || TEXT[I] < 0xDC00 || TEXT[I] > 0xDFFF) return lf_replacement;
+  if (unit > 0xDBFF || I >= TEXT.size() || TEXT[I] < 0xDC00 || TEXT[I] > 0xDFFF) return replacement;
   const char16_t low = TEXT[I++];
   return 0x10000 + ((static_cast<char32_t>(unit) - 0xD800) << 10) + (low - 0xDC00);
 }
@@ -113,7 +113,7 @@ std::string wideToUtf8(std::wstring_view TEXT) {
   out.reserve(TEXT.size());
   for (wchar_t c : TEXT) {
     const auto cp = static_cast<char32_t>(c);
-    lf_appendUtf8(out, cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF) ? lf_replacement : cp);
+    lf_appendUtf8(out, cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF) ? replacement : cp);
   }
   return out;
 }

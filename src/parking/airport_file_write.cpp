@@ -16,9 +16,9 @@ namespace ory {
 
 namespace {
 
-constexpr std::string_view lf_copyright = "Stand positions from the user's installed scenery; statistics "
-                                          "learned from real traffic by Trovalyn_P3D. "
-                                          "For use with Trovalyn_P3D only.";
+constexpr std::string_view copyright = "Stand positions from the user's installed scenery; statistics "
+                                       "learned from real traffic by Trovalyn_P3D. "
+                                       "For use with Trovalyn_P3D only.";
 
 std::mutex lf_unlistedLock;
 std::vector<std::string> lf_unlisted;
@@ -63,7 +63,7 @@ void lf_writeMeta(pugi::xml_document& DOCUMENT) {
   lf_addNamed(meta, "info", "author", programName);
   lf_addNamed(meta, "info", "version", programVersion);
   lf_addNamed(meta, "info", "date", lf_dateText());
-  lf_addNamed(meta, "info", "copyright", lf_copyright);
+  lf_addNamed(meta, "info", "copyright", copyright);
 }
 
 void lf_writeParameters(pugi::xml_document& DOCUMENT, const AirportFile& RECORD, bool LEARNED_MODE) {

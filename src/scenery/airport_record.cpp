@@ -19,13 +19,13 @@ namespace ory {
 namespace {
 
 // Sub-record ids inside an airport record; see README.md.
-constexpr std::uint16_t lf_nameRecord = 0x19;
-constexpr std::uint16_t lf_helipadRecord = 0x26;
-constexpr std::uint16_t lf_parkingRecord = 0x3D;
-constexpr std::uint16_t lf_parkingRecordV5 = 0xAD;
-constexpr std::size_t lf_altitudeWord = 5;
-constexpr std::size_t lf_maxNameLength = 45;
-constexpr std::string_view lf_suffixes = "abcdef";
+constexpr std::uint16_t nameRecord = 0x19;
+constexpr std::uint16_t helipadRecord = 0x26;
+constexpr std::uint16_t parkingRecord = 0x3D;
+constexpr std::uint16_t parkingRecordV5 = 0xAD;
+constexpr std::size_t altitudeWord = 5;
+constexpr std::size_t maxNameLength = 45;
+constexpr std::string_view suffixes = "abcdef";
 
 struct AirportDecoder {
   const BglWords& bgl;
@@ -67,7 +67,7 @@ std::string lf_nameAsUtf8(const std::string& BYTES) {
 
 // lf_decodeAirportNAME: the characters follow the 6-byte head, padded with zeros to a whole word.
 std::string lf_decodeAirportName(const BglWords& BGL, std::size_t SUB) {
-  const int length = std::min<int>(bglHalf(BGL, SUB * 4 + 2) - 6, lf_maxNameLength);
+  const int length = std::min<int>(bglHalf(BGL, SUB * 4 + 2) - 6, maxNameLength);
   std::string bytes;
   for (int k = 0; k < length; ++k) {
     const std::size_t offset = SUB * 4 + 6 + static_cast<std::size_t>(k);
@@ -130,7 +130,7 @@ void lf_takeHelipad(AirportDecoder& DECODER, std::size_t SUB) {
 std::string lf_uniqueId(AirportDecoder& DECODER, const std::string& ID, bool& DOUBLED) {
   DOUBLED = false;
   if (DECODER.ids.insert(ID).second) return ID;
-  for (char suffix : lf_suffixes) {
+  for (char suffix : suffixes) {
     std::string candidate = ID + suffix;
     if (DECODER.ids.insert(candidate).second) {
       DOUBLED = true;
@@ -216,16 +216,16 @@ ScanResult decodeAirportRecord(const BglWords& BGL, const AirportRecordRef& AIRP
   result.bglPath = pathText(PATH);
   AirportDecoder decoder{BGL, result.bglPath, result};
   result.altitude =
-      airportAltitudeFeet(static_cast<std::int32_t>(bglWord(BGL, AIRPORT.start + lf_altitudeWord)));
+      airportAltitudeFeet(static_cast<std::int32_t>(bglWord(BGL, AIRPORT.start + altitudeWord)));
   const std::size_t end = std::min(AIRPORT.start + AIRPORT.sizeInWords, BGL.words.size());
-  const std::uint16_t parkingId = AIRPORT.newForm ? lf_parkingRecordV5 : lf_parkingRecord;
+  const std::uint16_t parkingId = AIRPORT.newForm ? parkingRecordV5 : parkingRecord;
   std::size_t sub = AIRPORT.start + (AIRPORT.newForm ? 0x3C : 0x38) / 4;
   while (sub < end) {
     const BglRecordHead head = bglRecordHead(BGL, sub);
     const std::size_t subEnd = std::min(end, sub + head.size / 4);
-    if (head.id == lf_nameRecord)
+    if (head.id == nameRecord)
       lf_takeName(decoder, sub);
-    else if (head.id == lf_helipadRecord)
+    else if (head.id == helipadRecord)
       lf_takeHelipad(decoder, sub);
     else if (head.id == parkingId)
       lf_takeParkingList(decoder, sub, subEnd, AIRPORT.newForm);
@@ -244,7 +244,7 @@ void renumberDoubledIds(std::vector<Stand>& STANDS) {
     std::vector<Stand*> sharing;
     for (Stand& stand : STANDS) {
       const bool suffixed = stand.id.size() == base.size() + 1 && stand.id.starts_with(base) &&
-                            lf_suffixes.find(stand.id.back()) != std::string_view::npos;
+                            suffixes.find(stand.id.back()) != std::string_view::npos;
       if (stand.id != base && !suffixed) continue;
       stand.idDoubled = false;
       sharing.push_back(&stand);
@@ -252,7 +252,7 @@ void renumberDoubledIds(std::vector<Stand>& STANDS) {
     std::stable_sort(sharing.begin(), sharing.end(),
                      [](const Stand* A, const Stand* B) { return A->radius > B->radius; });
     for (std::size_t k = 0; k < sharing.size(); ++k)
-      sharing[k]->id = k == 0 ? base : base + lf_suffixes[k - 1];
+      sharing[k]->id = k == 0 ? base : base + suffixes[k - 1];
   }
 }
 

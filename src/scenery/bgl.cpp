@@ -15,37 +15,37 @@ namespace ory {
 namespace {
 
 // Header and section table: see README.md ("File header", "Section table").
-constexpr std::size_t lf_headerSizeWord = 1;
-constexpr std::uint32_t lf_headerSize = 0x38;
-constexpr std::size_t lf_sectionCountWord = 5;
-constexpr std::size_t lf_sectionTableWord = 14;
-constexpr std::size_t lf_sectionEntryWords = 5;
-constexpr std::size_t lf_subsectionEntryWords = 4;
-constexpr std::uint32_t lf_airportSection = 3;
-constexpr std::uint32_t lf_wideSubsectionFlag = 0x10000;
-constexpr std::uint16_t lf_airportRecord = 0x3C;
-constexpr std::uint16_t lf_airportRecordV5 = 0xAB;
-constexpr std::size_t lf_identifierWord = 10;
+constexpr std::size_t headerSizeWord = 1;
+constexpr std::uint32_t headerSize = 0x38;
+constexpr std::size_t sectionCountWord = 5;
+constexpr std::size_t sectionTableWord = 14;
+constexpr std::size_t sectionEntryWords = 5;
+constexpr std::size_t subsectionEntryWords = 4;
+constexpr std::uint32_t airportSection = 3;
+constexpr std::uint32_t wideSubsectionFlag = 0x10000;
+constexpr std::uint16_t airportRecord = 0x3C;
+constexpr std::uint16_t airportRecordV5 = 0xAB;
+constexpr std::size_t identifierWord = 10;
 
-constexpr std::array<std::string_view, 45> lf_skippedFolders = {
+constexpr std::array<std::string_view, 45> skippedFolders = {
     "\\Cities", "\\CITIES", "\\cities", "\\World", "\\BASE", "\\0006", "\\0007", "\\0103",   "\\0106",
     "\\0107",   "\\0206",   "\\0207",   "\\0307",  "\\0407", "\\0505", "\\0506", "\\0507",   "\\0606",
     "\\0607",   "\\0706",   "\\0707",   "\\0805",  "\\0806", "\\0807", "\\0900", "\\0906",   "\\0907",
     "\\1000",   "\\1006",   "\\1007",   "\\1100",  "\\1102", "\\1107", "\\AFRI", "\\ASIA",   "\\AUST",
     "\\EURE",   "\\EURW",   "\\NAMC",   "\\NAME",  "\\NAMW", "\\OCEN", "\\SAME", "\\Global", "\\Bathymetry"};
 
-constexpr std::array<std::string_view, 11> lf_parkingNames = {"",   "r",   "p",  "np",  "ep", "sep",
-                                                              "sp", "swp", "wp", "nwp", "g"};
+constexpr std::array<std::string_view, 11> parkingNames = {"",   "r",   "p",  "np",  "ep", "sep",
+                                                           "sp", "swp", "wp", "nwp", "g"};
 
 void lf_collectAirports(const BglWords& BGL, std::size_t FIRST, std::size_t END,
                         std::vector<AirportRecordRef>& AIRPORTS) {
   std::size_t index = FIRST;
   while (index < END) {
     const BglRecordHead head = bglRecordHead(BGL, index);
-    if (head.id == lf_airportRecord || head.id == lf_airportRecordV5) {
-      std::string code = decodeIdentifier(bglWord(BGL, index + lf_identifierWord));
+    if (head.id == airportRecord || head.id == airportRecordV5) {
+      std::string code = decodeIdentifier(bglWord(BGL, index + identifierWord));
       if (!code.empty())
-        AIRPORTS.push_back({index, head.size / 4, head.id == lf_airportRecordV5, std::move(code)});
+        AIRPORTS.push_back({index, head.size / 4, head.id == airportRecordV5, std::move(code)});
     }
     if (head.size < 4) return; // a record that doesn't advance ends the walk
     index += head.size / 4;
@@ -123,18 +123,17 @@ BglRecordHead bglRecordHead(const BglWords& BGL, std::size_t INDEX) {
 
 std::vector<AirportRecordRef> findAirportRecords(const BglWords& BGL, std::string& ERROR_TEXT) {
   std::vector<AirportRecordRef> airports;
-  if (BGL.words.size() <= lf_sectionTableWord || BGL.words[lf_headerSizeWord] != lf_headerSize)
-    return airports;
+  if (BGL.words.size() <= sectionTableWord || BGL.words[headerSizeWord] != headerSize) return airports;
   try {
-    const std::uint32_t sections = bglWord(BGL, lf_sectionCountWord);
+    const std::uint32_t sections = bglWord(BGL, sectionCountWord);
     for (std::size_t s = 0; s < sections; ++s) {
-      const std::size_t entry = lf_sectionTableWord + s * lf_sectionEntryWords;
-      if (bglWord(BGL, entry) != lf_airportSection || (bglWord(BGL, entry + 1) & lf_wideSubsectionFlag) != 0)
+      const std::size_t entry = sectionTableWord + s * sectionEntryWords;
+      if (bglWord(BGL, entry) != airportSection || (bglWord(BGL, entry + 1) & wideSubsectionFlag) != 0)
         continue;
       const std::uint32_t subsections = bglWord(BGL, entry + 2);
       const std::size_t table = bglWord(BGL, entry + 3) / 4;
       for (std::size_t k = 0; k < subsections; ++k)
-        lf_walkSubsection(BGL, table + k * lf_subsectionEntryWords, airports);
+        lf_walkSubsection(BGL, table + k * subsectionEntryWords, airports);
     }
   } catch (const BglRangeError& error) {
     ERROR_TEXT = error.what();
@@ -144,15 +143,14 @@ std::vector<AirportRecordRef> findAirportRecords(const BglWords& BGL, std::strin
 
 bool hasAirportSection(const std::filesystem::path& PATH) {
   std::ifstream in(PATH, std::ios::binary);
-  const std::string header = lf_readMore(in, lf_sectionTableWord * 4);
-  if (header.size() < lf_sectionTableWord * 4 || lf_wordOf(header, lf_headerSizeWord) != lf_headerSize)
-    return false;
+  const std::string header = lf_readMore(in, sectionTableWord * 4);
+  if (header.size() < sectionTableWord * 4 || lf_wordOf(header, headerSizeWord) != headerSize) return false;
   // The count may lie: what the file holds of the table is read, and no more than a real file has sections.
   constexpr std::size_t mostSections = 4096;
-  const std::size_t sections = std::min<std::size_t>(lf_wordOf(header, lf_sectionCountWord), mostSections);
-  const std::string table = lf_readMore(in, sections * lf_sectionEntryWords * 4);
-  for (std::size_t s = 0; s < table.size() / (lf_sectionEntryWords * 4); ++s)
-    if (lf_wordOf(table, s * lf_sectionEntryWords) == lf_airportSection) return true;
+  const std::size_t sections = std::min<std::size_t>(lf_wordOf(header, sectionCountWord), mostSections);
+  const std::string table = lf_readMore(in, sections * sectionEntryWords * 4);
+  for (std::size_t s = 0; s < table.size() / (sectionEntryWords * 4); ++s)
+    if (lf_wordOf(table, s * sectionEntryWords) == airportSection) return true;
   return false;
 }
 
@@ -162,7 +160,7 @@ bool isBgl(const std::filesystem::path& PATH) {
 }
 
 bool isSkippedFolder(std::string_view PATH_TEXT) {
-  return std::any_of(lf_skippedFolders.begin(), lf_skippedFolders.end(), [&](std::string_view FOLDER) {
+  return std::any_of(skippedFolders.begin(), skippedFolders.end(), [&](std::string_view FOLDER) {
     return PATH_TEXT.find(FOLDER) != std::string_view::npos;
   });
 }
@@ -186,7 +184,7 @@ double decodeLongitude(std::uint32_t RAW) {
 }
 
 std::string parkingNameText(std::uint32_t CODE) {
-  if (CODE < lf_parkingNames.size()) return std::string(lf_parkingNames[CODE]);
+  if (CODE < parkingNames.size()) return std::string(parkingNames[CODE]);
   if (CODE == 11) return {};
   return std::string(1, static_cast<char>(CODE + 0x35));
 }

@@ -21,13 +21,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::array<std::string_view, 3> lf_activeKeys = {"Active", "ACTIVE", "active"};
-constexpr std::array<std::string_view, 3> lf_localKeys = {"Local", "LOCAL", "local"};
-constexpr std::array<std::string_view, 2> lf_titleKeys = {"Title", "TITLE"};
-constexpr std::array<std::string_view, 2> lf_layerKeys = {"Layer", "LAYER"};
-constexpr std::array<std::string_view, 2> lf_requiredKeys = {"Required", "REQUIRED"};
-constexpr std::array<std::string_view, 3> lf_areaWords = {"Area", "AREA", "area"};
-constexpr std::array<std::string_view, 3> lf_trueWords = {"True", "TRUE", "true"};
+constexpr std::array<std::string_view, 3> activeKeys = {"Active", "ACTIVE", "active"};
+constexpr std::array<std::string_view, 3> localKeys = {"Local", "LOCAL", "local"};
+constexpr std::array<std::string_view, 2> titleKeys = {"Title", "TITLE"};
+constexpr std::array<std::string_view, 2> layerKeys = {"Layer", "LAYER"};
+constexpr std::array<std::string_view, 2> requiredKeys = {"Required", "REQUIRED"};
+constexpr std::array<std::string_view, 3> areaWords = {"Area", "AREA", "area"};
+constexpr std::array<std::string_view, 3> trueWords = {"True", "TRUE", "true"};
 
 template <std::size_t N>
 bool lf_isOneOf(std::string_view TEXT, const std::array<std::string_view, N>& WORDS) {
@@ -75,16 +75,16 @@ void lf_closeArea(CfgArea& CURRENT, std::vector<SceneryArea>& AREAS) {
 }
 
 void lf_takeKey(CfgArea& CURRENT, std::string_view KEY, std::string_view VALUE) {
-  if (lf_isOneOf(KEY, lf_activeKeys))
-    CURRENT.active = lf_isOneOf(VALUE, lf_trueWords);
-  else if (lf_isOneOf(KEY, lf_localKeys))
+  if (lf_isOneOf(KEY, activeKeys))
+    CURRENT.active = lf_isOneOf(VALUE, trueWords);
+  else if (lf_isOneOf(KEY, localKeys))
     CURRENT.local = std::string(VALUE);
-  else if (lf_isOneOf(KEY, lf_titleKeys))
+  else if (lf_isOneOf(KEY, titleKeys))
     CURRENT.area.title = std::string(VALUE);
-  else if (lf_isOneOf(KEY, lf_layerKeys))
+  else if (lf_isOneOf(KEY, layerKeys))
     CURRENT.area.layer = std::atoi(std::string(VALUE).c_str());
-  else if (lf_isOneOf(KEY, lf_requiredKeys))
-    CURRENT.area.required = lf_isOneOf(VALUE, lf_trueWords);
+  else if (lf_isOneOf(KEY, requiredKeys))
+    CURRENT.area.required = lf_isOneOf(VALUE, trueWords);
 }
 
 void lf_sortByLayer(std::vector<SceneryArea>& AREAS) {
@@ -127,7 +127,7 @@ std::vector<SceneryArea> readSceneryCfg(std::int32_t VERSION) {
     const std::string_view text = trimBlanks(line);
     if (text.starts_with('[')) {
       lf_closeArea(current, areas);
-      current.inArea = lf_holdsOneOf(text, lf_areaWords);
+      current.inArea = lf_holdsOneOf(text, areaWords);
       continue;
     }
     const auto equals = text.find('=');

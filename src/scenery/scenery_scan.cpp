@@ -26,7 +26,7 @@ namespace {
 namespace fs = std::filesystem;
 
 // Where the offline folder goes: the maintainer of the airport archive learns its airports from real traffic.
-constexpr std::string_view lf_archiveMaintainer = "airports@trovalyn-p3d.example";
+constexpr std::string_view archiveMaintainer = "airports@trovalyn-p3d.example";
 
 bool lf_stopWanted() {
   return exiting || userClosed;
@@ -147,7 +147,7 @@ void lf_prepareOfflineLearning() {
   logLine(fmt::format(
       "{} airport{} can't be filled from the archive yet. Please zip the folder {} and mail it to {}: "
       "they will be learned offline and come back with the next archive.",
-      copied, copied == 1 ? "" : "s", pathText(fs::absolute(folder, error)), lf_archiveMaintainer));
+      copied, copied == 1 ? "" : "s", pathText(fs::absolute(folder, error)), archiveMaintainer));
 }
 
 void lf_checkFolderParameters() {

@@ -47,70 +47,70 @@ struct Definition {
   std::span<const Datum> datums;
 };
 
-constexpr auto lf_f64 = SIMCONNECT_DATATYPE_FLOAT64;
-constexpr auto lf_i64 = SIMCONNECT_DATATYPE_INT64;
+constexpr auto f64 = SIMCONNECT_DATATYPE_FLOAT64;
+constexpr auto i64 = SIMCONNECT_DATATYPE_INT64;
 
-constexpr std::array<Datum, 3> lf_spoilersThrottle = {{
-    {"SPOILERS HANDLE POSITION", "percent", lf_f64},
-    {"GENERAL ENG THROTTLE LEVER POSITION:1", "percent", lf_f64},
-    {"GENERAL ENG THROTTLE LEVER POSITION:2", "percent", lf_f64},
+constexpr std::array<Datum, 3> spoilersThrottleDatums = {{
+    {"SPOILERS HANDLE POSITION", "percent", f64},
+    {"GENERAL ENG THROTTLE LEVER POSITION:1", "percent", f64},
+    {"GENERAL ENG THROTTLE LEVER POSITION:2", "percent", f64},
 }};
-constexpr std::array<Datum, 8> lf_position = {{
-    {"Plane Latitude", "degree", lf_f64},
-    {"Plane Longitude", "degree", lf_f64},
-    {"Plane Pitch degrees", "radians", lf_f64},
-    {"Plane Bank degrees", "radians", lf_f64},
-    {"Plane Heading degrees true", "radians", lf_f64},
-    {"Plane Altitude", "feet", lf_f64},
-    {"Vertical Speed", "feet per second", lf_f64},
-    {"Airspeed True", "knots", lf_f64},
+constexpr std::array<Datum, 8> positionDatums = {{
+    {"Plane Latitude", "degree", f64},
+    {"Plane Longitude", "degree", f64},
+    {"Plane Pitch degrees", "radians", f64},
+    {"Plane Bank degrees", "radians", f64},
+    {"Plane Heading degrees true", "radians", f64},
+    {"Plane Altitude", "feet", f64},
+    {"Vertical Speed", "feet per second", f64},
+    {"Airspeed True", "knots", f64},
 }};
-constexpr std::array<Datum, 12> lf_user = {{
-    {"Plane Latitude", "degree", lf_f64},
-    {"Plane Longitude", "degree", lf_f64},
-    {"Plane Pitch degrees", "radians", lf_f64},
-    {"Plane Bank degrees", "radians", lf_f64},
-    {"Plane Heading degrees true", "radians", lf_f64},
-    {"Plane Altitude", "feet", lf_f64},
-    {"Plane Alt Above Ground", "feet", lf_f64},
-    {"Ground Velocity", "knots", lf_f64},
-    {"ZULU TIME", "Seconds", lf_i64},
-    {"ZULU DAY OF YEAR", "Number", lf_i64},
-    {"ZULU YEAR", "Number", lf_i64},
-    {"LIGHT STATES", "Mask", lf_i64},
+constexpr std::array<Datum, 12> userDatums = {{
+    {"Plane Latitude", "degree", f64},
+    {"Plane Longitude", "degree", f64},
+    {"Plane Pitch degrees", "radians", f64},
+    {"Plane Bank degrees", "radians", f64},
+    {"Plane Heading degrees true", "radians", f64},
+    {"Plane Altitude", "feet", f64},
+    {"Plane Alt Above Ground", "feet", f64},
+    {"Ground Velocity", "knots", f64},
+    {"ZULU TIME", "Seconds", i64},
+    {"ZULU DAY OF YEAR", "Number", i64},
+    {"ZULU YEAR", "Number", i64},
+    {"LIGHT STATES", "Mask", i64},
 }};
-constexpr std::array<Datum, 4> lf_inRange = {{
-    {"Plane Alt Above Ground", "feet", lf_f64},
-    {"Ground Altitude", "feet", lf_f64},
-    {"SIM ON GROUND", "Bool", lf_i64},
+constexpr std::array<Datum, 4> inRangeDatums = {{
+    {"Plane Alt Above Ground", "feet", f64},
+    {"Ground Altitude", "feet", f64},
+    {"SIM ON GROUND", "Bool", i64},
     {"ATC ID", "", SIMCONNECT_DATATYPE_STRING32},
 }};
-constexpr std::array<Datum, 2> lf_static = {{
-    {"Static CG to Ground", "feet", lf_f64},
-    {"Static Pitch", "radians", lf_f64},
+constexpr std::array<Datum, 2> staticDatums = {{
+    {"Static CG to Ground", "feet", f64},
+    {"Static Pitch", "radians", f64},
 }};
-constexpr std::array<Datum, 1> lf_lights = {{{"Light On States", "Mask", lf_i64}}};
-constexpr std::array<Datum, 1> lf_userTitle = {{{"TITLE", "", SIMCONNECT_DATATYPE_STRINGV}}};
-constexpr std::array<Datum, 1> lf_userModel = {{{"ATC MODEL", "", SIMCONNECT_DATATYPE_STRING32}}};
-constexpr std::array<Datum, 1> lf_userOnGround = {{{"SIM ON GROUND", "Bool", lf_i64}}};
+constexpr std::array<Datum, 1> lightsDatums = {{{"Light On States", "Mask", i64}}};
+constexpr std::array<Datum, 1> userTitleDatums = {{{"TITLE", "", SIMCONNECT_DATATYPE_STRINGV}}};
+constexpr std::array<Datum, 1> userModelDatums = {{{"ATC MODEL", "", SIMCONNECT_DATATYPE_STRING32}}};
+constexpr std::array<Datum, 1> userOnGroundDatums = {{{"SIM ON GROUND", "Bool", i64}}};
 
-constexpr std::array<Definition, 9> lf_definitions = {{
-    {definitionIdSpoilersThrottle, lf_spoilersThrottle},
-    {definitionIdPosition, lf_position},
-    {definitionIdUser, lf_user},
-    {definitionIdInRange, lf_inRange},
-    {definitionIdStatic, lf_static},
-    {definitionIdLights, lf_lights},
-    {definitionIdUserTitle, lf_userTitle},
-    {definitionIdUserModel, lf_userModel},
-    {definitionIdUserOnGround, lf_userOnGround},
+constexpr std::array<Definition, 9> definitions = {{
+    {definitionIdSpoilersThrottle, spoilersThrottleDatums},
+    {definitionIdPosition, positionDatums},
+    {definitionIdUser, userDatums},
+    {definitionIdInRange, inRangeDatums},
+    {definitionIdStatic, staticDatums},
+    {definitionIdLights, lightsDatums},
+    {definitionIdUserTitle, userTitleDatums},
+    {definitionIdUserModel, userModelDatums},
+    {definitionIdUserOnGround, userOnGroundDatums},
 }};
 
 struct SystemEvent {
   std::uint32_t id;
   std::string_view name;
 };
-constexpr std::array<SystemEvent, 6> lf_systemEvents = {{
+constexpr std::array<SystemEvent, 6> systemEvents = {{
     {eventIdSim, "Sim"},
     {eventIdObjectAdded, "ObjectAdded"},
     {eventIdObjectRemoved, "ObjectRemoved"},
@@ -119,7 +119,7 @@ constexpr std::array<SystemEvent, 6> lf_systemEvents = {{
     {eventIdFrame, "Frame"},
 }};
 
-constexpr std::array<SystemEvent, 17> lf_clientEvents = {{
+constexpr std::array<SystemEvent, 17> clientEvents = {{
     {eventIdBeaconLights, "BEACON_LIGHTS_SET"},
     {eventIdNavLights, "NAV_LIGHTS_SET"},
     {eventIdTaxiLights, "TAXI_LIGHTS_SET"},
@@ -140,18 +140,18 @@ constexpr std::array<SystemEvent, 17> lf_clientEvents = {{
 }};
 
 // The group's members in the order they are added; the engine start stays outside.
-constexpr std::array<std::uint32_t, 16> lf_groupMembers = {
+constexpr std::array<std::uint32_t, 16> groupMembers = {
     eventIdNavLights, eventIdBeaconLights, eventIdLandingLights,  eventIdTaxiLights,
     eventIdStrobes,   eventIdLogoLights,   eventIdCabinLights,    eventIdAllLightsToggle,
     eventIdFlaps,     eventIdSpoilers,     eventIdGear,           eventIdEngineStop,
     eventIdThrottle,  eventIdFreezeLatLon, eventIdFreezeAltitude, eventIdFreezeAttitude};
 
-constexpr std::array<std::uint32_t, 9> lf_clearOrder = {
+constexpr std::array<std::uint32_t, 9> clearOrder = {
     definitionIdUserTitle, definitionIdUserModel, definitionIdUserOnGround,
     definitionIdPosition,  definitionIdUser,      definitionIdSpoilersThrottle,
     definitionIdInRange,   definitionIdStatic,    definitionIdLights};
 
-constexpr double lf_maxAboveGroundInRange = 2500; // feet; higher aircraft need no touch-down or altitude fix
+constexpr double maxAboveGroundInRange = 2500; // feet; higher aircraft need no touch-down or altitude fix
 
 std::uint32_t lf_frameCount = 0;
 bool lf_quitReceived = false;
@@ -365,7 +365,7 @@ void lf_onInRange(const SIMCONNECT_RECV_SIMOBJECT_DATA& DATA) {
     lf_identifyNewObject(DATA.dwObjectID, atcId, aboveGround);
     return;
   }
-  if (aboveGround > lf_maxAboveGroundInRange || (!atcId.empty() && atcId.back() == '*')) return;
+  if (aboveGround > maxAboveGroundInRange || (!atcId.empty() && atcId.back() == '*')) return;
   pushSimCommand({DATA.dwObjectID, onGround, 0, commandInRange, groundAltitude, aboveGround});
 }
 
@@ -377,7 +377,7 @@ void lf_endSession() {
   lf_setHandle(nullptr);
   display.simConnected = false;
   repaintWindow();
-  for (const std::uint32_t definition : lf_clearOrder)
+  for (const std::uint32_t definition : clearOrder)
     SimConnect_ClearDataDefinition(handle, definition);
   for (std::uint32_t event = eventIdSim; event <= eventIdFlightLoaded; ++event)
     SimConnect_UnsubscribeFromSystemEvent(handle, event);
@@ -420,14 +420,14 @@ bool lf_runSession(const std::stop_token& STOP) {
 } // namespace
 
 void declareSimObjects() {
-  for (const SystemEvent& event : lf_systemEvents)
+  for (const SystemEvent& event : systemEvents)
     SimConnect_SubscribeToSystemEvent(simHandle, event.id, event.name);
-  for (const Definition& definition : lf_definitions)
+  for (const Definition& definition : definitions)
     for (const Datum& datum : definition.datums)
       SimConnect_AddToDataDefinition(simHandle, definition.id, datum.name, datum.unit, datum.type);
-  for (const SystemEvent& event : lf_clientEvents)
+  for (const SystemEvent& event : clientEvents)
     SimConnect_MapClientEventToSimEvent(simHandle, event.id, event.name);
-  for (const std::uint32_t member : lf_groupMembers)
+  for (const std::uint32_t member : groupMembers)
     SimConnect_AddClientEventToNotificationGroup(simHandle, groupIdAi, member, true);
   SimConnect_SetNotificationGroupPriority(simHandle, groupIdAi, SIMCONNECT_GROUP_PRIORITY_HIGHEST);
 }

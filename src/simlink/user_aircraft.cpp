@@ -24,8 +24,8 @@ std::atomic<bool> userOnGroundKnown{false};
 
 namespace {
 
-constexpr double lf_teleportNm = 10;
-constexpr std::size_t lf_titleShown = 48; // characters of the title in the window
+constexpr double teleportNm = 10;
+constexpr std::size_t titleShown = 48; // characters of the title in the window
 
 std::mutex lf_userLock; // guards the block and the texts; held for a copy
 UserAircraft lf_user;
@@ -118,7 +118,7 @@ void onUserTitle(const SIMCONNECT_RECV_SIMOBJECT_DATA* DATA) {
   }
   logLine(fmt::format("SimConnect: User aircraft title: {}", title));
   std::lock_guard lock(windowTextLock);
-  display.simSubText = title.substr(0, lf_titleShown);
+  display.simSubText = title.substr(0, titleShown);
 }
 
 void onUserModel(const SIMCONNECT_RECV_SIMOBJECT_DATA* DATA) {
@@ -162,7 +162,7 @@ void onUserPosition(const SIMCONNECT_RECV_SIMOBJECT_DATA* DATA) {
     *integers[i] = block.i64(64 + 8 * i);
   user.altitude = std::max(0.0, user.altitude);
   if (!isNullPosition(user.lat, user.lon)) {
-    if (lf_lastKnown && distanceNm(lf_lastLat, lf_lastLon, user.lat, user.lon) > lf_teleportNm) {
+    if (lf_lastKnown && distanceNm(lf_lastLat, lf_lastLon, user.lat, user.lon) > teleportNm) {
       logLine("Teleport");
       requestExit(ExitReason::restart, 30);
     }

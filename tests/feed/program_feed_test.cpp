@@ -1,6 +1,7 @@
 // The Linux program between the simulator stand-in and feedplay, RealTraffic's stand-in: what RealTraffic is
 // told over the link, from the version request to the goodbye, across a loss of RealTraffic.
 #include "capture.h"
+#include "engine/geometry.h"
 #include "os/sockets.h"
 #include "stand_in.h"
 #include "support/scratch.h"
@@ -20,7 +21,6 @@ using test::ChildProcess;
 using test::eventually;
 using test::readFile;
 
-constexpr double degToRad = 0.017453292519943295;
 constexpr double userLat = 47.4581; // parked at Zurich
 constexpr double userLon = 8.5481;
 constexpr double userHeading = 158;

@@ -1,5 +1,6 @@
 #include "base/parameters.h"
 #include "base/run.h"
+#include "engine/geometry.h"
 #include "feed/feed.h"
 #include "feed/inbox.h"
 #include "frame/main_loop.h"
@@ -13,8 +14,6 @@
 
 namespace ory {
 namespace {
-
-constexpr double degToRad = 0.017453292519943295;
 
 // A real report of N899DN climbing out of MSP, in RealTraffic's field order; field 29 is the checksum.
 std::array<std::string, 30> flyingLine() {

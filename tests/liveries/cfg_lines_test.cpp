@@ -52,9 +52,9 @@ std::vector<std::string> lf_slotTexts(const std::vector<std::vector<std::string>
   return texts;
 }
 
-const std::vector<std::string> lf_blanks{"", "", " ", "\t", "  ", "\r", "\v", " \n"};
+const std::vector<std::string> blanks{"", "", " ", "\t", "  ", "\r", "\v", " \n"};
 
-constexpr auto lf_icase = std::regex::ECMAScript | std::regex::icase;
+constexpr auto icase = std::regex::ECMAScript | std::regex::icase;
 
 TEST(CfgLines, keyValuesAgreeWithTheirPattern) {
   const std::vector<std::string> keys{
@@ -91,20 +91,20 @@ TEST(CfgLines, keyValuesAgreeWithTheirPattern) {
   const std::vector<std::string> values{"",     "a",  "KLM 737", " x ",      "\r",
                                         "a\rb", "\n", "=",       "\xC3\xA9", "//c"};
   for (std::string& text :
-       lf_slotTexts({lf_blanks,
+       lf_slotTexts({blanks,
                      {"title", "TITLE", "Sim", "model", "ATC_ID", "atc_model", "texture", "atc_parking_codes",
                       "atc_parking_types", "ui_title", "titl", "atc_id_x"},
-                     lf_blanks,
+                     blanks,
                      {"=", "=", "=", ":", ""},
-                     lf_blanks,
+                     blanks,
                      values,
                      values,
-                     lf_blanks},
+                     blanks},
                     20000))
     lines.push_back(std::move(text));
   std::size_t matches = 0;
   for (const std::string& key : keys) {
-    const std::regex pattern(fmt::format(R"(\s*({})\s*=\s*(.*\S)\s*)", key), lf_icase);
+    const std::regex pattern(fmt::format(R"(\s*({})\s*=\s*(.*\S)\s*)", key), icase);
     for (const std::string& line : lines) {
       const auto expected = lf_regexGroup(pattern, line, 2);
       ASSERT_EQ(lf_text(cfgKeyValue(line, key)), expected) << "key " << key << ", line \"" << line << "\"";
@@ -115,7 +115,7 @@ TEST(CfgLines, keyValuesAgreeWithTheirPattern) {
 }
 
 TEST(CfgLines, headersAgreeWithTheirPattern) {
-  const std::regex pattern(R"(\s*(\[fltsim\.)(\d+)\]\s*)", lf_icase);
+  const std::regex pattern(R"(\s*(\[fltsim\.)(\d+)\]\s*)", icase);
   std::vector<std::string> lines{"[fltsim.0]",           " [FLTSIM.12] ", "[FltSim.3]\r", "[fltsim.]",
                                  "[fltsim.x]",           "[fltsim.1",     "[fltsim.1]x",  "[fltsim.1 ]",
                                  "[fltsim.99999999999]", "//[fltsim.1]",  "[fltsim,1]",   "[fltsimA1]"};
@@ -123,13 +123,13 @@ TEST(CfgLines, headersAgreeWithTheirPattern) {
                                         "]", ".",  "0",  "17",       "x",        "fltsim"};
   for (std::string& text : lf_randomTexts(pieces, 10000))
     lines.push_back(std::move(text));
-  for (std::string& text : lf_slotTexts({lf_blanks,
+  for (std::string& text : lf_slotTexts({blanks,
                                          {"[", "[", "x["},
                                          {"fltsim", "FLTSIM", "FltSim", "fltsimx"},
                                          {".", ".", ","},
                                          {"0", "12", "", "x", "1x", "007"},
                                          {"]", "]", "", "]]"},
-                                         lf_blanks},
+                                         blanks},
                                         20000))
     lines.push_back(std::move(text));
   std::size_t matches = 0;
@@ -142,7 +142,7 @@ TEST(CfgLines, headersAgreeWithTheirPattern) {
 }
 
 TEST(CfgLines, ivaoPathsAndTitlesAgreeWithTheirPatterns) {
-  const std::regex folder(R"(.+\\IVAO_MTL\\IVAO_(\w+)\\aircraft.cfg$)", lf_icase);
+  const std::regex folder(R"(.+\\IVAO_MTL\\IVAO_(\w+)\\aircraft.cfg$)", icase);
   std::vector<std::string> paths{R"(C:\P3D\SimObjects\IVAO_MTL\IVAO_B738\aircraft.cfg)",
                                  R"(C:\x\ivao_mtl\ivao_A320w\AIRCRAFT.CFG)",
                                  R"(\IVAO_MTL\IVAO_B738\aircraft.cfg)",
@@ -166,7 +166,7 @@ TEST(CfgLines, ivaoPathsAndTitlesAgreeWithTheirPatterns) {
   }
   EXPECT_GE(matches, 4u);
 
-  const std::regex airline(R"(\s*(\w\w\w).*$)", lf_icase);
+  const std::regex airline(R"(\s*(\w\w\w).*$)", icase);
   std::vector<std::string> titles{"KLM Boeing 737", "  DAL",    "KL",         "K-LM",
                                   "KLM\rx",         "_1a rest", "\xC3\xA9KLM"};
   for (std::string& text : lf_randomTexts({" ", "\r", "\n", "K", "1", "_", "-", "\xC3\xA9", "LM x"}, 20000))

@@ -19,7 +19,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const fs::path lf_rules = DATAPREP_RULES_DIR;
+const fs::path rules = DATAPREP_RULES_DIR;
 
 bool lf_warned(std::string_view PART) {
   return std::any_of(prepWarnings.begin(), prepWarnings.end(),
@@ -44,9 +44,9 @@ TEST_F(DataprepTest, realSourcesMakeFilesTheProgramReads) {
   readTypeSources(reference, sources);
   readWingspanSources(reference, sources);
   readAirlineSources(reference, sources);
-  readAirportSources(reference, lf_rules, sources);
+  readAirportSources(reference, rules, sources);
   readRegistrationSource(test::realData("adsb/sample_hex_registry_subset.csv"), sources);
-  const PreparedData data = prepareData(sources, lf_rules);
+  const PreparedData data = prepareData(sources, rules);
   writeDbaseXml(data, dbaseFile);
   writeFixesXml(data, fixesFile);
   writeAirportsXml(data, airportsP3dFile);
@@ -138,14 +138,14 @@ void lf_writeRules(std::string_view CATEGORIES) {
                                       "DH8D\n[PVT_fixes]\nPRIV\nKLM\n[GOV_fixes]\nMIL\n");
 }
 
-constexpr std::string_view lf_categories = "rotorcraft: class=H\n"
-                                           "heavy: wake=H\n"
-                                           "buzjet: engine=J; name~global\n"
-                                           "high_performance: engine=J; !engines=2|3|4\n"
-                                           "large: wake=M\n";
+constexpr std::string_view categories = "rotorcraft: class=H\n"
+                                        "heavy: wake=H\n"
+                                        "buzjet: engine=J; name~global\n"
+                                        "high_performance: engine=J; !engines=2|3|4\n"
+                                        "large: wake=M\n";
 
 TEST_F(DataprepTest, rulesPlaceEachTypeOnceAndRefuseWhatTheProgramWouldRefuse) {
-  lf_writeRules(lf_categories);
+  lf_writeRules(categories);
   Sources sources = lf_smallSources();
   sources.wingspanMeters = {{"B744", 64.4}, {"C172", 11}};
   sources.registrations = {{"PH-BXA", "B744", "KLM", "KLM", false},

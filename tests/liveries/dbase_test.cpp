@@ -80,7 +80,7 @@ protected:
   }
 };
 
-const std::string lf_fullExtra = fmt::format(
+const std::string fullExtra = fmt::format(
     R"(<similar_types><similar types="{}"/><similar types="{}"/></similar_types>
 <publishers><pub names="FlyTampa, Fly Tampa"/><pub names="Aerosoft"/><pub names="FlyTampa, Fly Tampa"/>
 <pub names="Drzewiecki Design,DD ?Design"/></publishers>
@@ -94,7 +94,7 @@ const std::string lf_fullExtra = fmt::format(
     lf_record("HBJBH", "", "", "", ""));
 
 TEST_F(DbaseTest, aCompleteFileFillsEveryTable) {
-  lf_writeDbase({.extra = lf_fullExtra});
+  lf_writeDbase({.extra = fullExtra});
   ASSERT_TRUE(readDbase());
 
   EXPECT_EQ(aircraftTypes.size(), 10u);
@@ -141,7 +141,7 @@ TEST_F(DbaseTest, categoriesAnswerInTheirFixedOrder) {
 }
 
 TEST_F(DbaseTest, halfWingspansFallBackToTheirCategoryAverageOrNaN) {
-  lf_writeDbase({.extra = lf_fullExtra});
+  lf_writeDbase({.extra = fullExtra});
   ASSERT_TRUE(readDbase());
   EXPECT_NEAR(halfWingspan("B77W"), 0.0161987, 1e-7);   // 60 m; the second entry of the model is ignored
   EXPECT_NEAR(maxHalfWingspan, 80 * 0.5 / 1852, 1e-12); // ...but still counts for the maximum
@@ -162,7 +162,7 @@ TEST(TextHash, isSixtyFourBitFnv1aOverUnsignedBytes) {
 }
 
 TEST_F(DbaseTest, regcodesAreFoundWithAndWithoutTheirDash) {
-  lf_writeDbase({.extra = lf_fullExtra});
+  lf_writeDbase({.extra = fullExtra});
   ASSERT_TRUE(readDbase());
   const auto record = lookupDbaseRecord("PHBXA"); // stored as PH-BXA: the XX-YYY form
   ASSERT_TRUE(record);
@@ -187,7 +187,7 @@ TEST_F(DbaseTest, regcodesAreFoundWithAndWithoutTheirDash) {
 }
 
 TEST_F(DbaseTest, publishersMatchAsCaseFreeExpressionsInGroupOrder) {
-  lf_writeDbase({.extra = lf_fullExtra});
+  lf_writeDbase({.extra = fullExtra});
   ASSERT_TRUE(readDbase());
   EXPECT_EQ(findPublisher("thirdparty/FlyTampa_KBOS.xml"), "FlyTampa");
   EXPECT_EQ(findPublisher("thirdparty/flytampa_kbos.xml"), "FlyTampa");
@@ -265,7 +265,7 @@ TEST_F(DbaseTest, brokenFilesStopTheReadWithTheirMessage) {
 
 // With the required sections last, a file cut off anywhere is refused as a whole or read in full.
 TEST_F(DbaseTest, aFileCutOffAtAnyMarkIsRefusedOrReadInFull) {
-  lf_writeDbase({.extra = lf_fullExtra});
+  lf_writeDbase({.extra = fullExtra});
   const std::string whole = test::readFile("input/dbase.xml");
   for (std::size_t length = 0; length < whole.size(); ++length) {
     if (std::string_view("<>\",\n").find(whole[length]) == std::string_view::npos)

@@ -85,7 +85,7 @@ void lf_writeFixes(const FixesContent& FIXES) {
 }
 
 // Lines of the kind that fill most of a real aircraft.cfg besides its liveries.
-const char* const lf_fillerSections = R"([WEIGHT_AND_BALANCE]
+const char* const fillerSections = R"([WEIGHT_AND_BALANCE]
 max_gross_weight=174200
 empty_weight=91300
 reference_datum_position=0,0,0
@@ -197,7 +197,7 @@ std::string lf_cfgText(const CfgFile& FILE) {
   text += "[General]\natc_type=Boeing\n";
   if (!FILE.atcModel.empty()) text += "atc_model=" + FILE.atcModel + "\n";
   text += "editable=1\nperformance=generated\nCategory=airplane\n\n";
-  return text + lf_fillerSections;
+  return text + fillerSections;
 }
 
 std::string lf_utf16Bytes(std::string_view TEXT) {
@@ -213,14 +213,14 @@ fs::path lf_pathOf(std::string_view UTF8) {
   return fs::path(std::u8string(UTF8.begin(), UTF8.end()));
 }
 
-struct lf_Kinds {
+struct Kinds {
   std::vector<std::string> types;
   std::vector<std::string> airlines;
 };
 
 // Transport types come up more often than the others, as in real collections.
-lf_Kinds lf_worldKinds(const DbaseContent& DBASE) {
-  lf_Kinds kinds;
+Kinds lf_worldKinds(const DbaseContent& DBASE) {
+  Kinds kinds;
   for (const auto* category : {&DBASE.large, &DBASE.large, &DBASE.heavy, &DBASE.light, &DBASE.buzjets,
                                &DBASE.rotorcraft, &DBASE.highPerf})
     kinds.types.insert(kinds.types.end(), category->begin(), category->end());
@@ -229,11 +229,11 @@ lf_Kinds lf_worldKinds(const DbaseContent& DBASE) {
   return kinds;
 }
 
-enum class lf_Fault { none, noAtcModel, gap, noTexture, doubleTitle, utf16, badAirline };
+enum class Fault { none, noAtcModel, gap, noTexture, doubleTitle, utf16, badAirline };
 
-lf_Fault lf_faultOf(std::size_t FILE_NUMBER, bool FAULTS) {
-  if (!FAULTS || FILE_NUMBER % 8 != 7) return lf_Fault::none;
-  return static_cast<lf_Fault>(1 + (FILE_NUMBER / 8) % 6);
+Fault lf_faultOf(std::size_t FILE_NUMBER, bool FAULTS) {
+  if (!FAULTS || FILE_NUMBER % 8 != 7) return Fault::none;
+  return static_cast<Fault>(1 + (FILE_NUMBER / 8) % 6);
 }
 
 } // namespace
@@ -286,16 +286,16 @@ void writeCfg(const fs::path& PATH, const CfgFile& FILE) {
 
 TreeFacts generateSimObjects(const fs::path& ROOT, const TreeShape& SHAPE) {
   const DbaseContent dbase = worldDbase();
-  const lf_Kinds kinds = lf_worldKinds(dbase);
+  const Kinds kinds = lf_worldKinds(dbase);
   std::mt19937 engine(SHAPE.seed);
   const auto draw = [&engine](std::size_t COUNT) { return static_cast<std::size_t>(engine() % COUNT); };
   TreeFacts facts;
   for (std::size_t i = 0; i < SHAPE.files; ++i) {
-    const lf_Fault fault = lf_faultOf(i, SHAPE.faults);
+    const Fault fault = lf_faultOf(i, SHAPE.faults);
     const std::string& type = kinds.types[draw(kinds.types.size())];
     CfgFile file;
-    file.atcModel = fault == lf_Fault::noAtcModel ? "" : type;
-    file.utf16 = fault == lf_Fault::utf16;
+    file.atcModel = fault == Fault::noAtcModel ? "" : type;
+    file.utf16 = fault == Fault::utf16;
     const std::size_t count = 3 + draw(10);
     for (std::size_t s = 0; s < count; ++s) {
       const std::string& airline = kinds.airlines[draw(kinds.airlines.size())];
@@ -316,9 +316,9 @@ TreeFacts generateSimObjects(const fs::path& ROOT, const TreeShape& SHAPE) {
       file.sections.push_back(std::move(section));
     }
     const std::size_t victim = draw(count);
-    if (fault == lf_Fault::gap) file.sections.back().header = fmt::format("[fltsim.{}]", count + 1);
-    if (fault == lf_Fault::badAirline) file.sections[victim].codes = "XQZ";
-    if (fault == lf_Fault::doubleTitle && !facts.goodTitles.empty())
+    if (fault == Fault::gap) file.sections.back().header = fmt::format("[fltsim.{}]", count + 1);
+    if (fault == Fault::badAirline) file.sections[victim].codes = "XQZ";
+    if (fault == Fault::doubleTitle && !facts.goodTitles.empty())
       file.sections[victim].title = *facts.goodTitles.begin();
     const std::string name = i % 10 == 3 ? "sim.cfg" : i % 10 == 5 ? "Aircraft.CFG" : "aircraft.cfg";
     const fs::path path =
@@ -328,7 +328,7 @@ TreeFacts generateSimObjects(const fs::path& ROOT, const TreeShape& SHAPE) {
              : "Airplanes") /
         fmt::format("{}_{:05}", type, i) / name;
     writeCfg(path, file);
-    if (fault == lf_Fault::noTexture)
+    if (fault == Fault::noTexture)
       fs::remove_all(path.parent_path() / ("texture." + file.sections[victim].texture));
     facts.files += 1;
     facts.bytes += fs::file_size(path);
@@ -336,16 +336,16 @@ TreeFacts generateSimObjects(const fs::path& ROOT, const TreeShape& SHAPE) {
                                                        "title", "",          "airline"};
     if (*faultNames[static_cast<std::size_t>(fault)] != '\0')
       facts.faultyFiles.emplace(pathText(path), faultNames[static_cast<std::size_t>(fault)]);
-    if (fault == lf_Fault::noAtcModel || fault == lf_Fault::gap) {
+    if (fault == Fault::noAtcModel || fault == Fault::gap) {
       facts.invalidFiles += 1;
       continue;
     }
-    facts.utf16Files += fault == lf_Fault::utf16 ? 1 : 0;
+    facts.utf16Files += fault == Fault::utf16 ? 1 : 0;
     for (std::size_t s = 0; s < count; ++s) {
       const CfgSection& section = file.sections[s];
-      if (s == victim && fault == lf_Fault::noTexture) {
+      if (s == victim && fault == Fault::noTexture) {
         facts.missingFolders += 1;
-      } else if (s == victim && fault == lf_Fault::badAirline) {
+      } else if (s == victim && fault == Fault::badAirline) {
         facts.invalidAirlines += 1;
       } else if (!facts.goodTitles.insert(section.title).second) {
         facts.doubleTitles += 1;

@@ -43,7 +43,7 @@ protected:
   }
 };
 
-const char* const lf_aigFile = R"(<?xml version="1.0"?>
+const char* const aigFile = R"(<?xml version="1.0"?>
 <AIG-regcodes>
   <livery title="KLM Boeing 737-800 PH-BXA" reg="PH-BXA, PH-BXB"/>
   <livery title="KLM Boeing 777-300ER" reg="PH-BVA" special="true"/>
@@ -52,7 +52,7 @@ const char* const lf_aigFile = R"(<?xml version="1.0"?>
 </AIG-regcodes>)";
 
 TEST_F(RegcodesTest, textFilesBeatTheXmlFileAndDecideWhatIsSpecial) {
-  test::writeBytes(aigRegcodesFile, lf_aigFile);
+  test::writeBytes(aigRegcodesFile, aigFile);
   test::writeBytes(myRegcodesFolder / "a.txt", "KLM Boeing 737-800 Skyteam;PH-BXA\r\n"
                                                "\n"
                                                "Transavia 737-800 PH-HZO;PH-HZO,PH-HZP\n"

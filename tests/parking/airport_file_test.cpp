@@ -21,10 +21,10 @@ namespace fs = std::filesystem;
 using test::readFile;
 using test::writeBytes;
 
-const fs::path lf_archived = "airports/archive/stock/EHAM.xml";
-const fs::path lf_learned = "airports/learned/stock/EHAM.xml";
+const fs::path archived = "airports/archive/stock/EHAM.xml";
+const fs::path learned = "airports/learned/stock/EHAM.xml";
 
-constexpr const char* lf_archivedText = R"(<?xml version="1.0"?>
+constexpr const char* archivedText = R"(<?xml version="1.0"?>
 <meta><info name="author" value="Trovalyn_P3D"/></meta>
 <parameters>
   <parameter name="airport_name" value="Amsterdam Schiphol"/>
@@ -48,7 +48,7 @@ constexpr const char* lf_archivedText = R"(<?xml version="1.0"?>
 )";
 
 // The parking parameters as a learned file writes them with their defaults and AUTO_RANGE on.
-constexpr const char* lf_defaultParameters = R"(	<parameter name="LATERAL_RANGE" value="40" />
+constexpr const char* defaultParameters = R"(	<parameter name="LATERAL_RANGE" value="40" />
 	<parameter name="AUTO_RANGE" value="true" />
 	<parameter name="WEEK" value="false" />
 	<parameter name="PARK_FAKE" value="false" />
@@ -97,7 +97,7 @@ protected:
   bool logged(std::string_view TEXT) { return log().find(TEXT) != std::string::npos; }
   // Reads the archived file with what lies on top, as the park airport would.
   std::string open() {
-    const std::string result = gf_readApf(lf_archived, parkAirportName, stands, qualityFactors);
+    const std::string result = gf_readApf(archived, parkAirportName, stands, qualityFactors);
     return result;
   }
 };
@@ -108,8 +108,8 @@ protected:
 TEST_F(AirportFileTest, findAirportFileTakesTheFirstOfFivePlaces) {
   EXPECT_EQ(findAirportFile("EHAM"), fs::path());
   EXPECT_FALSE(airportHasFile("EHAM"));
-  writeBytes(lf_archived, lf_archivedText);
-  EXPECT_EQ(findAirportFile("EHAM"), lf_archived);
+  writeBytes(archived, archivedText);
+  EXPECT_EQ(findAirportFile("EHAM"), archived);
   writeBytes("airports/my_ORBX/EHAM.xml", "x");
   EXPECT_EQ(findAirportFile("EHAM"), fs::path("airports/my_ORBX/EHAM.xml"));
   writeBytes("airports/archive/ORBX/EHAM.xml", "x");
@@ -143,7 +143,7 @@ TEST_F(AirportFileTest, learnedPathsMirrorTheirFilesAndThirdPartyOnesTheirPublis
 // ----------------------------------------------------------------------------------------------------
 
 TEST_F(AirportFileTest, anArchivedFileGivesItsStandsOptionsOverlapsAndValues) {
-  writeBytes(lf_archived, lf_archivedText);
+  writeBytes(archived, archivedText);
   ASSERT_EQ(open(), "");
   EXPECT_EQ(parkAirportName, "Amsterdam Schiphol");
   EXPECT_EQ(parkPublisher, "stock");
@@ -193,12 +193,11 @@ TEST_F(AirportFileTest, anArchivedFileGivesItsStandsOptionsOverlapsAndValues) {
 
 TEST_F(AirportFileTest, brokenFilesGiveTheirMessages) {
   EXPECT_EQ(open().find("airports/archive/stock/EHAM.xml found, but could not be loaded: "), 0u);
-  writeBytes(lf_archived,
-             "<parameters><parameter name=\"altitude\" value=\"3\"/></parameters><parkpositions>");
+  writeBytes(archived, "<parameters><parameter name=\"altitude\" value=\"3\"/></parameters><parkpositions>");
   EXPECT_EQ(open().find("airports/archive/stock/EHAM.xml found, but could not be loaded: "), 0u);
-  writeBytes(lf_archived, R"(<parameters><parameter name="altitude" value="3"/></parameters>)");
+  writeBytes(archived, R"(<parameters><parameter name="altitude" value="3"/></parameters>)");
   EXPECT_EQ(open(), "no stands found");
-  writeBytes(lf_archived, R"(<parameters/><parkpositions><parkpos id="A1"/></parkpositions>)");
+  writeBytes(archived, R"(<parameters/><parkpositions><parkpos id="A1"/></parkpositions>)");
   EXPECT_THROW(
       {
         try {
@@ -209,7 +208,7 @@ TEST_F(AirportFileTest, brokenFilesGiveTheirMessages) {
         }
       },
       UserErrorException);
-  writeBytes(lf_archived, R"(<parameters><parameter name="altitude" value="3"/></parameters>
+  writeBytes(archived, R"(<parameters><parameter name="altitude" value="3"/></parameters>
 <parkpositions><parkpos id="A1"/><parkpos id="A2"/><parkpos id="A1"/></parkpositions>)");
   try {
     open();
@@ -222,7 +221,7 @@ TEST_F(AirportFileTest, brokenFilesGiveTheirMessages) {
 }
 
 TEST_F(AirportFileTest, aCustomParkingPercentageOverrulesTheDefault) {
-  writeBytes(lf_archived, lf_archivedText);
+  writeBytes(archived, archivedText);
   CUSTOM_PARKING_PERCENTAGE.value = 55;
   ASSERT_EQ(open(), "");
   EXPECT_EQ(parking_percentage.value, 55);
@@ -234,8 +233,8 @@ TEST_F(AirportFileTest, aCustomParkingPercentageOverrulesTheDefault) {
 // -----------------------------------------------------------------------------------------------
 
 TEST_F(AirportFileTest, aLearnedFileIsMergedOnTopAndSetsTheParkingParameters) {
-  writeBytes(lf_archived, lf_archivedText);
-  writeBytes(lf_learned, R"(<parameters>
+  writeBytes(archived, archivedText);
+  writeBytes(learned, R"(<parameters>
   <parameter name="airport_name" value="Schiphol"/>
   <parameter name="LATERAL_RANGE" value="25"/>
   <parameter name="AUTO_RANGE" value="false"/>
@@ -301,8 +300,8 @@ TEST_F(AirportFileTest, aLearnedFileIsMergedOnTopAndSetsTheParkingParameters) {
 }
 
 TEST_F(AirportFileTest, theAutomaticRangeOfALearnedFileKeepsTheManualRangeToGoBackTo) {
-  writeBytes(lf_archived, lf_archivedText);
-  writeBytes(lf_learned, R"(<parameters><parameter name="LATERAL_RANGE" value="33"/>
+  writeBytes(archived, archivedText);
+  writeBytes(learned, R"(<parameters><parameter name="LATERAL_RANGE" value="33"/>
 <parameter name="AUTO_RANGE" value="true"/></parameters>)");
   AUTO_RANGE.value = false;
   ASSERT_EQ(open(), "");
@@ -311,15 +310,15 @@ TEST_F(AirportFileTest, theAutomaticRangeOfALearnedFileKeepsTheManualRangeToGoBa
 
   resetStands();
   LATERAL_RANGE.value = 70;
-  writeBytes(lf_learned, R"(<parameters><parameter name="AUTO_RANGE" value="false"/></parameters>)");
+  writeBytes(learned, R"(<parameters><parameter name="AUTO_RANGE" value="false"/></parameters>)");
   ASSERT_EQ(open(), "");
   EXPECT_FALSE(AUTO_RANGE.value);
   EXPECT_EQ(LATERAL_RANGE.value, 33) << "the kept range returns";
 }
 
 TEST_F(AirportFileTest, aHandmadeFileReplacesAllStandsWhateverItsValue) {
-  writeBytes(lf_archived, lf_archivedText);
-  writeBytes(lf_learned, R"(<parameters><parameter name="handmade" value="false"/>
+  writeBytes(archived, archivedText);
+  writeBytes(learned, R"(<parameters><parameter name="handmade" value="false"/>
 <parameter name="altitude" value="-12"/></parameters>
 <parkpositions><parkpos id="X1" latitude="52.3" longitude="4.7" heading="10" radius="20"/></parkpositions>)");
   ASSERT_EQ(open(), "");
@@ -332,8 +331,8 @@ TEST_F(AirportFileTest, aHandmadeFileReplacesAllStandsWhateverItsValue) {
 }
 
 TEST_F(AirportFileTest, aBrokenLearnedFileIsKeptAsideAndTheArchiveServes) {
-  writeBytes(lf_archived, lf_archivedText);
-  writeBytes(lf_learned, "<parkpositions><parkpos id=");
+  writeBytes(archived, archivedText);
+  writeBytes(learned, "<parkpositions><parkpos id=");
   ASSERT_EQ(open(), "");
   EXPECT_EQ(stands.size(), 3u);
   EXPECT_EQ(readFile("airports/learned/stock/EHAM0.xml"), "<parkpositions><parkpos id=");
@@ -352,7 +351,7 @@ TEST_F(AirportFileTest, learnedFilesAreWrittenBackAsTheyWereRead) {
 	<parameter name="airport_name" value="Amsterdam Schiphol" />
 	<parameter name="publisher" value="stock" />
 	<parameter name="num_parkpos" value="3" />
-)") + lf_defaultParameters + R"(</parameters>
+)") + defaultParameters + R"(</parameters>
 <parkpositions>
 	<parkpos id="D4" radius_change="true" radius="42.0">
 		<opt reg="PH-BXA" day="1" hh="30" cs="KLM9" />
@@ -371,7 +370,7 @@ TEST_F(AirportFileTest, learnedFilesAreWrittenBackAsTheyWereRead) {
 	<parameter name="num_parkpos" value="2" />
 	<parameter name="Qf_real" value="32" />
 	<parameter name="Qf_soft" value="32" />
-)") + lf_defaultParameters + R"(</parameters>
+)") + defaultParameters + R"(</parameters>
 <parkpositions>
 	<parkpos id="D4" latitude="52.309000" longitude="4.760000" heading="90.0" radius="20.0" cargo="false" ramp="false">
 		<opt reg="PH-BXA" day="1" hh="30" />
@@ -383,12 +382,12 @@ TEST_F(AirportFileTest, learnedFilesAreWrittenBackAsTheyWereRead) {
 )";
   const std::size_t unlisted = unlistedAircraft().size();
   for (const std::string& learned : {difference, handmade}) {
-    writeBytes(lf_archived, lf_archivedText);
-    writeBytes(lf_learned, "<?xml version=\"1.0\"?>\n" + learned);
+    writeBytes(archived, archivedText);
+    writeBytes(learned, "<?xml version=\"1.0\"?>\n" + learned);
     ASSERT_EQ(open(), "");
     updateCount = 1;
     closeParkAirport();
-    EXPECT_EQ(lf_afterMeta(lf_learned), learned);
+    EXPECT_EQ(lf_afterMeta(learned), learned);
     EXPECT_FALSE(parkingSessionOpen);
     resetStands();
   }
@@ -397,17 +396,17 @@ TEST_F(AirportFileTest, learnedFilesAreWrittenBackAsTheyWereRead) {
 }
 
 TEST_F(AirportFileTest, aFailedSaveOrAFullDiskLeavesTheOldLearnedFileAsItWas) {
-  writeBytes(lf_archived, lf_archivedText);
+  writeBytes(archived, archivedText);
   const std::string old =
       "<?xml version=\"1.0\"?>\n<parkpositions><parkpos id=\"D4\"><opt reg=\"PH-BXA\" day=\"5\" "
       "hh=\"3\"/></parkpos></parkpositions>";
-  writeBytes(lf_learned, old);
+  writeBytes(learned, old);
   ASSERT_EQ(open(), "");
   const fs::path beside = "airports/learned/stock/EHAM.xml.saving";
   fs::create_directories(beside / "blocked"); // the writer's place beside is taken
   updateCount = 3;
   saveLearnedFile();
-  EXPECT_EQ(readFile(lf_learned), old);
+  EXPECT_EQ(readFile(learned), old);
   EXPECT_TRUE(logged(" saving \"airports/learned/stock/EHAM.xml\" did not succeed"));
   EXPECT_EQ(updateCount, 0);
 
@@ -415,12 +414,12 @@ TEST_F(AirportFileTest, aFailedSaveOrAFullDiskLeavesTheOldLearnedFileAsItWas) {
   fs::create_symlink("/dev/full", beside); // every write there fails as on a full disk
   updateCount = 1;
   saveLearnedFile();
-  EXPECT_EQ(readFile(lf_learned), old);
+  EXPECT_EQ(readFile(learned), old);
   EXPECT_FALSE(fs::exists(fs::symlink_status(beside))) << "nothing is left beside";
 
   updateCount = 1;
   saveLearnedFile();
-  EXPECT_NE(readFile(lf_learned).find("<opt reg=\"PH-BXA\" day=\"5\" hh=\"3\" />"), std::string::npos);
+  EXPECT_NE(readFile(learned).find("<opt reg=\"PH-BXA\" day=\"5\" hh=\"3\" />"), std::string::npos);
   EXPECT_TRUE(logged(" \"airports/learned/stock/EHAM.xml\" saved with 1 update "));
 }
 
@@ -495,9 +494,9 @@ TEST_F(AirportFileTest, aGeneratedFileHoldsFullEntriesAndNoStatistics) {
 }
 
 TEST_F(AirportFileTest, smallReadersAndTheGateCheckAnswerSafelyForBadFiles) {
-  writeBytes(lf_archived, lf_archivedText);
-  EXPECT_TRUE(hasQualityFactors(lf_archived)) << "0 is a valid factor";
-  EXPECT_EQ(readStandCount(lf_archived), 3);
+  writeBytes(archived, archivedText);
+  EXPECT_TRUE(hasQualityFactors(archived)) << "0 is a valid factor";
+  EXPECT_EQ(readStandCount(archived), 3);
   EXPECT_TRUE(gf_readApfForGateCheck("EHAM", "D6"));
   EXPECT_FALSE(gf_readApfForGateCheck("EHAM", "D7"));
   EXPECT_FALSE(gf_readApfForGateCheck("EDDF", "A1"));
@@ -505,7 +504,7 @@ TEST_F(AirportFileTest, smallReadersAndTheGateCheckAnswerSafelyForBadFiles) {
   EXPECT_EQ(readStandCount("bad.xml"), 0);
   EXPECT_EQ(readPublisher("bad.xml"), "");
   EXPECT_FALSE(hasQualityFactors("bad.xml"));
-  writeBytes(lf_archived, "<parkpositions><parkpos id=\"D6\"");
+  writeBytes(archived, "<parkpositions><parkpos id=\"D6\"");
   EXPECT_FALSE(gf_readApfForGateCheck("EHAM", "D6"));
 }
 

@@ -1,5 +1,6 @@
 #include "base/text_hash.h"
 #include "bgl_builder.h"
+#include "engine/geometry.h"
 #include "scenery/airport_record.h"
 #include "scenery/bgl.h"
 #include "scenery/scan_log.h"
@@ -23,8 +24,6 @@ using test::HelipadSpec;
 using test::ParkingSpec;
 using test::readFile;
 using test::realData;
-
-constexpr double lf_radiansToDegrees = 57.29577951308232;
 
 std::vector<Stand> lf_decodeAll(const std::string& BYTES) {
   const BglWords bgl = bglFromBytes(BYTES);
@@ -76,12 +75,12 @@ double lf_metres(const char* TEXT) {
 }
 
 // The parking types and names of the SDK's XML schema, with the id prefixes this program gives them.
-const std::map<std::string, int> lf_xmlTypes = {
+const std::map<std::string, int> xmlTypes = {
     {"RAMP_GA", 1},     {"RAMP_GA_SMALL", 2},  {"RAMP_GA_MEDIUM", 3},  {"RAMP_GA_LARGE", 4},
     {"RAMP_CARGO", 5},  {"RAMP_MIL_CARGO", 6}, {"RAMP_MIL_COMBAT", 7}, {"GATE_SMALL", 8},
     {"GATE_MEDIUM", 9}, {"GATE_HEAVY", 10},    {"DOCK_GA", 11},        {"FUEL", 12},
     {"VEHICLE", 13}};
-const std::map<std::string, std::string> lf_xmlNames = {
+const std::map<std::string, std::string> xmlNames = {
     {"NONE", ""}, {"PARKING", "r"}, {"GATE", "g"}, {"DOCK", ""}};
 
 std::vector<Expected> lf_expectedFromXml(const std::filesystem::path& PATH) {
@@ -96,13 +95,12 @@ std::vector<Expected> lf_expectedFromXml(const std::filesystem::path& PATH) {
   }
   for (const auto& node : document.select_nodes("//TaxiwayParking")) {
     const pugi::xml_node parking = node.node();
-    const int type = lf_xmlTypes.at(parking.attribute("type").value());
+    const int type = xmlTypes.at(parking.attribute("type").value());
     const double radius = lf_metres(parking.attribute("radius").value());
     if (type > 11 || radius <= 1.0 || radius >= 200.0) continue;
-    expected.push_back(
-        {lf_xmlNames.at(parking.attribute("name").value()) + parking.attribute("number").value(),
-         parking.attribute("lat").as_double(), parking.attribute("lon").as_double(), radius,
-         parking.attribute("heading").as_double(), type == 5, type < 8, false});
+    expected.push_back({xmlNames.at(parking.attribute("name").value()) + parking.attribute("number").value(),
+                        parking.attribute("lat").as_double(), parking.attribute("lon").as_double(), radius,
+                        parking.attribute("heading").as_double(), type == 5, type < 8, false});
   }
   return expected;
 }
@@ -129,7 +127,7 @@ TEST_P(RealBgl, decodesTheParkingsAndHelipadsOfItsXmlSource) {
     EXPECT_NEAR(found->lon, want.lon, 0.5 * 4.470348358154297e-07) << want.id;
     EXPECT_NEAR(found->radius / nmPerMetre, want.radiusMetres, 1e-4) << want.id;
     const double heading = want.headingDegrees == 0 ? 360.0 : want.headingDegrees;
-    EXPECT_NEAR(found->heading * lf_radiansToDegrees, heading, 1e-4) << want.id;
+    EXPECT_NEAR(found->heading * radToDeg, heading, 1e-4) << want.id;
     EXPECT_EQ(found->cargo, want.cargo) << want.id;
     EXPECT_EQ(found->ramp, want.ramp) << want.id;
     EXPECT_EQ(found->heli, want.heli) << want.id;

@@ -18,7 +18,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* lf_usage =
+constexpr const char* usage =
     "usage: dataprep build --out DIR [--sources DIR] [--rules DIR] [--registrations FILE] [--aig FILE]\n"
     "                      [--version X.Y.Z]\n"
     "       dataprep show FILE\n";
@@ -110,6 +110,6 @@ int main(int argc, char** argv) {
     std::cerr << "dataprep: " << e.what() << '\n';
     return 1;
   }
-  std::cerr << lf_usage;
+  std::cerr << usage;
   return 2;
 }

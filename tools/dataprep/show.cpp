@@ -19,12 +19,12 @@ struct StoredForm {
   const char* attribute;
   Unscramble unscramble;
 };
-constexpr StoredForm lf_storedForms[] = {{"types", unscrambleModel},   {"type", unscrambleModel},
-                                         {"codes", unscrambleAirline}, {"airl", unscrambleAirline},
-                                         {"opr", unscrambleAirline},   {"reg", unscrambleRegcode}};
+constexpr StoredForm storedForms[] = {{"types", unscrambleModel},   {"type", unscrambleModel},
+                                      {"codes", unscrambleAirline}, {"airl", unscrambleAirline},
+                                      {"opr", unscrambleAirline},   {"reg", unscrambleRegcode}};
 
 Unscramble lf_unscrambleFor(const char* ATTRIBUTE) {
-  for (const StoredForm& form : lf_storedForms)
+  for (const StoredForm& form : storedForms)
     if (std::strcmp(form.attribute, ATTRIBUTE) == 0) return form.unscramble;
   return nullptr;
 }

@@ -15,11 +15,11 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::size_t lf_tokensPerElement = 100; // keeps the lines of the file short enough to read
+constexpr std::size_t tokensPerElement = 100; // keeps the lines of the file short enough to read
 
 using Scramble = std::string (*)(std::string_view);
 
-// SECTION with one CHILD per lf_tokensPerElement codes, each scrambled.
+// SECTION with one CHILD per tokensPerElement codes, each scrambled.
 void lf_appendList(pugi::xml_node DOCUMENT, const char* SECTION, const char* CHILD, const char* ATTRIBUTE,
                    const std::set<std::string>& CODES, Scramble SCRAMBLE) {
   pugi::xml_node section = DOCUMENT.append_child(SECTION);
@@ -27,7 +27,7 @@ void lf_appendList(pugi::xml_node DOCUMENT, const char* SECTION, const char* CHI
   std::size_t count = 0;
   for (const std::string& code : CODES) {
     list.append(list.empty() ? "" : ",").append(SCRAMBLE(code));
-    if (++count % lf_tokensPerElement == 0 || count == CODES.size()) {
+    if (++count % tokensPerElement == 0 || count == CODES.size()) {
       section.append_child(CHILD).append_attribute(ATTRIBUTE).set_value(list.c_str());
       list.clear();
     }
@@ -47,11 +47,11 @@ struct CategoryElement {
   const char* section;
   const char* child;
 };
-constexpr CategoryElement lf_categoryElements[] = {{"high_performance", "hpf"},
-                                                   {"heavy", "hvy"},
-                                                   {"large", "lar"},
-                                                   {"buzjet", "bzj"},
-                                                   {"rotorcraft", "rot"}};
+constexpr CategoryElement categoryElements[] = {{"high_performance", "hpf"},
+                                                {"heavy", "hvy"},
+                                                {"large", "lar"},
+                                                {"buzjet", "bzj"},
+                                                {"rotorcraft", "rot"}};
 
 } // namespace
 
@@ -85,7 +85,7 @@ void writeDbaseXml(const PreparedData& DATA, const fs::path& FILE) {
     if (record.cargo) db.append_attribute("cargo").set_value("true");
   }
   lf_appendList(document, "aircrafts", "aircraft", "types", DATA.types, scrambleModel);
-  for (const CategoryElement& category : lf_categoryElements)
+  for (const CategoryElement& category : categoryElements)
     lf_appendList(document, category.section, category.child, "types", DATA.categories.at(category.section),
                   scrambleModel);
   lf_appendList(document, "cargo_types", "cargo_type", "types", DATA.cargoTypes, scrambleModel);

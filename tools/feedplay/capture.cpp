@@ -11,9 +11,9 @@ namespace ory {
 
 namespace {
 
-constexpr std::size_t lf_timestampField = 14;
-constexpr std::size_t lf_fieldsOfALine = 30;
-constexpr double lf_millisecondsFrom = 171644617100.79;
+constexpr std::size_t timestampField = 14;
+constexpr std::size_t fieldsOfALine = 30;
+constexpr double millisecondsFrom = 171644617100.79;
 
 std::vector<std::string_view> lf_split(std::string_view LINE) {
   std::vector<std::string_view> fields;
@@ -111,15 +111,15 @@ std::string trafficLine(const TrackPoint& POINT) {
 
 std::string retimedLine(std::string_view LINE, double NOW_SECONDS) {
   const std::vector<std::string_view> fields = lf_split(LINE);
-  if (fields.size() < lf_fieldsOfALine) return std::string(LINE);
+  if (fields.size() < fieldsOfALine) return std::string(LINE);
   double old = 0;
-  const std::string_view stamp = fields[lf_timestampField];
+  const std::string_view stamp = fields[timestampField];
   std::from_chars(stamp.data(), stamp.data() + stamp.size(), old);
   std::string line;
   for (std::size_t i = 0; i + 1 < fields.size(); ++i) {
     if (i > 0) line += ',';
-    line += i == lf_timestampField ? lf_timestampText(NOW_SECONDS, old > lf_millisecondsFrom)
-                                   : std::string(fields[i]);
+    line +=
+        i == timestampField ? lf_timestampText(NOW_SECONDS, old > millisecondsFrom) : std::string(fields[i]);
   }
   return lf_withChecksum(line);
 }

@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr const char* lf_usage =
+constexpr const char* usage =
     "usage: feedplay play --capture FILE [--speed X] [--port 10747] [--level 1|2] [--host ADDRESS]\n"
     "                     [--record FILE] [--version TEXT] [--no-link] [--start-at-once] [--linger SECONDS]\n"
     "                     [--traffic-port 49005] [--weather-port 49004] [--udp-host ADDRESS]\n"
@@ -97,10 +97,10 @@ int main(int COUNT, char** ARGS) {
   try {
     if (COUNT >= 2 && std::strcmp(ARGS[1], "play") == 0) return lf_play(COUNT, ARGS);
     if (COUNT >= 2 && std::strcmp(ARGS[1], "convert") == 0) return lf_convert(COUNT, ARGS);
-    std::cerr << lf_usage;
+    std::cerr << usage;
     return 2;
   } catch (const std::invalid_argument& e) {
-    std::cerr << "feedplay: " << e.what() << '\n' << lf_usage;
+    std::cerr << "feedplay: " << e.what() << '\n' << usage;
     return 2;
   } catch (const std::exception& e) {
     std::cerr << "feedplay: " << e.what() << '\n';

@@ -16,7 +16,7 @@ namespace ory {
 
 namespace {
 
-using clock = std::chrono::steady_clock;
+using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
 struct Session {
@@ -24,8 +24,8 @@ struct Session {
   SocketHandle link = invalidSocket;
   std::string pending; // received text without its line end yet
   std::ofstream record;
-  clock::time_point begun = clock::now();
-  clock::time_point reconnectAt{}; // when to try the link again
+  Clock::time_point begun = Clock::now();
+  Clock::time_point reconnectAt{}; // when to try the link again
   bool everConnected = false;
   bool programLeft = false; // "exit" came
   bool positionSeen = false;
@@ -37,8 +37,8 @@ void lf_say(std::string_view TEXT) {
   std::cout << TEXT << std::endl;
 }
 
-double lf_secondsSince(clock::time_point START) {
-  return std::chrono::duration<double>(clock::now() - START).count();
+double lf_secondsSince(Clock::time_point START) {
+  return std::chrono::duration<double>(Clock::now() - START).count();
 }
 
 double lf_unixNow() {
@@ -67,7 +67,7 @@ void lf_takeLine(Session& S, std::string_view LINE) {
   }
 }
 
-void lf_closeLink(Session& S, clock::time_point RETRY_AT) {
+void lf_closeLink(Session& S, Clock::time_point RETRY_AT) {
   closeSocket(S.link);
   S.link = invalidSocket;
   S.pending.clear();
@@ -77,7 +77,7 @@ void lf_closeLink(Session& S, clock::time_point RETRY_AT) {
 void lf_tryConnect(Session& S) {
   S.link = connectTcp(S.options.host, S.options.port);
   if (S.link == invalidSocket) {
-    S.reconnectAt = clock::now() + 200ms;
+    S.reconnectAt = Clock::now() + 200ms;
     return;
   }
   setNoDelay(S.link, true);
@@ -91,7 +91,7 @@ void lf_receive(Session& S) {
   const long got = receiveSome(S.link, chunk, sizeof(chunk));
   if (got <= 0) {
     if (!S.programLeft) lf_say("the program closed the link");
-    lf_closeLink(S, clock::now() + 200ms);
+    lf_closeLink(S, Clock::now() + 200ms);
     return;
   }
   S.pending.append(chunk, static_cast<std::size_t>(got));
@@ -104,21 +104,21 @@ void lf_receive(Session& S) {
 }
 
 // Serves the link until DEADLINE: answers, records, and connects again after a loss, as RealTraffic does.
-void lf_serve(Session& S, clock::time_point DEADLINE) {
-  while (clock::now() < DEADLINE) {
+void lf_serve(Session& S, Clock::time_point DEADLINE) {
+  while (Clock::now() < DEADLINE) {
     if (S.link == invalidSocket) {
       if (S.programLeft || !S.options.link) {
         std::this_thread::sleep_until(DEADLINE);
         return;
       }
-      if (clock::now() >= S.reconnectAt) lf_tryConnect(S);
+      if (Clock::now() >= S.reconnectAt) lf_tryConnect(S);
       if (S.link == invalidSocket) std::this_thread::sleep_until(std::min(DEADLINE, S.reconnectAt));
       continue;
     }
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(DEADLINE - clock::now());
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(DEADLINE - Clock::now());
     const int ready = waitReadable(S.link, static_cast<int>(std::clamp<long long>(left.count(), 1, 1000)));
     if (ready > 0) lf_receive(S);
-    if (ready < 0) lf_closeLink(S, clock::now() + 200ms);
+    if (ready < 0) lf_closeLink(S, Clock::now() + 200ms);
   }
 }
 
@@ -126,7 +126,7 @@ void lf_serve(Session& S, clock::time_point DEADLINE) {
 template <typename Condition>
 void lf_serveUntil(Session& S, Condition CONDITION) {
   while (!CONDITION() && !(S.programLeft && S.link == invalidSocket))
-    lf_serve(S, clock::now() + 50ms);
+    lf_serve(S, Clock::now() + 50ms);
 }
 
 } // namespace
@@ -145,17 +145,17 @@ int playCapture(const PlayOptions& OPTIONS) {
     lf_serveUntil(session, [&] { return session.link != invalidSocket; });
     if (!OPTIONS.startAtOnce) lf_serveUntil(session, [&] { return session.positionSeen; });
   }
-  const clock::time_point start = clock::now();
+  const Clock::time_point start = Clock::now();
   int traffic = 0;
   int weather = 0;
   for (const CaptureEntry& entry : entries) {
     if (session.programLeft) break;
-    const auto due = start + std::chrono::duration_cast<clock::duration>(
+    const auto due = start + std::chrono::duration_cast<Clock::duration>(
                                  std::chrono::duration<double>(entry.offset / OPTIONS.speed));
     lf_serve(session, due);
     if (entry.kind == CaptureKind::drop) {
       lf_say(fmt::format("dropping the link for {} s", entry.awaySeconds));
-      lf_closeLink(session, clock::now() + std::chrono::duration_cast<clock::duration>(
+      lf_closeLink(session, Clock::now() + std::chrono::duration_cast<Clock::duration>(
                                                std::chrono::duration<double>(entry.awaySeconds)));
       continue;
     }
@@ -170,7 +170,7 @@ int playCapture(const PlayOptions& OPTIONS) {
     if (OPTIONS.linger < 0)
       lf_serveUntil(session, [] { return false; });
     else
-      lf_serve(session, clock::now() + std::chrono::duration_cast<clock::duration>(
+      lf_serve(session, Clock::now() + std::chrono::duration_cast<Clock::duration>(
                                            std::chrono::duration<double>(OPTIONS.linger)));
   }
   lf_say(fmt::format("received {} positions and {} times", session.positions, session.times));

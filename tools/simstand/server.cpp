@@ -1,5 +1,6 @@
 #include "server.h"
 
+#include "engine/geometry.h"
 #include "simlink/simconnect/simconnect.h"
 
 #include <fmt/format.h>
@@ -19,10 +20,9 @@ using Json = nlohmann::json;
 using Bytes = std::vector<unsigned char>;
 using Clock = std::chrono::steady_clock;
 
-constexpr double lf_degree = 3.14159265358979323846 / 180;
-constexpr std::uint32_t lf_maxObjects = 1000;  // AI objects, as the simulator limits them
-constexpr std::uint32_t lf_maxRadius = 200000; // metres of a request by type
-constexpr std::uint32_t lf_maxPacket = 65536;
+constexpr std::uint32_t maxObjects = 1000;  // AI objects, as the simulator limits them
+constexpr std::uint32_t maxRadius = 200000; // metres of a request by type
+constexpr std::uint32_t maxPacket = 65536;
 
 std::string lf_lower(std::string_view TEXT) {
   std::string lower(TEXT);
@@ -263,7 +263,7 @@ void lf_open(Server& S, Client& C, const Call& CALL, std::uint32_t PROTOCOL) {
   lf_record(C, SIMCONNECT_RECV_ID_OPEN, payload);
 }
 
-const std::vector<std::string> lf_systemEventNames = {
+const std::vector<std::string> systemEventNames = {
     "sim",        "objectadded",     "objectremoved",  "frame",
     "pauseframe", "positionchanged", "flightloaded",   "pause",
     "simstart",   "simstop",         "1sec",           "4sec",
@@ -274,7 +274,7 @@ void lf_subscribe(Server& S, Client& C, const Call& CALL, Json& LINE) {
   const std::uint32_t eventId = CALL.args.u32(0);
   const std::string name = lf_lower(CALL.args.text(4, nameField));
   LINE.update({{"event", eventId}, {"name", name}});
-  if (std::find(lf_systemEventNames.begin(), lf_systemEventNames.end(), name) == lf_systemEventNames.end()) {
+  if (std::find(systemEventNames.begin(), systemEventNames.end(), name) == systemEventNames.end()) {
     lf_exception(S, C, SIMCONNECT_EXCEPTION_NAME_UNRECOGNIZED, CALL.sendId, 2);
     return;
   }
@@ -331,7 +331,7 @@ void lf_requestByType(Server& S, Client& C, const Call& CALL, Json& LINE) {
       {{"request", request.requestId}, {"define", request.defineId}, {"radius", radius}, {"type", type}});
   if (!C.definitions.contains(request.defineId))
     return lf_exception(S, C, SIMCONNECT_EXCEPTION_UNRECOGNIZED_ID, CALL.sendId, 2);
-  if (radius > lf_maxRadius) return lf_exception(S, C, SIMCONNECT_EXCEPTION_OUT_OF_BOUNDS, CALL.sendId, 3);
+  if (radius > maxRadius) return lf_exception(S, C, SIMCONNECT_EXCEPTION_OUT_OF_BOUNDS, CALL.sendId, 3);
   const SimObject& user = userObject(S.world);
   std::vector<const SimObject*> found;
   for (const SimObject& object : S.world.objects) {
@@ -341,7 +341,7 @@ void lf_requestByType(Server& S, Client& C, const Call& CALL, Json& LINE) {
                           : type == SIMCONNECT_SIMOBJECT_TYPE_ALL      ? !isUser
                                                                        : false;
     const bool near =
-        radius == 0 ? isUser : distanceNm(user.lat, user.lon, object.lat, object.lon) * 1852 <= radius;
+        radius == 0 ? isUser : distanceNm(user.lat, user.lon, object.lat, object.lon) * metresPerNm <= radius;
     if (typeFits && (near || type == SIMCONNECT_SIMOBJECT_TYPE_USER)) found.push_back(&object);
   }
   LINE["found"] = found.size();
@@ -580,7 +580,7 @@ void lf_accept(Server& S) {
   client->number = S.nextClient++;
   client->socket = socket;
   client->input.minSize = static_cast<std::uint32_t>(callHeaderSize);
-  client->input.maxSize = lf_maxPacket;
+  client->input.maxSize = maxPacket;
   if (S.scenario.writes == WriteMode::split) setNoDelay(socket, true);
   Json line = lf_line(S, "connect");
   line["client"] = client->number;
@@ -685,17 +685,17 @@ void lf_makeObjects(Server& S) {
       lf_exception(S, *client, SIMCONNECT_EXCEPTION_CREATE_OBJECT_FAILED, create.sendId, 1);
       continue;
     }
-    if (S.world.objects.size() > lf_maxObjects) {
+    if (S.world.objects.size() > maxObjects) {
       lf_exception(S, *client, SIMCONNECT_EXCEPTION_TOO_MANY_OBJECTS, create.sendId, 0);
       continue;
     }
     SimObject& object =
         addObject(S.world, installed->title, create.tailNumber, create.lat, create.lon,
-                  create.onGround ? std::optional<double>() : create.altitude, create.heading * lf_degree,
+                  create.onGround ? std::optional<double>() : create.altitude, create.heading * degToRad,
                   create.speed, installed->staticCg, installed->staticPitch);
     object.owner = create.client;
-    object.pitch = create.onGround ? object.staticPitch : create.pitch * lf_degree;
-    object.bank = create.bank * lf_degree;
+    object.pitch = create.onGround ? object.staticPitch : create.pitch * degToRad;
+    object.bank = create.bank * degToRad;
     Bytes assigned;
     ByteWriter w{assigned};
     w.u32(create.requestId);
@@ -844,7 +844,7 @@ void lf_timeline(Server& S) {
   while (S.nextTraffic < S.scenario.traffic.size() && S.scenario.traffic[S.nextTraffic].t <= S.scenarioTime) {
     const TrafficObject& t = S.scenario.traffic[S.nextTraffic++];
     const SimObject& object =
-        addObject(S.world, t.title, t.atcId, t.lat, t.lon, t.altitude, t.heading * lf_degree, t.speed, 6, 0);
+        addObject(S.world, t.title, t.atcId, t.lat, t.lon, t.altitude, t.heading * degToRad, t.speed, 6, 0);
     Json line = lf_line(S, "traffic");
     line.update({{"object", object.id}, {"atcId", lf_utf8(t.atcId)}});
     lf_trace(S, line);

@@ -1,5 +1,7 @@
 #include "world.h"
 
+#include "engine/geometry.h"
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -9,11 +11,9 @@ namespace ory {
 
 namespace {
 
-constexpr double lf_pi = 3.14159265358979323846;
-constexpr double lf_degree = lf_pi / 180;
-constexpr double lf_driftKnots = 10;        // an AI object without a speed of its own still taxies
-constexpr double lf_sinkFeetPerSecond = 10; // an airborne AI object that isn't frozen sinks to the ground
-constexpr double lf_attitudeRadiansPerSecond = 0.05;
+constexpr double driftKnots = 10;        // an AI object without a speed of its own still taxies
+constexpr double sinkFeetPerSecond = 10; // an airborne AI object that isn't frozen sinks to the ground
+constexpr double attitudeRadiansPerSecond = 0.05;
 
 enum class Dimension { angle, length, speed, scalar, ratio, text };
 
@@ -23,11 +23,11 @@ struct Unit {
   double factor; // to radians, metres, metres per second, 1
 };
 
-constexpr std::array<Unit, 21> lf_units = {{
+constexpr std::array<Unit, 21> units = {{
     {"radians", Dimension::angle, 1},
     {"radian", Dimension::angle, 1},
-    {"degrees", Dimension::angle, lf_degree},
-    {"degree", Dimension::angle, lf_degree},
+    {"degrees", Dimension::angle, degToRad},
+    {"degree", Dimension::angle, degToRad},
     {"feet", Dimension::length, 0.3048},
     {"foot", Dimension::length, 0.3048},
     {"ft", Dimension::length, 0.3048},
@@ -63,10 +63,10 @@ std::tm lf_zulu(const World& W) {
   return tm;
 }
 
-const std::array<Var, 28> lf_vars = {{
-    {"PLANE LATITUDE", Dimension::angle, lf_degree, [](const World&, const SimObject& O) { return O.lat; },
+const std::array<Var, 28> vars = {{
+    {"PLANE LATITUDE", Dimension::angle, degToRad, [](const World&, const SimObject& O) { return O.lat; },
      [](SimObject& O, double V) { O.lat = V; }, nullptr},
-    {"PLANE LONGITUDE", Dimension::angle, lf_degree, [](const World&, const SimObject& O) { return O.lon; },
+    {"PLANE LONGITUDE", Dimension::angle, degToRad, [](const World&, const SimObject& O) { return O.lon; },
      [](SimObject& O, double V) { O.lon = V; }, nullptr},
     {"PLANE PITCH DEGREES", Dimension::angle, 1, [](const World&, const SimObject& O) { return O.pitch; },
      [](SimObject& O, double V) { O.pitch = V; }, nullptr},
@@ -140,27 +140,27 @@ std::string lf_lower(std::string_view TEXT) {
 
 const Var* lf_var(std::string_view NAME) {
   const std::string name = lf_upper(NAME.substr(0, NAME.find(':')));
-  for (const Var& var : lf_vars)
+  for (const Var& var : vars)
     if (var.name == name) return &var;
   return nullptr;
 }
 
 const Unit* lf_unit(std::string_view NAME) {
   const std::string name = lf_lower(NAME);
-  for (const Unit& unit : lf_units)
+  for (const Unit& unit : units)
     if (unit.name == name) return &unit;
   return nullptr;
 }
 
 double lf_angleTowards(double FROM, double TO, double STEP) {
-  const double difference = std::remainder(TO - FROM, 2 * lf_pi);
+  const double difference = std::remainder(TO - FROM, 2 * pi);
   return std::abs(difference) <= STEP ? TO : FROM + std::copysign(STEP, difference);
 }
 
 void lf_moveAlong(SimObject& O, double KNOTS, double DT) {
   const double nm = KNOTS * DT / 3600;
   O.lat += nm / 60 * std::cos(O.heading);
-  O.lon += nm / 60 * std::sin(O.heading) / std::max(0.01, std::cos(O.lat * lf_degree));
+  O.lon += nm / 60 * std::sin(O.heading) / std::max(0.01, std::cos(O.lat * degToRad));
 }
 
 void lf_stepUser(World& W, SimObject& U) {
@@ -182,10 +182,10 @@ void lf_stepUser(World& W, SimObject& U) {
   if (!a.altitude && !b.altitude) U.altitude = groundElevation(W, U.lat, U.lon) + U.staticCg;
   U.verticalSpeed = span > 0 && f < 1 ? (altB - altA) / span : 0;
   U.heading = std::remainder(
-      a.heading * lf_degree + std::remainder((b.heading - a.heading) * lf_degree, 2 * lf_pi) * f, 2 * lf_pi);
-  if (U.heading < 0) U.heading += 2 * lf_pi;
-  U.pitch = (a.pitch + (b.pitch - a.pitch) * f) * lf_degree;
-  U.bank = (a.bank + (b.bank - a.bank) * f) * lf_degree;
+      a.heading * degToRad + std::remainder((b.heading - a.heading) * degToRad, 2 * pi) * f, 2 * pi);
+  if (U.heading < 0) U.heading += 2 * pi;
+  U.pitch = (a.pitch + (b.pitch - a.pitch) * f) * degToRad;
+  U.bank = (a.bank + (b.bank - a.bank) * f) * degToRad;
   U.groundSpeed = a.speed + (b.speed - a.speed) * f;
   U.tas = U.groundSpeed;
 }
@@ -195,14 +195,14 @@ void lf_stepUser(World& W, SimObject& U) {
 void lf_stepAi(World& W, SimObject& O, double DT) {
   const bool held = O.released;
   const double ground = groundElevation(W, O.lat, O.lon) + O.staticCg;
-  if (!(held && O.freezeLatLon)) lf_moveAlong(O, O.tas > 0 ? O.tas : lf_driftKnots, DT);
-  if (!(held && O.freezeAltitude)) O.altitude = std::max(ground, O.altitude - lf_sinkFeetPerSecond * DT);
+  if (!(held && O.freezeLatLon)) lf_moveAlong(O, O.tas > 0 ? O.tas : driftKnots, DT);
+  if (!(held && O.freezeAltitude)) O.altitude = std::max(ground, O.altitude - sinkFeetPerSecond * DT);
   if (!(held && O.freezeAttitude)) {
-    const double step = lf_attitudeRadiansPerSecond * DT;
+    const double step = attitudeRadiansPerSecond * DT;
     O.pitch = lf_angleTowards(O.pitch, onGround(W, O) ? O.staticPitch : 0.0, step);
     O.bank = lf_angleTowards(O.bank, 0.0, step);
   }
-  O.groundSpeed = held && O.freezeLatLon ? 0 : (O.tas > 0 ? O.tas : lf_driftKnots);
+  O.groundSpeed = held && O.freezeLatLon ? 0 : (O.tas > 0 ? O.tas : driftKnots);
 }
 
 } // namespace
@@ -232,15 +232,6 @@ SimObject* findObject(World& WORLD, std::uint32_t OBJECT_ID) {
   for (SimObject& object : WORLD.objects)
     if (object.id == OBJECT_ID) return &object;
   return nullptr;
-}
-
-double distanceNm(double LAT1, double LON1, double LAT2, double LON2) {
-  const double dLat = (LAT2 - LAT1) * lf_degree;
-  const double dLon = (LON2 - LON1) * lf_degree;
-  const double h = std::sin(dLat / 2) * std::sin(dLat / 2) + std::cos(LAT1 * lf_degree) *
-                                                                 std::cos(LAT2 * lf_degree) *
-                                                                 std::sin(dLon / 2) * std::sin(dLon / 2);
-  return 6875.493541569878 * std::asin(std::sqrt(std::min(1.0, h)));
 }
 
 double groundElevation(const World& WORLD, double LAT, double LON) {

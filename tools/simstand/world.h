@@ -63,7 +63,6 @@ SimObject* findObject(World& WORLD, std::uint32_t OBJECT_ID);
 double groundElevation(const World& WORLD, double LAT, double LON); // feet
 double aboveGround(const World& WORLD, const SimObject& OBJECT);    // feet of the reference point
 bool onGround(const World& WORLD, const SimObject& OBJECT);         // wheels within a foot of the ground
-double distanceNm(double LAT1, double LON1, double LAT2, double LON2);
 
 // Advances simulator time by DT seconds (nothing moves while paused).
 void stepWorld(World& WORLD, double DT);

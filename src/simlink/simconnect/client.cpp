@@ -46,11 +46,11 @@ using namespace std::chrono_literals;
 struct OpenVersion {
   std::uint32_t protocol, major, minor, buildMajor, buildMinor;
 };
-constexpr std::array<OpenVersion, 3> lf_openVersions = {
+constexpr std::array<OpenVersion, 3> openVersions = {
     {{4, 10, 0, 61259, 0}, {3, 10, 0, 61355, 0}, {2, 0, 0, 60905, 0}}};
-constexpr auto lf_openTimeout = 5s;
-constexpr std::size_t lf_outboxLimit = 60000; // bytes held back inside a dispatch before they go anyway
-constexpr std::size_t lf_readsPerDispatch = 64;
+constexpr auto openTimeout = 5s;
+constexpr std::size_t outboxLimit = 60000; // bytes held back inside a dispatch before they go anyway
+constexpr std::size_t readsPerDispatch = 64;
 
 enum class OpenOutcome { accepted, mismatch, noAnswer };
 
@@ -78,7 +78,7 @@ SimResult lf_call(SimConnectHandle SIM, SimCall CALL, Fill FILL) {
   writer.u32(++SIM->lastSendId);
   FILL(writer);
   writer.patchU32(at, static_cast<std::uint32_t>(out.size() - at));
-  if (held && out.size() < lf_outboxLimit) return simOk;
+  if (held && out.size() < outboxLimit) return simOk;
   return lf_sendNow(*SIM, out) ? simOk : simFail;
 }
 
@@ -120,7 +120,7 @@ bool lf_sendOpen(SimConnectClient& SIM, std::string_view NAME, const OpenVersion
 
 // Waits for the server's first record and tells what it means; the record stays queued for the dispatch.
 OpenOutcome lf_awaitOpenReply(SimConnectClient& SIM) {
-  const auto until = std::chrono::steady_clock::now() + lf_openTimeout;
+  const auto until = std::chrono::steady_clock::now() + openTimeout;
   for (;;) {
     const std::size_t start = SIM.input.start;
     const TakenRecord taken = takeRecord(SIM.input);
@@ -158,8 +158,8 @@ std::unique_ptr<SimConnectClient> lf_newClient(const SimConnectConfig& CONFIG) {
 // dispatch, so that the caller learns of the mismatch as an exception record.
 std::unique_ptr<SimConnectClient> lf_openEndpoint(const SimConnectConfig& CONFIG, const SimEndpoint& ENDPOINT,
                                                   std::string_view NAME) {
-  for (std::size_t level = 0; level < lf_openVersions.size(); ++level) {
-    const OpenVersion& version = lf_openVersions[level];
+  for (std::size_t level = 0; level < openVersions.size(); ++level) {
+    const OpenVersion& version = openVersions[level];
     auto client = lf_newClient(CONFIG);
     client->connection = connectTo(ENDPOINT, CONFIG.maxReceiveSize, CONFIG.disableNagle);
     if (!client->connection.transport) return nullptr;
@@ -170,7 +170,7 @@ std::unique_ptr<SimConnectClient> lf_openEndpoint(const SimConnectConfig& CONFIG
       disconnect(client->connection);
       return nullptr;
     }
-    const bool last = level + 1 == lf_openVersions.size();
+    const bool last = level + 1 == openVersions.size();
     if (outcome == OpenOutcome::accepted || last) {
       logLine(fmt::format("SimConnect: connected by {} to {}, protocol {}",
                           client->connection.transport->name, ENDPOINT.text(), version.protocol));
@@ -185,7 +185,7 @@ std::unique_ptr<SimConnectClient> lf_openEndpoint(const SimConnectConfig& CONFIG
 }
 
 void lf_receiveWaiting(SimConnectClient& SIM) {
-  for (std::size_t reads = 0; reads < lf_readsPerDispatch && !SIM.lost; ++reads) {
+  for (std::size_t reads = 0; reads < readsPerDispatch && !SIM.lost; ++reads) {
     const long got = SIM.connection.transport->receive(SIM.connection.handle, SIM.receiveBuffer.data(),
                                                        SIM.receiveBuffer.size(), 0);
     if (got == 0) return;
@@ -382,7 +382,7 @@ SimResult SimConnect_SetDataOnSimObject(SimConnectHandle SIM, SIMCONNECT_DATA_DE
                                         const void* DATA) {
   const std::uint32_t count = ARRAY_COUNT == 0 ? 1 : ARRAY_COUNT;
   const std::uint64_t bytes = static_cast<std::uint64_t>(count) * UNIT_SIZE;
-  if ((bytes > 0 && !DATA) || bytes > lf_outboxLimit) return simFail;
+  if ((bytes > 0 && !DATA) || bytes > outboxLimit) return simFail;
   return lf_call(SIM, SimCall::setDataOnSimObject, [&](ByteWriter& W) {
     W.u32(DEFINE_ID);
     W.u32(OBJECT_ID);

@@ -15,9 +15,9 @@ namespace ory {
 
 namespace {
 
-constexpr std::string_view lf_fileName = "SimConnect.cfg";
-constexpr std::string_view lf_registryKey = "SOFTWARE\\Lockheed Martin\\Prepar3D v";
-constexpr std::string_view lf_defaultPipe = "Lockheed Martin Prepar3D v5\\SimConnect";
+constexpr std::string_view fileName = "SimConnect.cfg";
+constexpr std::string_view registryKey = "SOFTWARE\\Lockheed Martin\\Prepar3D v";
+constexpr std::string_view defaultPipe = "Lockheed Martin Prepar3D v5\\SimConnect";
 
 std::string lf_lower(std::string_view TEXT) {
   std::string lower(TEXT);
@@ -125,8 +125,8 @@ SimConnectConfig parseSimConnectConfig(std::string_view TEXT, std::uint32_t CONF
 }
 
 std::vector<std::filesystem::path> simConnectConfigCandidates() {
-  return {publicDocumentsFolder() / lf_fileName, documentsFolder() / lf_fileName,
-          std::filesystem::current_path() / lf_fileName};
+  return {publicDocumentsFolder() / fileName, documentsFolder() / fileName,
+          std::filesystem::current_path() / fileName};
 }
 
 SimConnectConfig readSimConnectConfig(std::uint32_t CONFIG_INDEX) {
@@ -148,7 +148,7 @@ std::string publishedPort(SimProtocol PROTOCOL) {
   // Prepar3D v5 publishes its ports; v6 is asked when v5 has none.
   for (const char version : {'5', '6'}) {
     const auto port =
-        readRegistryText(RegistryRoot::currentUser, fmt::format("{}{}", lf_registryKey, version), value);
+        readRegistryText(RegistryRoot::currentUser, fmt::format("{}{}", registryKey, version), value);
     if (port && !port->empty()) return port->substr(0, 20);
   }
   return {};
@@ -163,9 +163,9 @@ std::vector<SimEndpoint> connectionPlan(const SimConnectConfig& CONFIG,
   }
   const std::string server = CONFIG.address.empty() ? "." : CONFIG.address;
   const bool namedPipe = !CONFIG.port.empty() && !lf_port(CONFIG.port);
-  plan.push_back(
-      {SimProtocol::autoOrPipe,
-       fmt::format("\\\\{}\\pipe\\{}", server, namedPipe ? CONFIG.port : std::string(lf_defaultPipe)), 0});
+  plan.push_back({SimProtocol::autoOrPipe,
+                  fmt::format("\\\\{}\\pipe\\{}", server, namedPipe ? CONFIG.port : std::string(defaultPipe)),
+                  0});
   lf_addIp(plan, CONFIG, SimProtocol::ipv6, PUBLISHED);
   lf_addIp(plan, CONFIG, SimProtocol::ipv4, PUBLISHED);
   return plan;

@@ -18,6 +18,9 @@
 
 namespace ory {
 
+// The simulator's own names, as its interface spells them.
+// NOLINTBEGIN(readability-identifier-naming)
+
 using SimResult = std::int32_t; // HRESULT: 0 for success, negative for failure
 inline constexpr SimResult simOk = 0;
 inline constexpr SimResult simFail = static_cast<SimResult>(0x80004005u); // E_FAIL
@@ -306,5 +309,7 @@ SimResult SimConnect_AIRemoveObject(SimConnectHandle SIM, SIMCONNECT_OBJECT_ID O
 SimResult SimConnect_AISetAircraftFlightPlan(SimConnectHandle SIM, SIMCONNECT_OBJECT_ID OBJECT_ID,
                                              std::string_view FLIGHT_PLAN_PATH,
                                              SIMCONNECT_DATA_REQUEST_ID REQUEST_ID);
+
+// NOLINTEND(readability-identifier-naming)
 
 } // namespace ory

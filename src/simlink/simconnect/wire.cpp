@@ -18,7 +18,7 @@ struct CallInfo {
   std::size_t size; // bytes without variable data
 };
 
-constexpr std::array<CallInfo, 16> lf_calls = {{
+constexpr std::array<CallInfo, 16> calls = {{
     {SimCall::open, "SimConnect_Open", 296},
     {SimCall::mapClientEventToSimEvent, "SimConnect_MapClientEventToSimEvent", 276},
     {SimCall::transmitClientEvent, "SimConnect_TransmitClientEvent", 36},
@@ -38,7 +38,7 @@ constexpr std::array<CallInfo, 16> lf_calls = {{
 }};
 
 const CallInfo* lf_call(std::uint32_t CALL) {
-  for (const CallInfo& info : lf_calls)
+  for (const CallInfo& info : calls)
     if (static_cast<std::uint32_t>(info.call) == CALL) return &info;
   return nullptr;
 }
