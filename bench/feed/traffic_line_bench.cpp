@@ -36,20 +36,20 @@ const std::vector<std::string>& realLines() {
   return lines;
 }
 
-void lf_prepare(bool QUEUE_OPEN) {
+void lf_prepare(bool queueOpen) {
   setRange(1e6);
   setReaderUserPosition(47.4581, 8.5481);
   setReaderParkAirport(47.4581, 8.5481, 1416);
-  setQueueOpen(QUEUE_OPEN);
+  setQueueOpen(queueOpen);
   clearTrafficInbox();
 }
 
-void BM_processLine(benchmark::State& STATE) {
-  const bool queueing = STATE.range(0) != 0;
+void BM_processLine(benchmark::State& state) {
+  const bool queueing = state.range(0) != 0;
   const std::vector<std::string>& lines = realLines();
   lf_prepare(queueing);
   std::size_t taken = 0;
-  for (auto _ : STATE) {
+  for (auto _ : state) {
     for (const std::string& line : lines) {
       trafficReader.line = line;
       trafficReader.processData();
@@ -60,10 +60,10 @@ void BM_processLine(benchmark::State& STATE) {
       trafficInbox.clear();
     }
   }
-  STATE.SetItemsProcessed(static_cast<std::int64_t>(STATE.iterations() * lines.size()));
-  STATE.counters["lines"] = static_cast<double>(lines.size());
-  STATE.counters["taken"] =
-      queueing ? static_cast<double>(taken) / static_cast<double>(STATE.iterations()) : 0;
+  state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * lines.size()));
+  state.counters["lines"] = static_cast<double>(lines.size());
+  state.counters["taken"] =
+      queueing ? static_cast<double>(taken) / static_cast<double>(state.iterations()) : 0;
   setQueueOpen(false);
 }
 BENCHMARK(BM_processLine)->Arg(0)->Arg(1)->ArgName("queueOpen")->Unit(benchmark::kMillisecond);

@@ -58,13 +58,13 @@ void lf_scan() {
 }
 
 // A cold pass first: both benchmarks measure the warm cache.
-void BM_ScanTree(benchmark::State& STATE) {
+void BM_ScanTree(benchmark::State& state) {
   lf_scan();
-  for (auto _ : STATE)
+  for (auto _ : state)
     lf_scan();
-  STATE.counters["files"] = static_cast<double>(fileCount);
-  STATE.counters["liveries"] = static_cast<double>(display.liveryCount.load());
-  STATE.SetBytesProcessed(static_cast<std::int64_t>(STATE.iterations() * lf_world().bytes));
+  state.counters["files"] = static_cast<double>(fileCount);
+  state.counters["liveries"] = static_cast<double>(display.liveryCount.load());
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * lf_world().bytes));
 }
 BENCHMARK(BM_ScanTree)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(5);
 
@@ -72,40 +72,40 @@ std::string lf_catCommand() {
   return fmt::format("find '{}' -iname '*.cfg' -print0 | xargs -0 cat > /dev/null", lf_world().tree.string());
 }
 
-void BM_CatTree(benchmark::State& STATE) {
+void BM_CatTree(benchmark::State& state) {
   const std::string command = lf_catCommand();
-  if (std::system(command.c_str()) != 0) STATE.SkipWithError("cat failed");
-  for (auto _ : STATE)
-    if (std::system(command.c_str()) != 0) STATE.SkipWithError("cat failed");
-  STATE.SetBytesProcessed(static_cast<std::int64_t>(STATE.iterations() * lf_world().bytes));
+  if (std::system(command.c_str()) != 0) state.SkipWithError("cat failed");
+  for (auto _ : state)
+    if (std::system(command.c_str()) != 0) state.SkipWithError("cat failed");
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * lf_world().bytes));
 }
 BENCHMARK(BM_CatTree)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(5);
 
 // Scan and cat in turns, so that the load of a shared machine weighs on both alike; the ratio is the figure.
-void BM_ScanAgainstCat(benchmark::State& STATE) {
+void BM_ScanAgainstCat(benchmark::State& state) {
   using clock = std::chrono::steady_clock;
   const std::string command = lf_catCommand();
   lf_scan();
   clock::duration scan{};
   clock::duration cat{};
-  for (auto _ : STATE) {
+  for (auto _ : state) {
     const auto start = clock::now();
-    if (std::system(command.c_str()) != 0) STATE.SkipWithError("cat failed");
+    if (std::system(command.c_str()) != 0) state.SkipWithError("cat failed");
     const auto between = clock::now();
     lf_scan();
     const auto end = clock::now();
     cat += between - start;
     scan += end - between;
-    STATE.SetIterationTime(std::chrono::duration<double>(end - between).count());
+    state.SetIterationTime(std::chrono::duration<double>(end - between).count());
   }
-  STATE.counters["cat_ms"] = std::chrono::duration<double, std::milli>(cat).count() / STATE.iterations();
-  STATE.counters["ratio"] = std::chrono::duration<double>(scan) / std::chrono::duration<double>(cat);
+  state.counters["cat_ms"] = std::chrono::duration<double, std::milli>(cat).count() / state.iterations();
+  state.counters["ratio"] = std::chrono::duration<double>(scan) / std::chrono::duration<double>(cat);
 }
 BENCHMARK(BM_ScanAgainstCat)->Unit(benchmark::kMillisecond)->UseManualTime()->Iterations(10);
 
-void BM_ReadStoredLiveries(benchmark::State& STATE) {
+void BM_ReadStoredLiveries(benchmark::State& state) {
   lf_scan();
-  for (auto _ : STATE) {
+  for (auto _ : state) {
     clearLiveries();
     loadLiveries(false, false, false, {});
   }
@@ -134,20 +134,20 @@ std::vector<MatchAircraft> lf_traffic() {
   return traffic;
 }
 
-void BM_MatchLiveAircraft(benchmark::State& STATE) {
+void BM_MatchLiveAircraft(benchmark::State& state) {
   lf_scan();
   LOG.value = false;
-  MATCHING_DEPTH.value = static_cast<std::int32_t>(STATE.range(0));
+  MATCHING_DEPTH.value = static_cast<std::int32_t>(state.range(0));
   const std::vector<MatchAircraft> traffic = lf_traffic();
   std::size_t matched = 0;
-  for (auto _ : STATE) {
+  for (auto _ : state) {
     hexidLiveries.clear();
     for (MatchAircraft aircraft : traffic)
       matched += matchLiveAircraft(aircraft) ? 1 : 0;
   }
-  STATE.SetItemsProcessed(static_cast<std::int64_t>(STATE.iterations() * traffic.size()));
-  STATE.counters["matched"] =
-      static_cast<double>(matched) / static_cast<double>(STATE.iterations() * traffic.size());
+  state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * traffic.size()));
+  state.counters["matched"] =
+      static_cast<double>(matched) / static_cast<double>(state.iterations() * traffic.size());
 }
 BENCHMARK(BM_MatchLiveAircraft)->Arg(2)->Arg(4);
 

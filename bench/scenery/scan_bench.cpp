@@ -42,9 +42,9 @@ struct Library {
       write(fmt::format("Area{:02}/scenery/AF2_{}.bgl", k % 40, airport.code), test::buildBgl({airport}));
     }
   }
-  void write(const std::string& RELATIVE, const std::string& CONTENT) {
-    test::writeBytes(root / RELATIVE, CONTENT);
-    bytes += CONTENT.size();
+  void write(const std::string& relative, const std::string& content) {
+    test::writeBytes(root / relative, content);
+    bytes += content.size();
     ++files;
   }
 };
@@ -54,25 +54,25 @@ Library& lf_library() {
   return library;
 }
 
-void BM_scanFolder(benchmark::State& STATE) {
+void BM_scanFolder(benchmark::State& state) {
   Library& library = lf_library();
   scanWorkerLimit = static_cast<std::int32_t>(std::max(1u, std::thread::hardware_concurrency()));
-  for (auto _ : STATE) {
-    STATE.PauseTiming(); // as in a real scan, the generated files are made new
+  for (auto _ : state) {
+    state.PauseTiming(); // as in a real scan, the generated files are made new
     std::error_code error;
     fs::remove_all(myThirdpartyFolder, error);
     clearScanLog();
-    STATE.ResumeTiming();
+    state.ResumeTiming();
     benchmark::DoNotOptimize(scanFolder(library.root));
   }
-  STATE.counters["files"] = static_cast<double>(library.files);
-  STATE.counters["MB"] = static_cast<double>(library.bytes) / 1e6;
+  state.counters["files"] = static_cast<double>(library.files);
+  state.counters["MB"] = static_cast<double>(library.bytes) / 1e6;
 }
 BENCHMARK(BM_scanFolder)->Unit(benchmark::kMillisecond)->UseRealTime();
 
-void BM_readEveryByte(benchmark::State& STATE) {
+void BM_readEveryByte(benchmark::State& state) {
   Library& library = lf_library();
-  for (auto _ : STATE) {
+  for (auto _ : state) {
     std::size_t total = 0;
     for (const fs::directory_entry& entry : fs::recursive_directory_iterator(library.root)) {
       if (!entry.is_regular_file()) continue;
@@ -87,9 +87,9 @@ void BM_readEveryByte(benchmark::State& STATE) {
 }
 BENCHMARK(BM_readEveryByte)->Unit(benchmark::kMillisecond)->UseRealTime();
 
-void BM_hasAirportSection(benchmark::State& STATE) {
+void BM_hasAirportSection(benchmark::State& state) {
   Library& library = lf_library();
-  for (auto _ : STATE) {
+  for (auto _ : state) {
     int airports = 0;
     for (const fs::directory_entry& entry : fs::recursive_directory_iterator(library.root))
       airports += entry.is_regular_file() && hasAirportSection(entry.path());
@@ -98,10 +98,10 @@ void BM_hasAirportSection(benchmark::State& STATE) {
 }
 BENCHMARK(BM_hasAirportSection)->Unit(benchmark::kMillisecond)->UseRealTime();
 
-void BM_decodeRealAirport(benchmark::State& STATE) {
+void BM_decodeRealAirport(benchmark::State& state) {
   std::ifstream in(test::realData("bgl/LEAB_ADEP5_ARV187.bgl"), std::ios::binary);
   const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  for (auto _ : STATE) {
+  for (auto _ : state) {
     const BglWords bgl = bglFromBytes(bytes);
     std::string damage;
     for (const AirportRecordRef& airport : findAirportRecords(bgl, damage))

@@ -39,32 +39,32 @@ struct Connected {
 const ObjectPosition positionBlock{48.3538, 11.7861, -0.0105, 0.0, 1.43, 1494.3, 0.0, 8.0, 120};
 
 // One position written outside a dispatch: encoded and sent at once, one send each.
-void BM_SetDataOnSimObject402(benchmark::State& STATE) {
+void BM_SetDataOnSimObject402(benchmark::State& state) {
   Connected link;
-  for (auto _ : STATE)
+  for (auto _ : state)
     benchmark::DoNotOptimize(
         SimConnect_SetDataOnSimObject(link.sim, definitionIdPosition, 120, 0, 0, 64, &positionBlock));
-  STATE.SetItemsProcessed(STATE.iterations());
+  state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(BM_SetDataOnSimObject402);
 
-void lf_countFrames(const SIMCONNECT_RECV* DATA, std::uint32_t, void* CONTEXT) {
-  if (DATA->dwID != SIMCONNECT_RECV_ID_EVENT_FRAME) return;
-  ++*static_cast<int*>(CONTEXT);
+void lf_countFrames(const SIMCONNECT_RECV* data, std::uint32_t, void* context) {
+  if (data->dwID != SIMCONNECT_RECV_ID_EVENT_FRAME) return;
+  ++*static_cast<int*>(context);
   sendBatches();
 }
 
 // A whole frame as the simulator thread lives it: the frame record in, and sendBatches writing N positions,
 // which leave together when the dispatch returns.
-void BM_FrameWithPositions(benchmark::State& STATE) {
+void BM_FrameWithPositions(benchmark::State& state) {
   Connected link;
   simHandle = link.sim;
   userObjectId = 1;
-  const auto aircraft = static_cast<std::uint32_t>(STATE.range(0));
+  const auto aircraft = static_cast<std::uint32_t>(state.range(0));
   const test::Bytes frame = test::fromHex("200000000400000007000000ffffffffcc0000000000000000002842"
                                           "0000803f");
-  for (auto _ : STATE) {
-    STATE.PauseTiming();
+  for (auto _ : state) {
+    state.PauseTiming();
     {
       std::lock_guard lock(batchLock);
       for (std::uint32_t i = 0; i < aircraft; ++i) {
@@ -74,28 +74,28 @@ void BM_FrameWithPositions(benchmark::State& STATE) {
       }
     }
     link.peer.send(frame);
-    STATE.ResumeTiming();
+    state.ResumeTiming();
     int frames = 0;
     while (frames == 0)
       SimConnect_CallDispatch(link.sim, lf_countFrames, &frames);
   }
   simHandle = nullptr;
-  STATE.SetItemsProcessed(STATE.iterations() * aircraft);
+  state.SetItemsProcessed(state.iterations() * aircraft);
 }
 BENCHMARK(BM_FrameWithPositions)->Arg(300);
 
 // The simulator thread looks for records once a millisecond; mostly there are none.
-void BM_DispatchNothingWaiting(benchmark::State& STATE) {
+void BM_DispatchNothingWaiting(benchmark::State& state) {
   Connected link;
   int frames = 0;
-  for (auto _ : STATE)
+  for (auto _ : state)
     benchmark::DoNotOptimize(SimConnect_CallDispatch(link.sim, lf_countFrames, &frames));
-  STATE.SetItemsProcessed(STATE.iterations());
+  state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(BM_DispatchNothingWaiting);
 
 // One in-range record (definition 404) of a known aircraft: framed, checked and dispatched into a command.
-void BM_DispatchInRange(benchmark::State& STATE) {
+void BM_DispatchInRange(benchmark::State& state) {
   exiting = true;
   userObjectId = 1;
   test::Bytes record = test::fromHex("6000000004000000090000006500000030000000940100000000000001000000"
@@ -103,19 +103,19 @@ void BM_DispatchInRange(benchmark::State& STATE) {
                                      "444c483441420000000000000000000000000000000000000000000000000000");
   RecordStream stream;
   std::vector<SimCommand> commands;
-  for (auto _ : STATE) {
+  for (auto _ : state) {
     appendBytes(stream, record.data(), record.size());
     const TakenRecord taken = takeRecord(stream);
     if (checkRecord(taken.data, taken.size) == RecordVerdict::deliver)
       simDispatch(reinterpret_cast<const SIMCONNECT_RECV*>(taken.data), taken.size, nullptr);
-    if (STATE.iterations() % 256 == 0) {
+    if (state.iterations() % 256 == 0) {
       commands.clear();
       takeSimCommands(commands);
     }
   }
   takeSimCommands(commands);
   exiting = false;
-  STATE.SetItemsProcessed(STATE.iterations());
+  state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(BM_DispatchInRange);
 

@@ -13,21 +13,21 @@ DisplayState display;
 std::atomic<std::int32_t> messageClock{0};
 std::atomic<std::int32_t> messageStamp{0};
 
-void showMessage(std::string_view TEXT, bool ALSO_LOG) {
+void showMessage(std::string_view text, bool alsoLog) {
   std::lock_guard lock(windowTextLock);
   if (!display.errorText.empty()) return;
-  display.messageText = TEXT;
-  messageStamp = TEXT.empty() ? 0 : std::max(1, messageClock.load());
-  if (ALSO_LOG && !TEXT.empty()) logLine(TEXT);
+  display.messageText = text;
+  messageStamp = text.empty() ? 0 : std::max(1, messageClock.load());
+  if (alsoLog && !text.empty()) logLine(text);
   paintMessageBand(display.messageText, false);
 }
 
-void showError(std::string_view TEXT) {
+void showError(std::string_view text) {
   std::lock_guard lock(windowTextLock);
   display.messageText.clear();
   messageStamp = 0;
-  display.errorText = TEXT;
-  logLine(fmt::format("Error {}", TEXT));
+  display.errorText = text;
+  logLine(fmt::format("Error {}", text));
   paintMessageBand(display.errorText, true);
 }
 

@@ -47,25 +47,25 @@ extern std::atomic<std::int32_t> messageClock; // seconds of the slow beat since
 extern std::atomic<std::int32_t>
     messageStamp; // messageClock when the message was set (at least 1), 0 when empty
 
-void showMessage(std::string_view TEXT, bool ALSO_LOG);
-void showError(std::string_view TEXT); // stays until cleared; a message doesn't overwrite it
+void showMessage(std::string_view text, bool alsoLog);
+void showError(std::string_view text); // stays until cleared; a message doesn't overwrite it
 void clearMessage();
 void clearError();
 // Back to the state of a fresh start: texts, counts and marks.
 void resetDisplay();
 
 // Controls of the parameters.
-void showBool(const BoolParameter& PARAMETER);
-void showInt(const IntParameter& PARAMETER);
-void showFloat(const FloatParameter& PARAMETER);
-void showText(const TextParameter& PARAMETER);
-void clearEdit(const Control& CONTROL);
-void enableControl(const Control& CONTROL, bool ENABLE);
-void setTopmost(bool TOPMOST);
+void showBool(const BoolParameter& parameter);
+void showInt(const IntParameter& parameter);
+void showFloat(const FloatParameter& parameter);
+void showText(const TextParameter& parameter);
+void clearEdit(const Control& control);
+void enableControl(const Control& control, bool enable);
+void setTopmost(bool topmost);
 void repaintWindow();
 
-// Implemented by the window's face: redraws the message band with TEXT, red for an error line, lime
+// Implemented by the window's face: redraws the message band with text, red for an error line, lime
 // otherwise. Called under windowTextLock.
-void paintMessageBand(std::string_view TEXT, bool ERROR_LINE);
+void paintMessageBand(std::string_view text, bool errorLine);
 
 } // namespace ory

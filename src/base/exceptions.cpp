@@ -4,11 +4,11 @@
 
 namespace ory {
 
-UserErrorException::UserErrorException(int NUMBER, std::string_view TEXT)
-    : std::runtime_error(NUMBER == 99 ? std::string(TEXT) : fmt::format("{}: {}", NUMBER, TEXT)),
-      number(NUMBER) {}
+UserErrorException::UserErrorException(int number, std::string_view text)
+    : std::runtime_error(number == 99 ? std::string(text) : fmt::format("{}: {}", number, text)),
+      number(number) {}
 
-SysErrorException::SysErrorException(int NUMBER, std::string_view TEXT)
-    : std::runtime_error(fmt::format("sys error {}: {}", NUMBER, TEXT)), number(NUMBER) {}
+SysErrorException::SysErrorException(int number, std::string_view text)
+    : std::runtime_error(fmt::format("sys error {}: {}", number, text)), number(number) {}
 
 } // namespace ory

@@ -10,14 +10,14 @@ namespace ory {
 // What the user can mend: "{number}: {text}", or the text alone with number 99.
 class UserErrorException : public std::runtime_error {
 public:
-  UserErrorException(int NUMBER, std::string_view TEXT);
+  UserErrorException(int number, std::string_view text);
   int number;
 };
 
 // What the program can't do: "sys error {number}: {text}".
 class SysErrorException : public std::runtime_error {
 public:
-  SysErrorException(int NUMBER, std::string_view TEXT);
+  SysErrorException(int number, std::string_view text);
   int number;
 };
 

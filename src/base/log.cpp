@@ -22,29 +22,29 @@ std::mutex lf_mutex;
 char lf_buffer[1 << 16];
 
 // "Log.txt" -> "Log0.txt": the text "0" goes before the last point.
-std::filesystem::path lf_olderName(const std::filesystem::path& PATH) {
-  const std::string name = PATH.filename().string();
+std::filesystem::path lf_olderName(const std::filesystem::path& path) {
+  const std::string name = path.filename().string();
   const auto dot = name.rfind('.');
   if (dot == std::string::npos) return {};
-  return PATH.parent_path() / (name.substr(0, dot) + "0" + name.substr(dot));
+  return path.parent_path() / (name.substr(0, dot) + "0" + name.substr(dot));
 }
 
-void lf_rotate(const std::filesystem::path& LOG) {
-  const auto older = lf_olderName(LOG);
+void lf_rotate(const std::filesystem::path& log) {
+  const auto older = lf_olderName(log);
   if (older.empty()) return;
   const auto oldest = lf_olderName(older);
   if (oldest.empty()) return;
   std::error_code ignored;
   if (std::filesystem::exists(older)) std::filesystem::rename(older, oldest, ignored);
-  if (std::filesystem::exists(LOG)) std::filesystem::rename(LOG, older, ignored);
+  if (std::filesystem::exists(log)) std::filesystem::rename(log, older, ignored);
 }
 
-void lf_write(std::string_view TEXT, bool FLUSH) {
+void lf_write(std::string_view text, bool flush) {
   if (!lf_open.load(std::memory_order_acquire)) return;
   std::lock_guard lock(lf_mutex);
   if (!lf_stream.is_open()) return;
-  lf_stream << TEXT << '\n';
-  if (FLUSH) lf_stream.flush();
+  lf_stream << text << '\n';
+  if (flush) lf_stream.flush();
 }
 
 } // namespace
@@ -77,14 +77,14 @@ bool logIsOpen() {
   return lf_open.load(std::memory_order_acquire);
 }
 
-void logLine(std::string_view TEXT) {
-  lf_write(TEXT, false);
+void logLine(std::string_view text) {
+  lf_write(text, false);
 }
-void logLineFlushed(std::string_view TEXT) {
-  lf_write(TEXT, true);
+void logLineFlushed(std::string_view text) {
+  lf_write(text, true);
 }
-void logWarning(std::string_view TEXT) {
-  lf_write(fmt::format("{}{}", warningPrefix, TEXT), true);
+void logWarning(std::string_view text) {
+  lf_write(fmt::format("{}{}", warningPrefix, text), true);
 }
 
 void flushLog() {
@@ -93,8 +93,8 @@ void flushLog() {
   if (lf_stream.is_open()) lf_stream.flush();
 }
 
-std::string utcText(std::time_t TIME) {
-  const std::tm parts = utcCalendar(TIME);
+std::string utcText(std::time_t time) {
+  const std::tm parts = utcCalendar(time);
   // asctime's fixed form, "Www Mmm dd hh:mm:ss yyyy", without its line end.
   static constexpr const char* days[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
   static constexpr const char* months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",

@@ -13,12 +13,12 @@ inline constexpr std::string_view warningPrefix = "===> ";
 void openLog();  // rotates the generations and writes the first line; throws SysErrorException 40
 void closeLog(); // flushes and closes; later lines are dropped
 bool logIsOpen();
-void logLine(std::string_view TEXT);
-void logLineFlushed(std::string_view TEXT);
-void logWarning(std::string_view TEXT);
+void logLine(std::string_view text);
+void logLineFlushed(std::string_view text);
+void logWarning(std::string_view text);
 void flushLog();
 
 std::string timeOfDay();               // "hh:mm:ss", UTC
-std::string utcText(std::time_t TIME); // asctime form without the line end
+std::string utcText(std::time_t time); // asctime form without the line end
 
 } // namespace ory

@@ -127,97 +127,97 @@ constexpr std::string_view obsoleteNames[] = {
     "TIME_COMPRESSION_CHECK", "SECONDS_DELAY",    "FLIGHTPLANS_FOLDER", "CALLSIGN_OBJECTID",
     "DESTINATION_AIRPORT",    "DESTINATION_GATE", "MAX_FIT_WEEK"};
 
-std::string lf_xpath(std::string_view NAME) {
-  return fmt::format("/parameters/parameter[@name='{}']", NAME);
+std::string lf_xpath(std::string_view name) {
+  return fmt::format("/parameters/parameter[@name='{}']", name);
 }
 
-pugi::xml_node lf_find(pugi::xml_document& DOCUMENT, std::string_view NAME) {
-  return DOCUMENT.select_node(lf_xpath(NAME).c_str()).node();
+pugi::xml_node lf_find(pugi::xml_document& document, std::string_view name) {
+  return document.select_node(lf_xpath(name).c_str()).node();
 }
 
-pugi::xml_node lf_findOrAdd(pugi::xml_document& DOCUMENT, std::string_view NAME) {
-  if (auto node = lf_find(DOCUMENT, NAME)) return node;
-  pugi::xml_node root = DOCUMENT.child("parameters");
-  if (!root) root = DOCUMENT.append_child("parameters");
+pugi::xml_node lf_findOrAdd(pugi::xml_document& document, std::string_view name) {
+  if (auto node = lf_find(document, name)) return node;
+  pugi::xml_node root = document.child("parameters");
+  if (!root) root = document.append_child("parameters");
   pugi::xml_node node = root.append_child("parameter");
-  node.append_attribute("name").set_value(std::string(NAME).c_str());
+  node.append_attribute("name").set_value(std::string(name).c_str());
   node.append_attribute("value");
   return node;
 }
 
-void lf_setValue(pugi::xml_node NODE, std::string_view VALUE) {
-  pugi::xml_attribute value = NODE.attribute("value");
-  if (!value) value = NODE.append_attribute("value");
-  value.set_value(std::string(VALUE).c_str());
+void lf_setValue(pugi::xml_node node, std::string_view rawValue) {
+  pugi::xml_attribute value = node.attribute("value");
+  if (!value) value = node.append_attribute("value");
+  value.set_value(std::string(rawValue).c_str());
 }
 
-bool lf_save(const pugi::xml_document& DOCUMENT) {
+bool lf_save(const pugi::xml_document& document) {
   std::error_code ignored;
   std::filesystem::create_directories(parametersPath().parent_path(), ignored);
-  if (writeXmlFile(DOCUMENT, parametersPath())) return true;
+  if (writeXmlFile(document, parametersPath())) return true;
   logLine("saving xml did not work?");
   return false;
 }
 
-void lf_store(std::string_view NAME, std::string_view VALUE) {
+void lf_store(std::string_view name, std::string_view value) {
   pugi::xml_document document;
   document.load_file(parametersPath().c_str());
-  lf_setValue(lf_findOrAdd(document, NAME), VALUE);
+  lf_setValue(lf_findOrAdd(document, name), value);
   lf_save(document);
 }
 
-std::string lf_text(const BoolParameter& PARAMETER) {
-  return PARAMETER.value ? "true" : "false";
+std::string lf_text(const BoolParameter& parameter) {
+  return parameter.value ? "true" : "false";
 }
-std::string lf_text(const IntParameter& PARAMETER) {
-  return std::to_string(PARAMETER.value.load());
+std::string lf_text(const IntParameter& parameter) {
+  return std::to_string(parameter.value.load());
 }
-std::string lf_text(const TextParameter& PARAMETER) {
-  return PARAMETER.value;
-}
-
-void lf_read(BoolParameter& PARAMETER, pugi::xml_attribute VALUE) {
-  PARAMETER.value = VALUE.as_bool();
-}
-void lf_read(IntParameter& PARAMETER, pugi::xml_attribute VALUE) {
-  PARAMETER.set(VALUE.as_llong());
-}
-void lf_read(TextParameter& PARAMETER, pugi::xml_attribute VALUE) {
-  PARAMETER.value = VALUE.as_string();
+std::string lf_text(const TextParameter& parameter) {
+  return parameter.value;
 }
 
-void lf_show(const BoolParameter& PARAMETER) {
-  showBool(PARAMETER);
+void lf_read(BoolParameter& parameter, pugi::xml_attribute value) {
+  parameter.value = value.as_bool();
 }
-void lf_show(const IntParameter& PARAMETER) {
-  showInt(PARAMETER);
+void lf_read(IntParameter& parameter, pugi::xml_attribute value) {
+  parameter.set(value.as_llong());
 }
-void lf_show(const TextParameter& PARAMETER) {
-  showText(PARAMETER);
-}
-
-void lf_takeDefault(BoolParameter& PARAMETER) {
-  PARAMETER.value = PARAMETER.defaultValue;
-}
-void lf_takeDefault(IntParameter& PARAMETER) {
-  PARAMETER.set(PARAMETER.defaultValue);
-}
-void lf_takeDefault(TextParameter& PARAMETER) {
-  PARAMETER.value = PARAMETER.defaultValue;
+void lf_read(TextParameter& parameter, pugi::xml_attribute value) {
+  parameter.value = value.as_string();
 }
 
-// Reads each parameter of LIST from DOCUMENT, adding the missing ones with their default; true if any was
+void lf_show(const BoolParameter& parameter) {
+  showBool(parameter);
+}
+void lf_show(const IntParameter& parameter) {
+  showInt(parameter);
+}
+void lf_show(const TextParameter& parameter) {
+  showText(parameter);
+}
+
+void lf_takeDefault(BoolParameter& parameter) {
+  parameter.value = parameter.defaultValue;
+}
+void lf_takeDefault(IntParameter& parameter) {
+  parameter.set(parameter.defaultValue);
+}
+void lf_takeDefault(TextParameter& parameter) {
+  parameter.value = parameter.defaultValue;
+}
+
+// Reads each parameter of list from document, adding the missing ones with their default; true if any was
 // added.
 template <typename P, std::size_t N>
-bool lf_readList(pugi::xml_document& DOCUMENT, P* const (&LIST)[N]) {
+bool lf_readList(pugi::xml_document& document, P* const (&list)[N]) {
   bool added = false;
-  for (P* parameter : LIST) {
-    pugi::xml_node node = lf_find(DOCUMENT, parameter->name);
+  for (P* parameter : list) {
+    pugi::xml_node node = lf_find(document, parameter->name);
     if (node) {
       lf_read(*parameter, node.attribute("value"));
     } else {
       lf_takeDefault(*parameter);
-      lf_setValue(lf_findOrAdd(DOCUMENT, parameter->name), lf_text(*parameter));
+      lf_setValue(lf_findOrAdd(document, parameter->name), lf_text(*parameter));
       added = true;
     }
     logLine(fmt::format("{}={}", parameter->name, lf_text(*parameter)));
@@ -227,27 +227,27 @@ bool lf_readList(pugi::xml_document& DOCUMENT, P* const (&LIST)[N]) {
 }
 
 template <typename P, std::size_t N>
-void lf_addDefaults(pugi::xml_document& DOCUMENT, P* const (&LIST)[N]) {
-  for (P* parameter : LIST) {
+void lf_addDefaults(pugi::xml_document& document, P* const (&list)[N]) {
+  for (P* parameter : list) {
     lf_takeDefault(*parameter);
-    lf_setValue(lf_findOrAdd(DOCUMENT, parameter->name), lf_text(*parameter));
+    lf_setValue(lf_findOrAdd(document, parameter->name), lf_text(*parameter));
     logLine(fmt::format("{}={}", parameter->name, lf_text(*parameter)));
     if (parameter->controlId != 0) lf_show(*parameter);
   }
 }
 
 template <typename P, std::size_t N>
-void lf_logFailedDefaults(P* const (&LIST)[N]) {
-  for (P* parameter : LIST)
+void lf_logFailedDefaults(P* const (&list)[N]) {
+  for (P* parameter : list)
     logLine(fmt::format("{}adding init xml parameter {} with {} failed!", warningPrefix, parameter->name,
                         lf_text(*parameter)));
 }
 
 // Empty folder parameters are taken out of the file; missing ones are not added.
-void lf_readFolders(pugi::xml_document& DOCUMENT, std::array<TextParameter, 10>& FOLDERS) {
-  for (TextParameter& folder : FOLDERS) {
+void lf_readFolders(pugi::xml_document& document, std::array<TextParameter, 10>& folders) {
+  for (TextParameter& folder : folders) {
     folder.value = folder.defaultValue;
-    pugi::xml_node node = lf_find(DOCUMENT, folder.name);
+    pugi::xml_node node = lf_find(document, folder.name);
     if (!node) continue;
     folder.value = node.attribute("value").as_string();
     if (folder.value.empty()) {
@@ -261,18 +261,18 @@ void lf_readFolders(pugi::xml_document& DOCUMENT, std::array<TextParameter, 10>&
 
 // A file that is there but can't be read is kept beside, so that the user's settings can still be mended by
 // hand; defaults take its place.
-void lf_keepUnreadable(const std::filesystem::path& PATH, const pugi::xml_parse_result& PARSED) {
-  std::filesystem::path kept = PATH;
+void lf_keepUnreadable(const std::filesystem::path& path, const pugi::xml_parse_result& parsed) {
+  std::filesystem::path kept = path;
   kept += ".unreadable";
   std::error_code error;
-  std::filesystem::rename(PATH, kept, error);
+  std::filesystem::rename(path, kept, error);
   const std::string why =
-      PARSED ? "no parameters element" : fmt::format("{} at byte {}", PARSED.description(), PARSED.offset);
+      parsed ? "no parameters element" : fmt::format("{} at byte {}", parsed.description(), parsed.offset);
   if (error)
     logWarning(
-        fmt::format("{} can't be read ({}), and could not be kept: {}", PATH.string(), why, error.message()));
+        fmt::format("{} can't be read ({}), and could not be kept: {}", path.string(), why, error.message()));
   else
-    logWarning(fmt::format("{} can't be read ({}), kept as {}", PATH.string(), why, kept.string()));
+    logWarning(fmt::format("{} can't be read ({}), kept as {}", path.string(), why, kept.string()));
 }
 
 void lf_upgradeVersion() {
@@ -305,25 +305,25 @@ void lf_upgradeVersion() {
 
 } // namespace
 
-std::int32_t IntParameter::clamp(std::int64_t VALUE) const {
-  return static_cast<std::int32_t>(std::clamp<std::int64_t>(VALUE, minimum, maximum));
+std::int32_t IntParameter::clamp(std::int64_t value) const {
+  return static_cast<std::int32_t>(std::clamp<std::int64_t>(value, minimum, maximum));
 }
 
-float FloatParameter::clamp(float VALUE) const {
-  return std::clamp(VALUE, minimum, maximum);
+float FloatParameter::clamp(float value) const {
+  return std::clamp(value, minimum, maximum);
 }
 
-void setRange(double NAUTICAL_MILES) {
-  rangeNm = NAUTICAL_MILES;
-  rangeMetres = NAUTICAL_MILES * 1852.0;
+void setRange(double nauticalMiles) {
+  rangeNm = nauticalMiles;
+  rangeMetres = nauticalMiles * 1852.0;
 }
 
 std::filesystem::path parametersPath() {
   return appDataProgramFolder() / "parameters.xml";
 }
 
-float maxFitHours(std::int32_t MAX_FIT_VALUE) {
-  return MAX_FIT_FL.clamp(MAX_FIT_VALUE * 0.5f + 0.5f);
+float maxFitHours(std::int32_t maxFitValue) {
+  return MAX_FIT_FL.clamp(maxFitValue * 0.5f + 0.5f);
 }
 
 void loadParameters() {
@@ -362,29 +362,29 @@ void loadParameters() {
   setRange(LATERAL_RANGE.value);
 }
 
-bool readIntParameter(IntParameter& PARAMETER) {
+bool readIntParameter(IntParameter& parameter) {
   pugi::xml_document document;
   if (!document.load_file(parametersPath().c_str())) return false;
-  pugi::xml_node node = lf_find(document, PARAMETER.name);
+  pugi::xml_node node = lf_find(document, parameter.name);
   if (!node) return false;
-  lf_read(PARAMETER, node.attribute("value"));
+  lf_read(parameter, node.attribute("value"));
   return true;
 }
 
-void storeBool(const BoolParameter& PARAMETER) {
-  lf_store(PARAMETER.name, lf_text(PARAMETER));
+void storeBool(const BoolParameter& parameter) {
+  lf_store(parameter.name, lf_text(parameter));
 }
-void storeInt(const IntParameter& PARAMETER) {
-  lf_store(PARAMETER.name, lf_text(PARAMETER));
+void storeInt(const IntParameter& parameter) {
+  lf_store(parameter.name, lf_text(parameter));
 }
-void storeText(const TextParameter& PARAMETER) {
-  lf_store(PARAMETER.name, lf_text(PARAMETER));
+void storeText(const TextParameter& parameter) {
+  lf_store(parameter.name, lf_text(parameter));
 }
 
-void removeParameter(std::string_view NAME) {
+void removeParameter(std::string_view name) {
   pugi::xml_document document;
   if (!document.load_file(parametersPath().c_str())) return;
-  pugi::xml_node node = lf_find(document, NAME);
+  pugi::xml_node node = lf_find(document, name);
   if (!node) return;
   node.parent().remove_child(node);
   lf_save(document);

@@ -21,7 +21,7 @@ struct Control {
 };
 
 struct Parameter {
-  explicit Parameter(std::string_view NAME) : name(NAME) {}
+  explicit Parameter(std::string_view name) : name(name) {}
   virtual ~Parameter() = default;
   Parameter(const Parameter&) = delete;
   Parameter& operator=(const Parameter&) = delete;
@@ -29,42 +29,43 @@ struct Parameter {
 };
 
 struct BoolParameter : Parameter, Control {
-  BoolParameter(std::string_view NAME, bool DEFAULT, Control CONTROL = {})
-      : Parameter(NAME), Control(CONTROL), defaultValue(DEFAULT), value(DEFAULT) {}
+  BoolParameter(std::string_view name, bool defaultValue, Control control = {})
+      : Parameter(name), Control(control), defaultValue(defaultValue), value(defaultValue) {}
   bool defaultValue;
   std::atomic<bool> value;
 };
 
 struct IntParameter : Parameter, Control {
-  IntParameter(std::string_view NAME, std::int32_t DEFAULT, std::int32_t MINIMUM, std::int32_t MAXIMUM,
-               Control CONTROL = {})
-      : Parameter(NAME), Control(CONTROL), defaultValue(DEFAULT), minimum(MINIMUM), maximum(MAXIMUM),
-        value(DEFAULT) {}
-  std::int32_t clamp(std::int64_t VALUE) const;
-  void set(std::int64_t VALUE) { value = clamp(VALUE); } // clamped to the limits
+  IntParameter(std::string_view name, std::int32_t defaultValue, std::int32_t minimum, std::int32_t maximum,
+               Control control = {})
+      : Parameter(name), Control(control), defaultValue(defaultValue), minimum(minimum), maximum(maximum),
+        value(defaultValue) {}
+  std::int32_t clamp(std::int64_t value) const;
+  void set(std::int64_t wanted) { value = clamp(wanted); } // clamped to the limits
   std::int32_t defaultValue, minimum, maximum;
   std::atomic<std::int32_t> value;
 };
 
 struct FloatParameter : Parameter, Control {
-  FloatParameter(std::string_view NAME, float DEFAULT, float MINIMUM, float MAXIMUM, Control CONTROL = {})
-      : Parameter(NAME), Control(CONTROL), defaultValue(DEFAULT), minimum(MINIMUM), maximum(MAXIMUM),
-        value(DEFAULT) {}
-  float clamp(float VALUE) const;
+  FloatParameter(std::string_view name, float defaultValue, float minimum, float maximum,
+                 Control control = {})
+      : Parameter(name), Control(control), defaultValue(defaultValue), minimum(minimum), maximum(maximum),
+        value(defaultValue) {}
+  float clamp(float value) const;
   float defaultValue, minimum, maximum;
   std::atomic<float> value;
 };
 
 struct TextParameter : Parameter, Control {
-  TextParameter(std::string_view NAME, std::string_view DEFAULT = {}, Control CONTROL = {})
-      : Parameter(NAME), Control(CONTROL), defaultValue(DEFAULT), value(DEFAULT) {}
+  TextParameter(std::string_view name, std::string_view defaultValue = {}, Control control = {})
+      : Parameter(name), Control(control), defaultValue(defaultValue), value(defaultValue) {}
   std::string defaultValue;
   std::string value; // replaced only while its readers aren't running
 };
 
 // A push button; its name is its text.
 struct ButtonControl : Parameter, Control {
-  ButtonControl(std::string_view TEXT, Control CONTROL) : Parameter(TEXT), Control(CONTROL) {}
+  ButtonControl(std::string_view text, Control control) : Parameter(text), Control(control) {}
 };
 
 extern TextParameter SIM_INSTALL_PATH;
@@ -124,7 +125,7 @@ extern ButtonControl flushStaticButton;
 // Companions of LATERAL_RANGE, set whenever it is; they may lie outside its limits (auto range).
 extern std::atomic<double> rangeNm;
 extern std::atomic<double> rangeMetres;
-void setRange(double NAUTICAL_MILES);
+void setRange(double nauticalMiles);
 // LATERAL_RANGE as the user set it, kept while AUTO_RANGE overrides it and given back when that goes off.
 extern std::atomic<std::int32_t> manualLateralRange;
 
@@ -133,13 +134,13 @@ std::filesystem::path parametersPath(); // %APPDATA%\Trovalyn_P3D\parameters.xml
 // Reads or creates parameters.xml, then runs the version upgrade.
 void loadParameters();
 // Reads one int from the file without creating it; false when the file or element is missing.
-bool readIntParameter(IntParameter& PARAMETER);
-void storeBool(const BoolParameter& PARAMETER);
-void storeInt(const IntParameter& PARAMETER);
-void storeText(const TextParameter& PARAMETER);
-void removeParameter(std::string_view NAME);
+bool readIntParameter(IntParameter& parameter);
+void storeBool(const BoolParameter& parameter);
+void storeInt(const IntParameter& parameter);
+void storeText(const TextParameter& parameter);
+void removeParameter(std::string_view name);
 
 // MAX_FIT in hours: 47 half hours shows as 24.0, 0 as 0.5.
-float maxFitHours(std::int32_t MAX_FIT_VALUE);
+float maxFitHours(std::int32_t maxFitValue);
 
 } // namespace ory

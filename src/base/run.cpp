@@ -40,33 +40,33 @@ std::mutex lf_threadLock;
 std::stop_source lf_simulatorStop{std::nostopstate};
 std::stop_source lf_mainLoopStop{std::nostopstate};
 
-std::int32_t lf_decodeDay(std::string_view DAY) {
+std::int32_t lf_decodeDay(std::string_view day) {
   static constexpr std::array<std::string_view, 7> days = {"Mon", "Tue", "Wed", "Thu", "Fri", "Sat", "Sun"};
   for (std::size_t i = 0; i < days.size(); ++i)
-    if (days[i] == DAY) return static_cast<std::int32_t>(i + 1);
-  throw SysErrorException(44, fmt::format("{} ?  lf_decodeDay", DAY));
+    if (days[i] == day) return static_cast<std::int32_t>(i + 1);
+  throw SysErrorException(44, fmt::format("{} ?  lf_decodeDay", day));
 }
 
-std::int32_t lf_twoDigits(std::string_view TEXT, std::size_t AT) {
-  const auto digit = [&](std::size_t k) { return TEXT[k] == ' ' ? 0 : TEXT[k] - '0'; };
-  return digit(AT) * 10 + digit(AT + 1);
+std::int32_t lf_twoDigits(std::string_view text, std::size_t at) {
+  const auto digit = [&](std::size_t k) { return text[k] == ' ' ? 0 : text[k] - '0'; };
+  return digit(at) * 10 + digit(at + 1);
 }
 
-std::stop_source& lf_source(RunThread WHICH) {
-  return WHICH == RunThread::simulator ? lf_simulatorStop : lf_mainLoopStop;
+std::stop_source& lf_source(RunThread which) {
+  return which == RunThread::simulator ? lf_simulatorStop : lf_mainLoopStop;
 }
 
 } // namespace
 
-std::string_view exitReasonText(ExitReason REASON) {
+std::string_view exitReasonText(ExitReason reason) {
   static constexpr std::array<std::string_view, 6> texts = {"NOT_YET_SET", "SIM WAS CLOSED",  "RESTART",
                                                             "RESTART_IPP", "USER CLOSED SIM", "SYSTEM ERROR"};
-  return texts.at(static_cast<std::size_t>(REASON));
+  return texts.at(static_cast<std::size_t>(reason));
 }
 
-Slot slotOfTime(std::int64_t SECONDS_SINCE_1970) {
+Slot slotOfTime(std::int64_t secondsSince1970) {
   // Read by position from the asctime text, "Www Mmm dd hh:mm:ss yyyy".
-  const std::string text = utcText(static_cast<std::time_t>(SECONDS_SINCE_1970));
+  const std::string text = utcText(static_cast<std::time_t>(secondsSince1970));
   const std::int32_t hour = lf_twoDigits(text, 11);
   const std::int32_t minute = lf_twoDigits(text, 14);
   return {lf_decodeDay(std::string_view(text).substr(0, 3)), (hour * 2 + (minute >= 30 ? 1 : 0)) % 48};
@@ -88,15 +88,15 @@ Slot nowSlot() {
   return {static_cast<std::int32_t>(packed >> 32), static_cast<std::int32_t>(packed & 0xFFFFFFFFu)};
 }
 
-std::string slotText(Slot SLOT) {
-  return fmt::format("day={} hh={}", SLOT.day, SLOT.halfHour);
+std::string slotText(Slot slot) {
+  return fmt::format("day={} hh={}", slot.day, slot.halfHour);
 }
 
-void startRunThread(RunThread WHICH, std::function<void(std::stop_token)> BODY) {
+void startRunThread(RunThread which, std::function<void(std::stop_token)> rawBody) {
   std::lock_guard lock(lf_threadLock);
-  std::stop_source& source = lf_source(WHICH);
+  std::stop_source& source = lf_source(which);
   source = std::stop_source();
-  std::thread([token = source.get_token(), body = std::move(BODY)] { body(token); }).detach();
+  std::thread([token = source.get_token(), body = std::move(rawBody)] { body(token); }).detach();
 }
 
 void stopRunThreads() {

@@ -19,7 +19,7 @@ enum class ExitReason : std::int32_t {
   userClosedSim = 4,
   systemError = 5,
 };
-std::string_view exitReasonText(ExitReason REASON); // "NOT_YET_SET" ... "SYSTEM ERROR"
+std::string_view exitReasonText(ExitReason reason); // "NOT_YET_SET" ... "SYSTEM ERROR"
 
 extern std::atomic<std::int32_t> threadCount;     // running threads besides the message thread
 extern std::atomic<ExitReason> exitReason;        // written only by requestExit, and reset by a restart
@@ -58,21 +58,21 @@ struct Slot {
   std::int32_t halfHour = 0;
   bool operator==(const Slot&) const = default;
 };
-Slot slotOfTime(std::int64_t SECONDS_SINCE_1970);
+Slot slotOfTime(std::int64_t secondsSince1970);
 Slot currentSlot(); // the feed's clock with a professional feed, else the system clock
 void updateNowSlot();
 Slot nowSlot();
-std::string slotText(Slot SLOT); // "day={} hh={}"
+std::string slotText(Slot slot); // "day={} hh={}"
 
 // The simulator and main-loop threads end by a stop token; neither is joined.
 enum class RunThread { simulator, mainLoop };
-void startRunThread(RunThread WHICH, std::function<void(std::stop_token)> BODY);
+void startRunThread(RunThread which, std::function<void(std::stop_token)> body);
 void stopRunThreads(); // the main loop first, then the simulator
 
-// Asks for the way out, or for a restart after SECONDS; the first request wins.
-void requestExit(ExitReason REASON, int SECONDS);
+// Asks for the way out, or for a restart after seconds; the first request wins.
+void requestExit(ExitReason reason, int seconds);
 // In the catch-all block at the top of a thread body: sorts the exception in hand.
-void reportException(std::string_view WHERE);
+void reportException(std::string_view where);
 
 // The flags of the run back to those of a fresh start; a restart calls it.
 void resetRunState();

@@ -16,66 +16,66 @@ namespace ory {
 
 namespace {
 
-void lf_pushLine(std::vector<std::string>& LINES, std::string LINE) {
-  if (!LINE.empty() && LINE.back() == '\r') LINE.pop_back();
-  LINES.push_back(std::move(LINE));
+void lf_pushLine(std::vector<std::string>& lines, std::string line) {
+  if (!line.empty() && line.back() == '\r') line.pop_back();
+  lines.push_back(std::move(line));
 }
 
 // Splits at '\n'; a final line end adds no empty line.
-void lf_splitLines(std::string_view TEXT, std::vector<std::string>& LINES) {
+void lf_splitLines(std::string_view text, std::vector<std::string>& lines) {
   std::size_t start = 0;
-  while (start < TEXT.size()) {
-    const auto end = TEXT.find('\n', start);
+  while (start < text.size()) {
+    const auto end = text.find('\n', start);
     if (end == std::string_view::npos) {
-      lf_pushLine(LINES, std::string(TEXT.substr(start)));
+      lf_pushLine(lines, std::string(text.substr(start)));
       return;
     }
-    lf_pushLine(LINES, std::string(TEXT.substr(start, end - start)));
+    lf_pushLine(lines, std::string(text.substr(start, end - start)));
     start = end + 1;
   }
 }
 
-std::string lf_readAll(std::ifstream& IN) {
-  IN.seekg(0, std::ios::end);
-  const auto size = IN.tellg();
-  IN.seekg(0, std::ios::beg);
+std::string lf_readAll(std::ifstream& in) {
+  in.seekg(0, std::ios::end);
+  const auto size = in.tellg();
+  in.seekg(0, std::ios::beg);
   std::string bytes(size > 0 ? static_cast<std::size_t>(size) : 0, '\0');
-  IN.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  bytes.resize(static_cast<std::size_t>(IN.gcount()));
+  in.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  bytes.resize(static_cast<std::size_t>(in.gcount()));
   return bytes;
 }
 
-void lf_logCannotOpen(const std::filesystem::path& PATH) {
-  logLine(fmt::format("cannot open file {} for character encoding, err: {}", PATH.string(),
+void lf_logCannotOpen(const std::filesystem::path& path) {
+  logLine(fmt::format("cannot open file {} for character encoding, err: {}", path.string(),
                       std::error_code(errno, std::generic_category()).message()));
 }
 
 // The encoding told by the first two bytes; only two of the three bytes of a UTF-8 mark are looked at.
-FileEncoding lf_encodingOf(std::string_view BYTES) {
-  if (BYTES.size() < 2) return FileEncoding::plain;
-  const auto first = static_cast<unsigned char>(BYTES[0]);
-  const auto second = static_cast<unsigned char>(BYTES[1]);
+FileEncoding lf_encodingOf(std::string_view bytes) {
+  if (bytes.size() < 2) return FileEncoding::plain;
+  const auto first = static_cast<unsigned char>(bytes[0]);
+  const auto second = static_cast<unsigned char>(bytes[1]);
   if (first == 0xFF && second == 0xFE) return FileEncoding::unicode;
   if (first == 0xFE && second == 0xFF) return FileEncoding::unicodeBigEndian;
   if (first == 0xEF && second == 0xBB) return FileEncoding::utf8WithBom;
   return FileEncoding::plain;
 }
 
-std::string lf_utf16ToUtf8(std::string_view BYTES, bool BIG_END) {
+std::string lf_utf16ToUtf8(std::string_view bytes, bool bigEnd) {
   std::u16string units;
-  units.reserve(BYTES.size() / 2);
-  for (std::size_t i = 2; i + 1 < BYTES.size(); i += 2) {
-    const auto first = static_cast<unsigned char>(BYTES[i]);
-    const auto second = static_cast<unsigned char>(BYTES[i + 1]);
-    units += static_cast<char16_t>(BIG_END ? (first << 8) | second : (second << 8) | first);
+  units.reserve(bytes.size() / 2);
+  for (std::size_t i = 2; i + 1 < bytes.size(); i += 2) {
+    const auto first = static_cast<unsigned char>(bytes[i]);
+    const auto second = static_cast<unsigned char>(bytes[i + 1]);
+    units += static_cast<char16_t>(bigEnd ? (first << 8) | second : (second << 8) | first);
   }
   return utf16ToUtf8(units);
 }
 
 } // namespace
 
-std::string_view encodingName(FileEncoding ENCODING) {
-  switch (ENCODING) {
+std::string_view encodingName(FileEncoding encoding) {
+  switch (encoding) {
   case FileEncoding::unicode:
     return "Unicode";
   case FileEncoding::unicodeBigEndian:
@@ -92,10 +92,10 @@ std::string_view encodingName(FileEncoding ENCODING) {
   return "";
 }
 
-FileEncoding detectEncoding(const std::filesystem::path& PATH) {
-  std::ifstream in(PATH, std::ios::binary);
+FileEncoding detectEncoding(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
   if (!in) {
-    lf_logCannotOpen(PATH);
+    lf_logCannotOpen(path);
     return FileEncoding::noneFound;
   }
   char mark[2]{};
@@ -103,25 +103,25 @@ FileEncoding detectEncoding(const std::filesystem::path& PATH) {
   return lf_encodingOf(std::string_view(mark, static_cast<std::size_t>(in.gcount())));
 }
 
-bool gf_readExtTextFileToStringVector(const std::filesystem::path& PATH, std::vector<std::string>& LINES) {
+bool gf_readExtTextFileToStringVector(const std::filesystem::path& path, std::vector<std::string>& lines) {
   try {
     // One opening of the file: the scans read thousands of them.
-    std::ifstream in(PATH, std::ios::binary);
+    std::ifstream in(path, std::ios::binary);
     if (!in) {
-      lf_logCannotOpen(PATH);
+      lf_logCannotOpen(path);
       return false;
     }
     const std::string bytes = lf_readAll(in);
     switch (const FileEncoding encoding = lf_encodingOf(bytes)) {
     case FileEncoding::unicode:
     case FileEncoding::unicodeBigEndian:
-      lf_splitLines(lf_utf16ToUtf8(bytes, encoding == FileEncoding::unicodeBigEndian), LINES);
+      lf_splitLines(lf_utf16ToUtf8(bytes, encoding == FileEncoding::unicodeBigEndian), lines);
       break;
     case FileEncoding::utf8WithBom:
-      lf_splitLines(std::string_view(bytes).substr(3), LINES);
+      lf_splitLines(std::string_view(bytes).substr(3), lines);
       break;
     default:
-      lf_splitLines(bytes, LINES);
+      lf_splitLines(bytes, lines);
       break;
     }
     return true;
@@ -131,49 +131,49 @@ bool gf_readExtTextFileToStringVector(const std::filesystem::path& PATH, std::ve
   }
 }
 
-std::unique_ptr<std::vector<std::string>> readPlainLines(const std::filesystem::path& PATH,
-                                                         std::size_t RESERVE) {
-  std::ifstream in(PATH, std::ios::binary);
+std::unique_ptr<std::vector<std::string>> readPlainLines(const std::filesystem::path& path,
+                                                         std::size_t reserve) {
+  std::ifstream in(path, std::ios::binary);
   if (!in) return nullptr;
   auto lines = std::make_unique<std::vector<std::string>>();
-  lines->reserve(RESERVE);
+  lines->reserve(reserve);
   for (std::string line; std::getline(in, line);)
     lf_pushLine(*lines, std::move(line));
   if (lines->empty()) return nullptr;
   return lines;
 }
 
-bool writeText(std::string_view TEXT, const std::filesystem::path& PATH) {
-  std::ofstream out(PATH, std::ios::binary | std::ios::trunc);
+bool writeText(std::string_view text, const std::filesystem::path& path) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
   if (!out) return false;
-  out << TEXT << '\n';
+  out << text << '\n';
   return static_cast<bool>(out.flush());
 }
 
-bool writeXmlFile(const pugi::xml_document& DOCUMENT, const std::filesystem::path& PATH) {
-  std::filesystem::path beside = PATH;
+bool writeXmlFile(const pugi::xml_document& document, const std::filesystem::path& path) {
+  std::filesystem::path beside = path;
   beside += ".saving";
-  if (DOCUMENT.save_file(beside.c_str()) && replaceFileDurably(beside, PATH)) return true;
+  if (document.save_file(beside.c_str()) && replaceFileDurably(beside, path)) return true;
   std::error_code error;
   std::filesystem::remove(beside, error);
   return false;
 }
 
-bool saveXml(const pugi::xml_document& DOCUMENT, const std::filesystem::path& PATH) {
-  if (!writeXmlFile(DOCUMENT, PATH)) {
-    logLine(fmt::format("could not save to \"{}\"", PATH.string()));
+bool saveXml(const pugi::xml_document& document, const std::filesystem::path& path) {
+  if (!writeXmlFile(document, path)) {
+    logLine(fmt::format("could not save to \"{}\"", path.string()));
     return false;
   }
-  logLine(fmt::format("\"{}\" saved", PATH.string()));
+  logLine(fmt::format("\"{}\" saved", path.string()));
   return true;
 }
 
-HalfHours readSlots(std::string_view TEXT) {
+HalfHours readSlots(std::string_view text) {
   HalfHours slots;
-  while (!TEXT.empty()) {
-    const auto comma = TEXT.find(',');
-    std::string_view item = TEXT.substr(0, comma);
-    TEXT = comma == std::string_view::npos ? std::string_view() : TEXT.substr(comma + 1);
+  while (!text.empty()) {
+    const auto comma = text.find(',');
+    std::string_view item = text.substr(0, comma);
+    text = comma == std::string_view::npos ? std::string_view() : text.substr(comma + 1);
     while (!item.empty() && item.front() == ' ')
       item.remove_prefix(1);
     while (!item.empty() && item.back() == ' ')
@@ -190,10 +190,10 @@ HalfHours readSlots(std::string_view TEXT) {
   return slots;
 }
 
-std::string slotsToText(const HalfHours& SLOTS) {
+std::string slotsToText(const HalfHours& slots) {
   std::string text;
-  for (std::size_t i = 0; i < SLOTS.size(); ++i)
-    if (SLOTS.test(i)) text += fmt::format("{},", i);
+  for (std::size_t i = 0; i < slots.size(); ++i)
+    if (slots.test(i)) text += fmt::format("{},", i);
   if (!text.empty()) text.pop_back();
   return text;
 }

@@ -24,25 +24,25 @@ enum class FileEncoding : int {
   noneFound = 5, // the file could not be opened
 };
 
-std::string_view encodingName(FileEncoding ENCODING);
-FileEncoding detectEncoding(const std::filesystem::path& PATH);
+std::string_view encodingName(FileEncoding encoding);
+FileEncoding detectEncoding(const std::filesystem::path& path);
 
 // Lines of a text file in whatever encoding, as UTF-8, without line ends; an empty last line is not added.
-bool gf_readExtTextFileToStringVector(const std::filesystem::path& PATH, std::vector<std::string>& LINES);
+bool gf_readExtTextFileToStringVector(const std::filesystem::path& path, std::vector<std::string>& lines);
 // Lines of a plain text file; null when it can't be opened or is empty.
-std::unique_ptr<std::vector<std::string>> readPlainLines(const std::filesystem::path& PATH,
-                                                         std::size_t RESERVE);
-// TEXT and a line end; false when the file can't be opened.
-bool writeText(std::string_view TEXT, const std::filesystem::path& PATH);
+std::unique_ptr<std::vector<std::string>> readPlainLines(const std::filesystem::path& path,
+                                                         std::size_t reserve);
+// text and a line end; false when the file can't be opened.
+bool writeText(std::string_view text, const std::filesystem::path& path);
 // Saves beside the target, forces it to the disk and then replaces the target, so that a crash, a power cut
 // or a full disk never leaves half a file.
-bool writeXmlFile(const pugi::xml_document& DOCUMENT, const std::filesystem::path& PATH);
+bool writeXmlFile(const pugi::xml_document& document, const std::filesystem::path& path);
 // writeXmlFile, and a log line with the outcome.
-bool saveXml(const pugi::xml_document& DOCUMENT, const std::filesystem::path& PATH);
+bool saveXml(const pugi::xml_document& document, const std::filesystem::path& path);
 
 using HalfHours = std::bitset<48>;
 // "3,4,47": throws std::out_of_range for a number outside 0 to 47, std::invalid_argument for a non-number.
-HalfHours readSlots(std::string_view TEXT);
-std::string slotsToText(const HalfHours& SLOTS);
+HalfHours readSlots(std::string_view text);
+std::string slotsToText(const HalfHours& slots);
 
 } // namespace ory

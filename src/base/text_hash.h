@@ -14,9 +14,9 @@ namespace ory {
 inline constexpr std::uint64_t fnvOffsetBasis = 0xcbf29ce484222325ull;
 inline constexpr std::uint64_t fnvPrime = 0x100000001b3ull;
 
-constexpr std::uint64_t fnv1a(std::string_view TEXT) {
+constexpr std::uint64_t fnv1a(std::string_view text) {
   std::uint64_t hash = fnvOffsetBasis;
-  for (const char c : TEXT) {
+  for (const char c : text) {
     hash ^= static_cast<unsigned char>(c);
     hash *= fnvPrime;
   }
@@ -25,8 +25,8 @@ constexpr std::uint64_t fnv1a(std::string_view TEXT) {
 
 struct TextHash {
   using is_transparent = void;
-  std::size_t operator()(std::string_view TEXT) const noexcept {
-    return static_cast<std::size_t>(fnv1a(TEXT));
+  std::size_t operator()(std::string_view text) const noexcept {
+    return static_cast<std::size_t>(fnv1a(text));
   }
 };
 

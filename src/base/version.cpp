@@ -6,20 +6,20 @@
 
 namespace ory {
 
-Version parseVersion(std::string_view TEXT) {
+Version parseVersion(std::string_view text) {
   std::int32_t numbers[3]{};
   for (auto& number : numbers) {
-    const auto point = TEXT.find('.');
-    const std::string_view part = TEXT.substr(0, point);
+    const auto point = text.find('.');
+    const std::string_view part = text.substr(0, point);
     std::from_chars(part.data(), part.data() + part.size(), number);
     if (point == std::string_view::npos) break;
-    TEXT.remove_prefix(point + 1);
+    text.remove_prefix(point + 1);
   }
   return {numbers[0], numbers[1], numbers[2]};
 }
 
-std::string versionText(const Version& VERSION) {
-  return fmt::format("{}.{}.{}", VERSION.major, VERSION.minor, VERSION.patch);
+std::string versionText(const Version& version) {
+  return fmt::format("{}.{}.{}", version.major, version.minor, version.patch);
 }
 
 } // namespace ory

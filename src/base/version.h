@@ -20,7 +20,7 @@ struct Version {
 };
 
 // Missing or unreadable numbers count as 0.
-Version parseVersion(std::string_view TEXT);
-std::string versionText(const Version& VERSION);
+Version parseVersion(std::string_view text);
+std::string versionText(const Version& version);
 
 } // namespace ory

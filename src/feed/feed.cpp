@@ -21,16 +21,16 @@ ReaderWatch lf_qnhWatch;
 ReaderWatch lf_trafficWatch;
 std::mutex lf_watchLock; // the watchdog runs on the main loop, its reset also on the exit thread
 
-void lf_watch(const UdpReader& READER, std::atomic<FeedMark>& MARK, ReaderWatch& WATCH) {
-  const std::int32_t count = READER.packetCount;
-  if (count == WATCH.lastCount) {
-    MARK = FeedMark::stale;
-    WATCH.notedStale = true;
-  } else if (WATCH.notedStale) {
-    WATCH.notedStale = false;
-    MARK = FeedMark::running;
+void lf_watch(const UdpReader& reader, std::atomic<FeedMark>& mark, ReaderWatch& watch) {
+  const std::int32_t count = reader.packetCount;
+  if (count == watch.lastCount) {
+    mark = FeedMark::stale;
+    watch.notedStale = true;
+  } else if (watch.notedStale) {
+    watch.notedStale = false;
+    mark = FeedMark::running;
   }
-  WATCH.lastCount = count;
+  watch.lastCount = count;
 }
 
 } // namespace
@@ -59,15 +59,15 @@ void resetFeed() {
   }
 }
 
-void setReaderUserPosition(double LAT, double LON) {
-  trafficReader.userLat = LAT;
-  trafficReader.userLon = LON;
+void setReaderUserPosition(double lat, double lon) {
+  trafficReader.userLat = lat;
+  trafficReader.userLon = lon;
 }
 
-void setReaderParkAirport(double LAT, double LON, double ELEVATION_FT) {
-  trafficReader.parkLat = LAT;
-  trafficReader.parkLon = LON;
-  trafficReader.parkElevation = ELEVATION_FT;
+void setReaderParkAirport(double lat, double lon, double elevationFt) {
+  trafficReader.parkLat = lat;
+  trafficReader.parkLon = lon;
+  trafficReader.parkElevation = elevationFt;
   trafficReader.hasParkAirport = true;
 }
 

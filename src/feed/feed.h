@@ -15,9 +15,9 @@ extern QnhReader qnhReader;         // UDP 49004
 // lost, and at a restart.
 void resetFeed();
 // The user's position for the traffic reader's range test, degrees.
-void setReaderUserPosition(double LAT, double LON);
+void setReaderUserPosition(double lat, double lon);
 // The park airport for the ground rules of the traffic reader; clearReaderParkAirport when there is none.
-void setReaderParkAirport(double LAT, double LON, double ELEVATION_FT);
+void setReaderParkAirport(double lat, double lon, double elevationFt);
 void clearReaderParkAirport();
 // Stops both readers: stop flags and closed sockets.
 void stopReaders();

@@ -6,9 +6,9 @@ std::mutex feedLock;
 std::deque<TrafficRecord> trafficInbox;
 bool queueOpen = false;
 
-void setQueueOpen(bool OPEN) {
+void setQueueOpen(bool open) {
   std::lock_guard lock(feedLock);
-  queueOpen = OPEN;
+  queueOpen = open;
 }
 
 bool isQueueOpen() {
@@ -16,11 +16,11 @@ bool isQueueOpen() {
   return queueOpen;
 }
 
-std::size_t takeTraffic(std::vector<TrafficRecord>& OUT, std::size_t MAX) {
+std::size_t takeTraffic(std::vector<TrafficRecord>& out, std::size_t max) {
   std::lock_guard lock(feedLock);
   std::size_t moved = 0;
-  for (; moved < MAX && !trafficInbox.empty(); ++moved) {
-    OUT.push_back(std::move(trafficInbox.front()));
+  for (; moved < max && !trafficInbox.empty(); ++moved) {
+    out.push_back(std::move(trafficInbox.front()));
     trafficInbox.pop_front();
   }
   return moved;

@@ -15,10 +15,10 @@ extern std::mutex feedLock;
 extern std::deque<TrafficRecord> trafficInbox; // under feedLock: the reader pushes at the back
 extern bool queueOpen;                         // under feedLock: records may be queued
 
-void setQueueOpen(bool OPEN); // takes the feed lock
+void setQueueOpen(bool open); // takes the feed lock
 bool isQueueOpen();           // takes the feed lock
-// Moves up to MAX records from the front of the inbox to the back of OUT; gives the number moved.
-std::size_t takeTraffic(std::vector<TrafficRecord>& OUT, std::size_t MAX);
+// Moves up to max records from the front of the inbox to the back of out; gives the number moved.
+std::size_t takeTraffic(std::vector<TrafficRecord>& out, std::size_t max);
 void clearTrafficInbox();
 
 } // namespace ory

@@ -23,16 +23,16 @@ constexpr std::int64_t highestQnh = 1080; // above this a report counts hundredt
 constexpr double hpaPerHundredthInch = 0.33865307;
 
 // Integral values of a large float stay in range of the checks below.
-std::int64_t lf_rounded(double VALUE) {
-  if (!(VALUE > -1e9 && VALUE < 1e9)) return VALUE > 0 ? 1'000'000'000 : -1'000'000'000;
-  return static_cast<std::int64_t>(std::llround(VALUE));
+std::int64_t lf_rounded(double value) {
+  if (!(value > -1e9 && value < 1e9)) return value > 0 ? 1'000'000'000 : -1'000'000'000;
+  return static_cast<std::int64_t>(std::llround(value));
 }
 
 // The report's value, or nothing when the datagram is finished here.
-std::optional<std::int64_t> lf_qnhOf(const nlohmann::json& REPORT, std::string_view LINE) {
-  const auto found = REPORT.is_object() ? REPORT.find("QNH") : REPORT.end();
-  if (found == REPORT.end() || found->is_null()) {
-    logLine(fmt::format("no QNH {}", LINE));
+std::optional<std::int64_t> lf_qnhOf(const nlohmann::json& report, std::string_view line) {
+  const auto found = report.is_object() ? report.find("QNH") : report.end();
+  if (found == report.end() || found->is_null()) {
+    logLine(fmt::format("no QNH {}", line));
     return std::nullopt;
   }
   if (found->is_number_unsigned()) {
@@ -54,7 +54,7 @@ std::optional<std::int64_t> lf_qnhOf(const nlohmann::json& REPORT, std::string_v
     }
     return std::nullopt;
   }
-  logLine(fmt::format("no QNH {}", LINE));
+  logLine(fmt::format("no QNH {}", line));
   return standardQnh;
 }
 

@@ -66,10 +66,10 @@ constexpr std::array<std::pair<int, std::string_view>, 49> socketErrors = {{
 
 } // namespace
 
-std::string socketErrorText(int CODE) {
+std::string socketErrorText(int code) {
   const auto* row = std::find_if(socketErrors.begin(), socketErrors.end(),
-                                 [CODE](const auto& ROW) { return ROW.first == CODE; });
-  return fmt::format("{} {}", CODE, row == socketErrors.end() ? "Unknown errror code" : row->second);
+                                 [code](const auto& row) { return row.first == code; });
+  return fmt::format("{} {}", code, row == socketErrors.end() ? "Unknown errror code" : row->second);
 }
 
 } // namespace ory

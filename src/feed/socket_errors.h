@@ -6,6 +6,6 @@
 namespace ory {
 
 // The code in decimal, a blank and its text; "Unknown errror code" for a code not in the table.
-std::string socketErrorText(int CODE);
+std::string socketErrorText(int code);
 
 } // namespace ory

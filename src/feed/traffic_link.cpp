@@ -52,21 +52,21 @@ void lf_closeSockets() {
   if (lf_socketsStarted.exchange(false)) stopSockets();
 }
 
-[[noreturn]] void lf_serverFailed(int NUMBER, const std::string& TEXT) {
+[[noreturn]] void lf_serverFailed(int number, const std::string& text) {
   std::lock_guard lock(lf_linkLock);
   lf_closeSockets();
-  throw SysErrorException(NUMBER, TEXT);
+  throw SysErrorException(number, text);
 }
 
 // Waits until the socket is readable; false once the exit has closed it. Short rounds, and the socket read
 // anew in each, since the exit closes it from its own thread.
-bool lf_waitReadable(const std::atomic<SocketHandle>& SOCKET) {
+bool lf_waitReadable(const std::atomic<SocketHandle>& rawSocket) {
   constexpr int roundMs = 250;
   for (;;) {
-    const SocketHandle socket = SOCKET;
+    const SocketHandle socket = rawSocket;
     if (socket == invalidSocket) return false;
     const int ready = waitReadable(socket, roundMs);
-    if (ready != 0) return ready > 0 && SOCKET == socket;
+    if (ready != 0) return ready > 0 && rawSocket == socket;
   }
 }
 
@@ -95,11 +95,11 @@ void detectRealTraffic() {
   showMessage(fmt::format("RealTraffic {}detected at this PC", found ? "" : "not "), true);
 }
 
-void openServer(std::string_view PORT_TEXT) {
+void openServer(std::string_view portText) {
   if (!startSockets())
     throw SysErrorException(0, fmt::format("WSAStartup failed with error {}", lf_errorText()));
   lf_socketsStarted = true;
-  const ListenerOpening opening = openListener(PORT_TEXT);
+  const ListenerOpening opening = openListener(portText);
   const std::string error = socketErrorText(opening.error);
   switch (opening.step) {
   case ListenerStep::resolve:
@@ -111,7 +111,7 @@ void openServer(std::string_view PORT_TEXT) {
   case ListenerStep::reuseAddress:
     lf_serverFailed(4, "setsockopt(SO_REUSEADDR) failed");
   case ListenerStep::bind:
-    lf_serverFailed(5, fmt::format("Bind failed at port {} with error {}", PORT_TEXT, error));
+    lf_serverFailed(5, fmt::format("Bind failed at port {} with error {}", portText, error));
   case ListenerStep::listen:
     lf_serverFailed(6, "listen failed with error " + error);
   case ListenerStep::ready:
@@ -170,17 +170,17 @@ std::string receive() {
   return std::string(lf_receiveBuffer.data());
 }
 
-void takeVersionReply(std::string_view REPLY) {
-  if (REPLY.empty()) {
+void takeVersionReply(std::string_view rawReply) {
+  if (rawReply.empty()) {
     rtProfessional = false;
     showMessage("No RealTraffic version received?", true);
     return;
   }
   nlohmann::json reply;
   try {
-    reply = nlohmann::json::parse(REPLY);
+    reply = nlohmann::json::parse(rawReply);
   } catch (const nlohmann::json::exception& e) {
-    logLine(fmt::format("RealTraffic version reply not understood: {} in {}", e.what(), REPLY));
+    logLine(fmt::format("RealTraffic version reply not understood: {} in {}", e.what(), rawReply));
   }
   if (!reply.is_object()) {
     rtProfessional = false;
@@ -203,9 +203,9 @@ void takeVersionReply(std::string_view REPLY) {
   logLine(status);
 }
 
-bool sendDataPacket(std::string_view TEXT) {
+bool sendDataPacket(std::string_view text) {
   std::lock_guard lock(lf_linkLock);
-  if (sendAll(lf_clientSocket, TEXT.data(), TEXT.size())) return true;
+  if (sendAll(lf_clientSocket, text.data(), text.size())) return true;
   logLine(fmt::format("sendDataPacket to RealTraffic failed: {}", lf_errorText()));
   rtConnected = false;
   closeSocket(lf_clientSocket.exchange(invalidSocket));
@@ -213,15 +213,15 @@ bool sendDataPacket(std::string_view TEXT) {
   return false;
 }
 
-std::string positionLine(const UserPosition& USER) {
-  return fmt::format("Qs121={:.0f};{:.0f};{:.6f};{:.0f};{};{:.6f};{:.6f}\r\n", USER.pitch * 100000.0,
-                     USER.bank * 100000.0, USER.heading, USER.altitude * 1000.0, USER.groundVelocity * 1000.0,
-                     USER.lat * degToRad, USER.lon * degToRad);
+std::string positionLine(const UserPosition& user) {
+  return fmt::format("Qs121={:.0f};{:.0f};{:.6f};{:.0f};{};{:.6f};{:.6f}\r\n", user.pitch * 100000.0,
+                     user.bank * 100000.0, user.heading, user.altitude * 1000.0, user.groundVelocity * 1000.0,
+                     user.lat * degToRad, user.lon * degToRad);
 }
 
-void sendUserPosition(const UserPosition& USER) {
+void sendUserPosition(const UserPosition& user) {
   if (!rtDetected) return;
-  if (isNullPosition(USER.lat, USER.lon)) return;
+  if (isNullPosition(user.lat, user.lon)) return;
   if (!rtConnected) {
     if (exitReason != ExitReason::notYetSet) return;
     if (!waitForClient()) return;
@@ -231,7 +231,7 @@ void sendUserPosition(const UserPosition& USER) {
     clearMessage();
     return;
   }
-  if (!sendDataPacket(positionLine(USER))) lf_realTrafficGone();
+  if (!sendDataPacket(positionLine(user))) lf_realTrafficGone();
 }
 
 void sendSimTime() {
@@ -256,16 +256,16 @@ void closeLink() {
   lf_closeSockets();
 }
 
-std::int64_t simEpochSecondsOf(std::int32_t YEAR, std::int32_t DAY_OF_YEAR, std::int64_t SECONDS_OF_DAY) {
-  const auto leapDaysBefore = [](std::int64_t Y) { return Y / 4 - Y / 100 + Y / 400; };
-  const std::int64_t days = (static_cast<std::int64_t>(YEAR) - 1970) * 365 + leapDaysBefore(YEAR - 1) -
-                            leapDaysBefore(1969) + (DAY_OF_YEAR - 1);
-  return days * 86400 + SECONDS_OF_DAY;
+std::int64_t simEpochSecondsOf(std::int32_t year, std::int32_t dayOfYear, std::int64_t secondsOfDay) {
+  const auto leapDaysBefore = [](std::int64_t y) { return y / 4 - y / 100 + y / 400; };
+  const std::int64_t days = (static_cast<std::int64_t>(year) - 1970) * 365 + leapDaysBefore(year - 1) -
+                            leapDaysBefore(1969) + (dayOfYear - 1);
+  return days * 86400 + secondsOfDay;
 }
 
-void setTrafficLostAction(std::function<void()> ACTION) {
+void setTrafficLostAction(std::function<void()> action) {
   std::lock_guard lock(lf_stateLock);
-  lf_trafficLostAction = std::move(ACTION);
+  lf_trafficLostAction = std::move(action);
 }
 
 UserPosition userPosition() {

@@ -29,30 +29,30 @@ extern std::atomic<std::int64_t>
 // RealTraffic's marker file on this PC, %APPDATA%\InsideSystems\RealTraffic.jar; sets rtDetected and shows
 // "RealTraffic {}detected at this PC". A file-system error other than "not found" is thrown.
 void detectRealTraffic();
-// Listens on PORT_TEXT (a service text for getaddrinfo); throws SysErrorException 0 to 6.
-void openServer(std::string_view PORT_TEXT);
+// Listens on portText (a service text for getaddrinfo); throws SysErrorException 0 to 6.
+void openServer(std::string_view portText);
 // Blocks until RealTraffic connects; false at once when a client is already accepted, and false when the
 // server socket was closed meanwhile.
 bool waitForClient();
 // Waits for RealTraffic, asks for its version and shows its edition (only when RealTraffic is on this PC).
 void handshake();
 std::string receive(); // one recv of the reply; empty when nothing was read
-bool sendDataPacket(std::string_view TEXT);
+bool sendDataPacket(std::string_view text);
 // Tells RealTraffic where the user is; notices a lost RealTraffic and, on the next call, waits for it again.
-void sendUserPosition(const UserPosition& USER);
+void sendUserPosition(const UserPosition& user);
 // "Qs123" from the simulator's UTC date and time, when known, to a connected client with the professional
 // licence; a failed send is a lost RealTraffic, as for the position.
 void sendSimTime();
 void closeLink(); // "exit" when connected, both sockets closed
 
 // The "Qs121" line of a position.
-std::string positionLine(const UserPosition& USER);
+std::string positionLine(const UserPosition& user);
 // Applies RealTraffic's version reply: rtProfessional, the window's status text, the log.
-void takeVersionReply(std::string_view REPLY);
+void takeVersionReply(std::string_view reply);
 // Seconds since 1970 from the simulator's year, day of the year (1 = 1 January) and seconds of the day.
-std::int64_t simEpochSecondsOf(std::int32_t YEAR, std::int32_t DAY_OF_YEAR, std::int64_t SECONDS_OF_DAY);
+std::int64_t simEpochSecondsOf(std::int32_t year, std::int32_t dayOfYear, std::int64_t secondsOfDay);
 // What the engine does with its live aircraft when RealTraffic is lost: remove them. Set once by the engine.
-void setTrafficLostAction(std::function<void()> ACTION);
+void setTrafficLostAction(std::function<void()> action);
 
 // The user's position as the simulator link last delivered it.
 UserPosition userPosition();

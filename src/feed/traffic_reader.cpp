@@ -46,52 +46,52 @@ constexpr std::uint32_t highestStaticHexid = 10000;  // made-up ids of the stati
 constexpr std::int32_t feedLagTicks = 3000;          // live aircraft play 30 seconds behind the feed
 constexpr double groundRadiusNm = 5; // aircraft on the ground count only this near the park airport
 
-bool lf_isNull(std::string_view TEXT) {
-  return TEXT == "null";
+bool lf_isNull(std::string_view text) {
+  return text == "null";
 }
 
 // A feed's "no value" form to empty.
-std::string_view lf_orEmpty(std::string_view TEXT) {
-  return lf_isNull(TEXT) ? std::string_view() : TEXT;
+std::string_view lf_orEmpty(std::string_view text) {
+  return lf_isNull(text) ? std::string_view() : text;
 }
 
 // Locale-free; a leading minus, "inf" and "nan" are numbers, an empty field is not.
-double lf_number(std::string_view FIELD, int FAILURE, std::string_view TEXT) {
+double lf_number(std::string_view field, int failure, std::string_view text) {
   double value = 0;
-  const auto [end, error] = std::from_chars(FIELD.data(), FIELD.data() + FIELD.size(), value);
-  if (error != std::errc()) throw SysErrorException(FAILURE, fmt::format(fmt::runtime(TEXT), FIELD));
+  const auto [end, error] = std::from_chars(field.data(), field.data() + field.size(), value);
+  if (error != std::errc()) throw SysErrorException(failure, fmt::format(fmt::runtime(text), field));
   return value;
 }
 
 // For the values that reach the engine's geometry, where an infinity or a nan would spread.
-double lf_finiteNumber(std::string_view FIELD, int FAILURE, std::string_view TEXT) {
-  const double value = lf_number(FIELD, FAILURE, TEXT);
-  if (!std::isfinite(value)) throw SysErrorException(FAILURE, fmt::format(fmt::runtime(TEXT), FIELD));
+double lf_finiteNumber(std::string_view field, int failure, std::string_view text) {
+  const double value = lf_number(field, failure, text);
+  if (!std::isfinite(value)) throw SysErrorException(failure, fmt::format(fmt::runtime(text), field));
   return value;
 }
 
 // Digits up to the first non-digit; none at the start, or above 4,294,967,295, is a failure.
-std::uint32_t lf_wholeNumber(std::string_view FIELD, int FAILURE, std::string_view TEXT) {
+std::uint32_t lf_wholeNumber(std::string_view field, int failure, std::string_view text) {
   std::uint32_t value = 0;
-  const auto [end, error] = std::from_chars(FIELD.data(), FIELD.data() + FIELD.size(), value);
-  if (error != std::errc()) throw SysErrorException(FAILURE, fmt::format(fmt::runtime(TEXT), FIELD));
+  const auto [end, error] = std::from_chars(field.data(), field.data() + field.size(), value);
+  if (error != std::errc()) throw SysErrorException(failure, fmt::format(fmt::runtime(text), field));
   return value;
 }
 
-bool lf_nullPosition(double LAT, double LON) {
-  return LAT >= 0 && LAT <= 0.0009 && LON >= 0 && LON <= 0.05;
+bool lf_nullPosition(double lat, double lon) {
+  return lat >= 0 && lat <= 0.0009 && lon >= 0 && lon <= 0.05;
 }
 
 // ADS-B emitter categories B1 glider, B2 lighter than air, B4 ultralight, C1 emergency and C2 service
 // vehicle.
-bool lf_refusedCategory(std::string_view CATEGORY) {
-  return CATEGORY == "B1" || CATEGORY == "B2" || CATEGORY == "B4" || CATEGORY == "C1" || CATEGORY == "C2";
+bool lf_refusedCategory(std::string_view category) {
+  return category == "B1" || category == "B2" || category == "B4" || category == "C1" || category == "C2";
 }
 
-bool lf_refusedType(std::string_view TYPE) {
-  if (TYPE.size() > 4) return true;
+bool lf_refusedType(std::string_view type) {
+  if (type.size() > 4) return true;
   for (std::string_view refused : {"GRND", "GLID", "SERV", "BALL", "PARA", "SHIP"})
-    if (TYPE == refused) return true;
+    if (type == refused) return true;
   return false;
 }
 
@@ -101,34 +101,34 @@ LineResult lf_refused() {
 
 } // namespace
 
-void splitFields(std::string_view LINE, std::vector<std::string_view>& FIELDS) {
-  FIELDS.clear();
+void splitFields(std::string_view line, std::vector<std::string_view>& fields) {
+  fields.clear();
   std::size_t start = 0;
-  for (std::size_t comma = LINE.find(','); comma != std::string_view::npos; comma = LINE.find(',', start)) {
-    FIELDS.push_back(LINE.substr(start, comma - start));
+  for (std::size_t comma = line.find(','); comma != std::string_view::npos; comma = line.find(',', start)) {
+    fields.push_back(line.substr(start, comma - start));
     start = comma + 1;
   }
-  if (start < LINE.size()) FIELDS.push_back(LINE.substr(start));
+  if (start < line.size()) fields.push_back(line.substr(start));
 }
 
-bool isOnGround(double ALTITUDE_FT, double GROUND_SPEED_KT, double ELEVATION_FT) {
-  if (ALTITUDE_FT <= 0) return true;
-  if (ALTITUDE_FT < 14000) {
-    const double above = ALTITUDE_FT - ELEVATION_FT;
+bool isOnGround(double altitudeFt, double groundSpeedKt, double elevationFt) {
+  if (altitudeFt <= 0) return true;
+  if (altitudeFt < 14000) {
+    const double above = altitudeFt - elevationFt;
     const double height = std::abs(above);
     if (above <= 0) return true;
-    if (height <= 45 && GROUND_SPEED_KT <= 120) return true;
-    if (height <= 90 && GROUND_SPEED_KT <= 80) return true;
-    if (height <= 120 && GROUND_SPEED_KT <= 43) return true;
+    if (height <= 45 && groundSpeedKt <= 120) return true;
+    if (height <= 90 && groundSpeedKt <= 80) return true;
+    if (height <= 120 && groundSpeedKt <= 43) return true;
   }
-  return GROUND_SPEED_KT <= 35;
+  return groundSpeedKt <= 35;
 }
 
-double tasFromAltitude(double ALTITUDE_FT) {
-  if (ALTITUDE_FT <= 2000) return 180;
-  if (ALTITUDE_FT <= 5000) return 220;
-  if (ALTITUDE_FT <= 10000) return 250;
-  if (ALTITUDE_FT <= 20000) return 350;
+double tasFromAltitude(double altitudeFt) {
+  if (altitudeFt <= 2000) return 180;
+  if (altitudeFt <= 5000) return 220;
+  if (altitudeFt <= 10000) return 250;
+  if (altitudeFt <= 20000) return 350;
   return 430;
 }
 

@@ -50,11 +50,11 @@ public:
   std::atomic<std::int32_t> qnhShadow{1013}; // last QNH, hPa
 };
 
-// Splits LINE at every comma, keeping empty fields; the rest after the last comma only when not empty.
-void splitFields(std::string_view LINE, std::vector<std::string_view>& FIELDS);
+// Splits line at every comma, keeping empty fields; the rest after the last comma only when not empty.
+void splitFields(std::string_view line, std::vector<std::string_view>& fields);
 // On the ground by altitude, ground speed and the park airport's elevation (-1000 when there is none).
-bool isOnGround(double ALTITUDE_FT, double GROUND_SPEED_KT, double ELEVATION_FT);
+bool isOnGround(double altitudeFt, double groundSpeedKt, double elevationFt);
 // True air speed when the feed has none, by altitude.
-double tasFromAltitude(double ALTITUDE_FT);
+double tasFromAltitude(double altitudeFt);
 
 } // namespace ory

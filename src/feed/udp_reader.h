@@ -20,8 +20,8 @@ inline constexpr std::size_t datagramBufferSize = 16384;
 
 class UdpReader {
 public:
-  // NAME as in "{} connected"; THREAD_NAME as in "The {} has stopped with an error: {}".
-  UdpReader(std::string_view NAME, std::string_view THREAD_NAME) : name(NAME), threadName(THREAD_NAME) {}
+  // name as in "{} connected"; threadName as in "The {} has stopped with an error: {}".
+  UdpReader(std::string_view name, std::string_view threadName) : name(name), threadName(threadName) {}
   virtual ~UdpReader() = default;
   UdpReader(const UdpReader&) = delete;
   UdpReader& operator=(const UdpReader&) = delete;
@@ -42,12 +42,12 @@ public:
 
 // The thread body: socket, bind (127.0.0.1 when RealTraffic runs on this PC, else every address), receive
 // loop. A set-up failure sets readerError.
-void readerThread(UdpReader& READER, std::uint16_t PORT);
-void startReaderThread(UdpReader& READER, std::uint16_t PORT); // detached
+void readerThread(UdpReader& reader, std::uint16_t port);
+void startReaderThread(UdpReader& reader, std::uint16_t port); // detached
 // Stop flag and the socket shut down; the reader's thread then closes it and ends within a quarter second.
-void stopReader(UdpReader& READER);
-// One received datagram of COUNT bytes in buffer: counted, cut at its first zero byte, passed through the
+void stopReader(UdpReader& reader);
+// One received datagram of count bytes in buffer: counted, cut at its first zero byte, passed through the
 // repeat filter (only when RealTraffic isn't on this PC) to processData.
-void takeDatagram(UdpReader& READER, std::size_t COUNT);
+void takeDatagram(UdpReader& reader, std::size_t count);
 
 } // namespace ory

@@ -9,7 +9,7 @@
 
 #include <filesystem>
 
-int WINAPI wWinMain(HINSTANCE INSTANCE, HINSTANCE, PWSTR, int) {
+int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, PWSTR, int) {
   if (!ory::claimSingleInstance("Local\\$Trovalyn_P3D$")) return -1;
   try {
     ory::openLog();
@@ -17,7 +17,7 @@ int WINAPI wWinMain(HINSTANCE INSTANCE, HINSTANCE, PWSTR, int) {
     MessageBoxA(nullptr, e.what(), "Trovalyn_P3D", MB_ICONERROR | MB_OK);
     return 1;
   }
-  if (!ory::createMainWindow(INSTANCE)) return 0;
+  if (!ory::createMainWindow(instance)) return 0;
   try {
     std::filesystem::create_directories(ory::appDataProgramFolder());
   } catch (const std::exception& e) {

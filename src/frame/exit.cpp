@@ -25,8 +25,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
-bool lf_isRestart(ExitReason REASON) {
-  return REASON == ExitReason::restart || REASON == ExitReason::restartIpp;
+bool lf_isRestart(ExitReason reason) {
+  return reason == ExitReason::restart || reason == ExitReason::restartIpp;
 }
 
 // Only this thread left, or about 10 seconds: a hung thread is left behind.
@@ -35,11 +35,11 @@ void lf_waitForThreads() {
     std::this_thread::sleep_for(100ms);
 }
 
-void lf_resetForRestart(ExitReason REASON) {
+void lf_resetForRestart(ExitReason reason) {
   clearError();
   resetFeed();
   clearTrafficInbox(); // records of the run that ended
-  if (REASON != ExitReason::restartIpp) {
+  if (reason != ExitReason::restartIpp) {
     SCAN_LIVERIES.value = false;
     storeBool(SCAN_LIVERIES);
     SCAN_AIRPORTS.value = false;
@@ -58,10 +58,10 @@ void lf_resetForRestart(ExitReason REASON) {
 }
 
 // A new exit during the countdown (the run state is reset, so the user can close again) ends it early.
-void lf_countDown(int SECONDS) {
-  if (SECONDS <= 0) return;
-  logLine(fmt::format("Restarting after {} seconds\n\n\n\n", SECONDS));
-  for (int left = SECONDS; left > 0; --left) {
+void lf_countDown(int seconds) {
+  if (seconds <= 0) return;
+  logLine(fmt::format("Restarting after {} seconds\n\n\n\n", seconds));
+  for (int left = seconds; left > 0; --left) {
     if (exiting || userClosed) return;
     showMessage(fmt::format("Restarting after {} second{}", left, left == 1 ? "" : "s"), false);
     std::this_thread::sleep_for(1s);
@@ -69,22 +69,22 @@ void lf_countDown(int SECONDS) {
 }
 
 // The exit's work; true when it is to post its message, false when a later exit has taken over.
-bool lf_exitSteps(ExitReason REASON, int SECONDS) {
+bool lf_exitSteps(ExitReason reason, int seconds) {
   ThreadCounter counted;
   try {
-    logLineFlushed(fmt::format("Exiting: {}", exitReasonText(REASON)));
-    if (REASON == ExitReason::restart) showMessage("Prepare for a restart ...", false);
+    logLineFlushed(fmt::format("Exiting: {}", exitReasonText(reason)));
+    if (reason == ExitReason::restart) showMessage("Prepare for a restart ...", false);
     std::this_thread::sleep_for(300ms);
     // Closed sockets end the readers' and the link's waits.
     stopReaders();
     closeLink();
-    if (REASON == ExitReason::systemError) std::this_thread::sleep_for(5s);
-    if (REASON == ExitReason::userClosedSim) {
+    if (reason == ExitReason::systemError) std::this_thread::sleep_for(5s);
+    if (reason == ExitReason::userClosedSim) {
       logLine(fmt::format("User closed {}", programName));
       userClosed = true;
     }
     stopRunThreads();
-    if (!lf_isRestart(REASON)) {
+    if (!lf_isRestart(reason)) {
       BLOCK_CALLSIGN.value.clear();
       storeText(BLOCK_CALLSIGN);
       writeMatchingSummary();
@@ -93,9 +93,9 @@ bool lf_exitSteps(ExitReason REASON, int SECONDS) {
     lf_waitForThreads();
     // The stands belong to the main loop: saved once it has ended, or given up waiting for.
     closeParkAirport();
-    if (lf_isRestart(REASON)) {
-      lf_resetForRestart(REASON);
-      lf_countDown(SECONDS);
+    if (lf_isRestart(reason)) {
+      lf_resetForRestart(reason);
+      lf_countDown(seconds);
       // An exit that began during the countdown has the last word.
       if (exiting) return false;
     }
@@ -108,22 +108,22 @@ bool lf_exitSteps(ExitReason REASON, int SECONDS) {
 }
 
 // Posting is the last act: once the end message is in, the process may be gone.
-void lf_finalExit(int SECONDS) {
+void lf_finalExit(int seconds) {
   const ExitReason reason = exitReason;
-  if (lf_exitSteps(reason, SECONDS) && windowExists())
+  if (lf_exitSteps(reason, seconds) && windowExists())
     postWindowMessage(lf_isRestart(reason) ? startMessage : endMessage);
 }
 
 } // namespace
 
-void requestExit(ExitReason REASON, int SECONDS) {
+void requestExit(ExitReason reason, int seconds) {
   bool expected = false;
   if (!exiting.compare_exchange_strong(expected, true)) return;
-  exitReason = REASON;
-  std::thread(lf_finalExit, SECONDS).detach();
+  exitReason = reason;
+  std::thread(lf_finalExit, seconds).detach();
 }
 
-void reportException(std::string_view WHERE) {
+void reportException(std::string_view where) {
   try {
     throw;
   } catch (const UserErrorException& e) {
@@ -131,7 +131,7 @@ void reportException(std::string_view WHERE) {
   } catch (const fmt::format_error& e) {
     showError(fmt::format("std::format error: {}", e.what()));
   } catch (const std::exception& e) {
-    showError(fmt::format("{}: {}", WHERE, e.what()));
+    showError(fmt::format("{}: {}", where, e.what()));
     requestExit(ExitReason::systemError, 0);
   } catch (...) {
     showError("Unknown exception");

@@ -59,10 +59,10 @@ void lf_every5Seconds() {
   if (rtProfessional) sendSimTime();
 }
 
-void lf_runJobs(const DueJobs& JOBS) {
-  if (JOBS.every5) lf_every5Seconds();
-  if (JOBS.every15 && lf_aMarkIsStale()) feedWatchdog();
-  if (JOBS.every30) {
+void lf_runJobs(const DueJobs& jobs) {
+  if (jobs.every5) lf_every5Seconds();
+  if (jobs.every15 && lf_aMarkIsStale()) feedWatchdog();
+  if (jobs.every30) {
     serveNoMatchClear();
     if (AUTO_RANGE.value) autoRange();
     if (readerError) {
@@ -71,10 +71,10 @@ void lf_runJobs(const DueJobs& JOBS) {
     }
     flushLog();
   }
-  if (JOBS.every60) display.minutesToRenewal = 20 - ((JOBS.s / 60) % 20);
-  if (JOBS.every1200) writeNoMatchList();
-  if (JOBS.daily) writeMatchingSummary();
-  if (JOBS.every59) feedWatchdog();
+  if (jobs.every60) display.minutesToRenewal = 20 - ((jobs.s / 60) % 20);
+  if (jobs.every1200) writeNoMatchList();
+  if (jobs.daily) writeMatchingSummary();
+  if (jobs.every59) feedWatchdog();
 }
 
 void lf_secondPass() {
@@ -93,9 +93,9 @@ void lf_secondPass() {
 
 } // namespace
 
-DueJobs advanceSecond(std::atomic<std::int32_t>& SECOND_COUNT) {
+DueJobs advanceSecond(std::atomic<std::int32_t>& counter) {
   DueJobs jobs;
-  jobs.s = ++SECOND_COUNT;
+  jobs.s = ++counter;
   const std::int32_t s = jobs.s;
   jobs.every5 = s % 5 == 0;
   jobs.every15 = s % 15 == 0;
@@ -104,7 +104,7 @@ DueJobs advanceSecond(std::atomic<std::int32_t>& SECOND_COUNT) {
   jobs.every1200 = s % 1200 == 0;
   jobs.daily = s % secondsPerDay == 0;
   if (jobs.daily) {
-    SECOND_COUNT = 0;
+    counter = 0;
     jobs.s = 0;
   }
   jobs.every16 = jobs.s % 16 == 0;
@@ -128,7 +128,7 @@ void mainLoop() {
   lf_secondPass();
 }
 
-void mainLoopThread(std::stop_token STOP) {
+void mainLoopThread(std::stop_token stop) {
   ThreadCounter counted;
   try {
     feedWatchdog();
@@ -140,7 +140,7 @@ void mainLoopThread(std::stop_token STOP) {
     updateNowSlot();
     setQueueOpen(true);
     const TimerPeriod millisecondSleeps;
-    while (!STOP.stop_requested()) {
+    while (!stop.stop_requested()) {
       mainLoop();
       if (next - Clock::now() >= std::chrono::milliseconds(1)) std::this_thread::sleep_until(next);
       // A fixed grid that catches up after a long pass, laid anew at each simulator second.
@@ -151,18 +151,18 @@ void mainLoopThread(std::stop_token STOP) {
   }
 }
 
-std::int32_t autoRangeFor(bool ON_GROUND, double ALTITUDE_FT, double DISTANCE_NM) {
-  if (ON_GROUND) return 8;
-  if (ALTITUDE_FT > AIRPORT_HEIGHT.value) return 40;
-  if (DISTANCE_NM <= 5) return 8;
-  if (DISTANCE_NM < 37) return static_cast<std::int32_t>(std::lround(DISTANCE_NM)) + 3;
+std::int32_t autoRangeFor(bool onGround, double altitudeFt, double distanceNm) {
+  if (onGround) return 8;
+  if (altitudeFt > AIRPORT_HEIGHT.value) return 40;
+  if (distanceNm <= 5) return 8;
+  if (distanceNm < 37) return static_cast<std::int32_t>(std::lround(distanceNm)) + 3;
   return 40;
 }
 
-void applyRange(std::int32_t RANGE_NM) {
-  setRange(RANGE_NM);
+void applyRange(std::int32_t newRangeNm) {
+  setRange(newRangeNm);
   const std::int32_t before = LATERAL_RANGE.value;
-  LATERAL_RANGE.set(RANGE_NM);
+  LATERAL_RANGE.set(newRangeNm);
   if (LATERAL_RANGE.value != before) showInt(LATERAL_RANGE);
 }
 

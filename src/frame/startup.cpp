@@ -65,8 +65,8 @@ bool lf_anyFolderParameter() {
 }
 
 void lf_detectSimulatorInRegistry() {
-  const auto present = [](char VERSION) {
-    return registryKeyExists(RegistryRoot::localMachine, fmt::format("{}{}", p3dKey, VERSION));
+  const auto present = [](char version) {
+    return registryKeyExists(RegistryRoot::localMachine, fmt::format("{}{}", p3dKey, version));
   };
   detectSimulator(present('4'), present('5'), present('6'));
 }
@@ -77,10 +77,10 @@ void lf_logSinceLastRun() {
   if (!text.empty()) logLine(text);
 }
 
-std::int32_t lf_countFiles(const fs::path& FOLDER) {
+std::int32_t lf_countFiles(const fs::path& folder) {
   std::error_code error;
   std::int32_t count = 0;
-  for (fs::directory_iterator it(FOLDER, error), end; !error && it != end; it.increment(error))
+  for (fs::directory_iterator it(folder, error), end; !error && it != end; it.increment(error))
     if (it->is_regular_file()) ++count;
   return count;
 }
@@ -143,12 +143,12 @@ void lf_startUpTrovalyn() {
   }
 }
 
-// Polls CONDITION every PERIOD; false when an exit came first.
+// Polls condition every period; false when an exit came first.
 template <typename Condition>
-bool lf_waitFor(Condition CONDITION, std::chrono::milliseconds PERIOD) {
-  while (!CONDITION()) {
+bool lf_waitFor(Condition condition, std::chrono::milliseconds period) {
+  while (!condition()) {
     if (lf_stopWanted()) return false;
-    std::this_thread::sleep_for(PERIOD);
+    std::this_thread::sleep_for(period);
   }
   return !lf_stopWanted();
 }
@@ -260,8 +260,8 @@ void startRun() {
   }
 }
 
-void detectSimulator(bool V4_PRESENT, bool V5_PRESENT, bool V6_PRESENT) {
-  const int sum = (V5_PRESENT ? 5 : 0) + (V6_PRESENT ? 6 : 0);
+void detectSimulator(bool v4Present, bool v5Present, bool v6Present) {
+  const int sum = (v5Present ? 5 : 0) + (v6Present ? 6 : 0);
   if (sum == 11)
     throw UserErrorException(
         153,
@@ -273,7 +273,7 @@ void detectSimulator(bool V4_PRESENT, bool V5_PRESENT, bool V6_PRESENT) {
     throw UserErrorException(151,
                              "No P3D install path detected, type full Install Path above, and press Enter");
   }
-  (void)V4_PRESENT; // v4 alone counts as not detected
+  (void)v4Present; // v4 alone counts as not detected
   logLine(sum == 5 ? "P3Dv5detected" : "P3Dv6detected");
   const auto path =
       readRegistryText(RegistryRoot::localMachine, fmt::format("{}{}", p3dKey, sum), "SetupPath");
@@ -287,12 +287,12 @@ void detectSimulator(bool V4_PRESENT, bool V5_PRESENT, bool V6_PRESENT) {
   showText(SIM_INSTALL_PATH);
 }
 
-std::string sinceLastRunText(std::int64_t SECONDS) {
-  const auto plural = [](std::int64_t N) { return N == 1 || N < 0 ? "" : "s"; };
-  if (SECONDS < 60) return fmt::format("{} second{} since last run", SECONDS, plural(SECONDS));
-  const std::int64_t minutes = SECONDS / 60;
+std::string sinceLastRunText(std::int64_t rawSeconds) {
+  const auto plural = [](std::int64_t n) { return n == 1 || n < 0 ? "" : "s"; };
+  if (rawSeconds < 60) return fmt::format("{} second{} since last run", rawSeconds, plural(rawSeconds));
+  const std::int64_t minutes = rawSeconds / 60;
   if (minutes >= 524160) return {};
-  const std::int64_t seconds = SECONDS % 60;
+  const std::int64_t seconds = rawSeconds % 60;
   return fmt::format("{} minute{} and {} second{} since last run", minutes, plural(minutes), seconds,
                      plural(seconds));
 }

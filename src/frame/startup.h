@@ -12,8 +12,8 @@ void launchStartUp(); // starts lf_startUpTrovalyn on a detached thread
 void startRun();
 
 // The simulator's install path from the registry, when SIM_INSTALL_PATH is empty; throws 153 or 151.
-void detectSimulator(bool V4_PRESENT, bool V5_PRESENT, bool V6_PRESENT);
+void detectSimulator(bool v4Present, bool v5Present, bool v6Present);
 // "{} second{} since last run" or "{} minute{} and {} second{} since last run"; empty beyond 524,160 minutes.
-std::string sinceLastRunText(std::int64_t SECONDS);
+std::string sinceLastRunText(std::int64_t seconds);
 
 } // namespace ory

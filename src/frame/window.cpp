@@ -13,8 +13,8 @@
 namespace ory {
 
 namespace {
-bool lf_atLimit(const IntParameter& PARAMETER) {
-  return PARAMETER.value == PARAMETER.minimum || PARAMETER.value == PARAMETER.maximum;
+bool lf_atLimit(const IntParameter& parameter) {
+  return parameter.value == parameter.minimum || parameter.value == parameter.maximum;
 }
 } // namespace
 
@@ -26,8 +26,8 @@ void readWindowPosition() {
   }
 }
 
-void keepWindowPosition(int LEFT, int TOP) {
-  for (auto [parameter, value] : {std::pair{&MAIN_WINDOW_X, LEFT}, std::pair{&MAIN_WINDOW_Y, TOP}}) {
+void keepWindowPosition(int left, int top) {
+  for (auto [parameter, value] : {std::pair{&MAIN_WINDOW_X, left}, std::pair{&MAIN_WINDOW_Y, top}}) {
     const std::int32_t before = parameter->value;
     parameter->set(value);
     if (lf_atLimit(*parameter)) parameter->set(before);

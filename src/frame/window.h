@@ -11,7 +11,7 @@ namespace ory {
 inline constexpr unsigned startMessage = 0x8001; // runs lf_startUpTrovalyn
 inline constexpr unsigned endMessage = 0x8002;   // ends the program
 
-void postWindowMessage(unsigned MESSAGE);
+void postWindowMessage(unsigned message);
 bool windowExists();
 
 // MAIN_WINDOW_X and MAIN_WINDOW_Y from parameters.xml, which is not created here; a value at a limit of its
@@ -19,14 +19,14 @@ bool windowExists();
 void readWindowPosition();
 // Stores where the window stands at the end; a coordinate that lands on a limit (a minimised window reports
 // -32000) keeps the value it had.
-void keepWindowPosition(int LEFT, int TOP);
+void keepWindowPosition(int left, int top);
 
 // The frame's handling of its own messages, shared by both faces.
 void onStartMessage(); // 0x8001: starts lf_startUpTrovalyn on its own thread
 void onCloseRequest(); // the user closes the window
 void onEndMessage();   // 0x8002, after the face has saved its position: log the time, close the log
 
-// Headless face: waits up to TIMEOUT_MS for the next posted message; 0 when none came.
-unsigned nextPostedMessage(int TIMEOUT_MS);
+// Headless face: waits up to timeoutMs for the next posted message; 0 when none came.
+unsigned nextPostedMessage(int timeoutMs);
 
 } // namespace ory

@@ -17,9 +17,9 @@ std::condition_variable lf_queueSignal;
 std::deque<unsigned> lf_queue;
 } // namespace
 
-void paintMessageBand(std::string_view TEXT, bool ERROR_LINE) {
-  if (TEXT.empty()) return;
-  fmt::print("{}: {}\n", ERROR_LINE ? "error" : "message", TEXT);
+void paintMessageBand(std::string_view text, bool errorLine) {
+  if (text.empty()) return;
+  fmt::print("{}: {}\n", errorLine ? "error" : "message", text);
   std::fflush(stdout);
 }
 
@@ -32,10 +32,10 @@ void enableControl(const Control&, bool) {}
 void setTopmost(bool) {}
 void repaintWindow() {}
 
-void postWindowMessage(unsigned MESSAGE) {
+void postWindowMessage(unsigned message) {
   // Notified under the lock: the waiter may end the process as soon as it has the message.
   std::lock_guard lock(lf_queueLock);
-  lf_queue.push_back(MESSAGE);
+  lf_queue.push_back(message);
   lf_queueSignal.notify_one();
 }
 
@@ -43,9 +43,9 @@ bool windowExists() {
   return true;
 }
 
-unsigned nextPostedMessage(int TIMEOUT_MS) {
+unsigned nextPostedMessage(int timeoutMs) {
   std::unique_lock lock(lf_queueLock);
-  if (!lf_queueSignal.wait_for(lock, std::chrono::milliseconds(TIMEOUT_MS), [] { return !lf_queue.empty(); }))
+  if (!lf_queueSignal.wait_for(lock, std::chrono::milliseconds(timeoutMs), [] { return !lf_queue.empty(); }))
     return 0;
   const unsigned message = lf_queue.front();
   lf_queue.pop_front();

@@ -54,11 +54,11 @@ struct Label {
 COLORREF lf_blackText() {
   return lf_black;
 }
-std::function<COLORREF()> lf_whenOn(const BoolParameter& P, COLORREF ON) {
-  return [&P, ON] { return P.value ? ON : lf_black; };
+std::function<COLORREF()> lf_whenOn(const BoolParameter& p, COLORREF on) {
+  return [&p, on] { return p.value ? on : lf_black; };
 }
-std::function<COLORREF()> lf_whenOff(const BoolParameter& P, COLORREF OFF) {
-  return [&P, OFF] { return P.value ? lf_black : OFF; };
+std::function<COLORREF()> lf_whenOff(const BoolParameter& p, COLORREF off) {
+  return [&p, off] { return p.value ? lf_black : off; };
 }
 
 const Label lf_labels[] = {
@@ -101,84 +101,84 @@ const Label lf_labels[] = {
     {"Max fit:", 400, 343, lf_blackText},
 };
 
-void lf_fill(HDC DC, const RECT& BAND, COLORREF COLOUR) {
-  HBRUSH brush = CreateSolidBrush(COLOUR);
-  FillRect(DC, &BAND, brush);
+void lf_fill(HDC dc, const RECT& band, COLORREF colour) {
+  HBRUSH brush = CreateSolidBrush(colour);
+  FillRect(dc, &band, brush);
   DeleteObject(brush);
 }
 
-void lf_text(HDC DC, int X, int Y, COLORREF COLOUR, std::string_view TEXT) {
-  const std::wstring wide = utf8ToWide(TEXT);
-  SetTextColor(DC, COLOUR);
-  TextOutW(DC, X, Y, wide.c_str(), static_cast<int>(wide.size()));
+void lf_text(HDC dc, int x, int y, COLORREF colour, std::string_view text) {
+  const std::wstring wide = utf8ToWide(text);
+  SetTextColor(dc, colour);
+  TextOutW(dc, x, y, wide.c_str(), static_cast<int>(wide.size()));
 }
 
-std::string lf_guarded(const std::string& TEXT) {
+std::string lf_guarded(const std::string& text) {
   std::lock_guard lock(windowTextLock);
-  return TEXT;
+  return text;
 }
 
-void lf_whiteLines(HDC DC) {
+void lf_whiteLines(HDC dc) {
   HPEN pen = CreatePen(PS_SOLID, 1, lf_white);
-  HGDIOBJ old = SelectObject(DC, pen);
+  HGDIOBJ old = SelectObject(dc, pen);
   for (int y : {28, 113, 364, 421}) {
     const POINT line[2] = {{0, y}, {lf_width, y}};
-    Polyline(DC, line, 2);
+    Polyline(dc, line, 2);
   }
-  SelectObject(DC, old);
+  SelectObject(dc, old);
   DeleteObject(pen);
 }
 
-COLORREF lf_markColour(FeedMark MARK) {
-  return MARK == FeedMark::running ? lf_lime : lf_yellow;
+COLORREF lf_markColour(FeedMark mark) {
+  return mark == FeedMark::running ? lf_lime : lf_yellow;
 }
 
-std::string lf_countText(std::string_view NAME, std::int32_t COUNT) {
-  return COUNT < 0 ? fmt::format("# {}: ...", NAME) : fmt::format("# {}: {}", NAME, COUNT);
+std::string lf_countText(std::string_view name, std::int32_t count) {
+  return count < 0 ? fmt::format("# {}: ...", name) : fmt::format("# {}: {}", name, count);
 }
 
-void lf_paintStatus(HDC DC) {
+void lf_paintStatus(HDC dc) {
   const bool simFull = display.simConnected && simRunning && !lf_guarded(display.simSubText).empty();
-  lf_fill(DC, {397, 30, 425, 112}, simFull ? lf_lime : display.simConnected ? lf_yellow : lf_red);
-  lf_text(DC, 398, 63, lf_black, "Sim");
-  lf_text(DC, 5, 35, lf_lime, lf_guarded(display.simText));
-  lf_text(DC, 5, 63, lf_lime, lf_guarded(display.simSubText));
+  lf_fill(dc, {397, 30, 425, 112}, simFull ? lf_lime : display.simConnected ? lf_yellow : lf_red);
+  lf_text(dc, 398, 63, lf_black, "Sim");
+  lf_text(dc, 5, 35, lf_lime, lf_guarded(display.simText));
+  lf_text(dc, 5, 63, lf_lime, lf_guarded(display.simSubText));
   const std::int32_t liveries = display.liveryCount;
-  lf_text(DC, 5, 91, liveries < 0 ? lf_red : lf_lime, lf_countText("liveries", liveries));
+  lf_text(dc, 5, 91, liveries < 0 ? lf_red : lf_lime, lf_countText("liveries", liveries));
   const std::int32_t orbx = display.orbxAirportCount;
-  lf_text(DC, 141, 91, orbx < 0 ? lf_yellow : lf_lime, lf_countText("ORBX", orbx));
+  lf_text(dc, 141, 91, orbx < 0 ? lf_yellow : lf_lime, lf_countText("ORBX", orbx));
   const std::int32_t thirdparty = display.thirdpartyAirportCount;
-  lf_text(DC, 278, 91, thirdparty < 0 ? lf_yellow : lf_lime, lf_countText("thirdp", thirdparty));
+  lf_text(dc, 278, 91, thirdparty < 0 ? lf_yellow : lf_lime, lf_countText("thirdp", thirdparty));
 
   const FeedMark traffic = display.trafficMark;
   const FeedMark weather = display.weatherMark;
   const bool linked = display.rtLinkUp;
   const bool allRunning = traffic == FeedMark::running && weather == FeedMark::running;
-  lf_fill(DC, {425, 30, 453, 112}, !linked ? lf_red : allRunning ? lf_lime : lf_yellow);
-  lf_text(DC, 430, 63, lf_black, "RT");
-  lf_text(DC, 458, 35, lf_lime, lf_guarded(display.rtStatusText));
-  if (weather != FeedMark::notConnected) lf_text(DC, 458, 63, lf_markColour(weather), "Weather");
-  if (traffic != FeedMark::notConnected) lf_text(DC, 458, 91, lf_markColour(traffic), "Traffic");
+  lf_fill(dc, {425, 30, 453, 112}, !linked ? lf_red : allRunning ? lf_lime : lf_yellow);
+  lf_text(dc, 430, 63, lf_black, "RT");
+  lf_text(dc, 458, 35, lf_lime, lf_guarded(display.rtStatusText));
+  if (weather != FeedMark::notConnected) lf_text(dc, 458, 63, lf_markColour(weather), "Weather");
+  if (traffic != FeedMark::notConnected) lf_text(dc, 458, 91, lf_markColour(traffic), "Traffic");
   if (!linked) return;
-  lf_text(DC, 642, 63, lf_lime, fmt::format("qnh: {:4}", display.qnh.load()));
-  lf_text(DC, 642, 91, lf_lime, fmt::format("live: {:3}", display.liveCount.load()));
+  lf_text(dc, 642, 63, lf_lime, fmt::format("qnh: {:4}", display.qnh.load()));
+  lf_text(dc, 642, 91, lf_lime, fmt::format("live: {:3}", display.liveCount.load()));
 }
 
-void lf_paintParameters(HDC DC) {
+void lf_paintParameters(HDC dc) {
   for (const Label& label : lf_labels)
-    lf_text(DC, label.x, label.y, label.colour(), label.text);
+    lf_text(dc, label.x, label.y, label.colour(), label.text);
   const std::int32_t tblo = display.tbloAirportCount;
-  lf_text(DC, 323, 175, lf_yellow, fmt::format("{} airport{} in TBLO folder", tblo, tblo == 1 ? "" : "s"));
+  lf_text(dc, 323, 175, lf_yellow, fmt::format("{} airport{} in TBLO folder", tblo, tblo == 1 ? "" : "s"));
   const std::string stand = lf_guarded(display.standText);
-  lf_text(DC, 5, 315, stand.empty() ? lf_red : lf_yellow, "Airport parking:");
+  lf_text(dc, 5, 315, stand.empty() ? lf_red : lf_yellow, "Airport parking:");
 }
 
-void lf_paintParking(HDC DC) {
+void lf_paintParking(HDC dc) {
   const std::string stand = lf_guarded(display.standText);
-  if (!stand.empty()) lf_text(DC, 5, 371, lf_lime, stand);
+  if (!stand.empty()) lf_text(dc, 5, 371, lf_lime, stand);
 }
 
-void lf_paintMessage(HDC DC) {
+void lf_paintMessage(HDC dc) {
   std::string error;
   std::string message;
   {
@@ -186,13 +186,13 @@ void lf_paintMessage(HDC DC) {
     error = display.errorText;
     message = display.messageText;
   }
-  lf_fill(DC, lf_messageBand, error.empty() ? lf_lime : lf_red);
-  lf_text(DC, 3, 427, lf_yellow, error.empty() ? message : error);
+  lf_fill(dc, lf_messageBand, error.empty() ? lf_lime : lf_red);
+  lf_text(dc, 3, 427, lf_yellow, error.empty() ? message : error);
 }
 
-void lf_paint(HWND WINDOW) {
+void lf_paint(HWND window) {
   PAINTSTRUCT paint{};
-  HDC dc = BeginPaint(WINDOW, &paint);
+  HDC dc = BeginPaint(window, &paint);
   lf_fill(dc, lf_titleBand, lf_black);
   lf_fill(dc, lf_statusBand, lf_black);
   lf_fill(dc, lf_parameterBand, lf_lightBlue);
@@ -207,29 +207,29 @@ void lf_paint(HWND WINDOW) {
   lf_paintParameters(dc);
   lf_paintParking(dc);
   lf_paintMessage(dc);
-  EndPaint(WINDOW, &paint);
+  EndPaint(window, &paint);
 }
 
-void lf_savePosition(HWND WINDOW) {
+void lf_savePosition(HWND window) {
   RECT rect{};
-  if (GetWindowRect(WINDOW, &rect)) keepWindowPosition(rect.left, rect.top);
+  if (GetWindowRect(window, &rect)) keepWindowPosition(rect.left, rect.top);
 }
 
-LRESULT CALLBACK lf_procedure(HWND WINDOW, UINT MESSAGE, WPARAM W, LPARAM L) {
-  switch (MESSAGE) {
+LRESULT CALLBACK lf_procedure(HWND window, UINT message, WPARAM w, LPARAM l) {
+  switch (message) {
   case startMessage:
     onStartMessage();
     return 0;
   case endMessage:
-    lf_savePosition(WINDOW);
+    lf_savePosition(window);
     onEndMessage();
     PostQuitMessage(0);
     return 0;
   case WM_PAINT:
-    lf_paint(WINDOW);
+    lf_paint(window);
     return 0;
   case WM_SIZE:
-    InvalidateRect(WINDOW, nullptr, FALSE);
+    InvalidateRect(window, nullptr, FALSE);
     return 0;
   case WM_ERASEBKGND:
     return 1;
@@ -240,7 +240,7 @@ LRESULT CALLBACK lf_procedure(HWND WINDOW, UINT MESSAGE, WPARAM W, LPARAM L) {
     PostQuitMessage(0);
     return 0;
   default:
-    return DefWindowProcW(WINDOW, MESSAGE, W, L);
+    return DefWindowProcW(window, message, w, l);
   }
 }
 
@@ -250,48 +250,48 @@ void paintMessageBand(std::string_view, bool) {
   if (lf_window) InvalidateRect(lf_window, &lf_messageBand, FALSE);
 }
 
-void showBool(const BoolParameter& PARAMETER) {
-  if (PARAMETER.handle)
-    SendMessageW(static_cast<HWND>(PARAMETER.handle), BM_SETCHECK,
-                 PARAMETER.value ? BST_CHECKED : BST_UNCHECKED, 0);
+void showBool(const BoolParameter& parameter) {
+  if (parameter.handle)
+    SendMessageW(static_cast<HWND>(parameter.handle), BM_SETCHECK,
+                 parameter.value ? BST_CHECKED : BST_UNCHECKED, 0);
   repaintWindow();
 }
 
-void showInt(const IntParameter& PARAMETER) {
-  if (PARAMETER.handle)
-    SetWindowTextW(static_cast<HWND>(PARAMETER.handle), std::to_wstring(PARAMETER.value.load()).c_str());
+void showInt(const IntParameter& parameter) {
+  if (parameter.handle)
+    SetWindowTextW(static_cast<HWND>(parameter.handle), std::to_wstring(parameter.value.load()).c_str());
 }
 
-void showFloat(const FloatParameter& PARAMETER) {
-  if (PARAMETER.handle)
-    SetWindowTextW(static_cast<HWND>(PARAMETER.handle),
-                   utf8ToWide(fmt::format("{:.1f}", PARAMETER.value.load())).c_str());
+void showFloat(const FloatParameter& parameter) {
+  if (parameter.handle)
+    SetWindowTextW(static_cast<HWND>(parameter.handle),
+                   utf8ToWide(fmt::format("{:.1f}", parameter.value.load())).c_str());
 }
 
-void showText(const TextParameter& PARAMETER) {
-  if (PARAMETER.handle)
-    SetWindowTextW(static_cast<HWND>(PARAMETER.handle), utf8ToWide(PARAMETER.value).c_str());
+void showText(const TextParameter& parameter) {
+  if (parameter.handle)
+    SetWindowTextW(static_cast<HWND>(parameter.handle), utf8ToWide(parameter.value).c_str());
 }
 
-void clearEdit(const Control& CONTROL) {
-  if (CONTROL.handle) SetWindowTextW(static_cast<HWND>(CONTROL.handle), L"");
+void clearEdit(const Control& control) {
+  if (control.handle) SetWindowTextW(static_cast<HWND>(control.handle), L"");
 }
 
-void enableControl(const Control& CONTROL, bool ENABLE) {
-  if (CONTROL.handle) EnableWindow(static_cast<HWND>(CONTROL.handle), ENABLE ? TRUE : FALSE);
+void enableControl(const Control& control, bool enable) {
+  if (control.handle) EnableWindow(static_cast<HWND>(control.handle), enable ? TRUE : FALSE);
 }
 
-void setTopmost(bool TOPMOST) {
+void setTopmost(bool topmost) {
   if (lf_window)
-    SetWindowPos(lf_window, TOPMOST ? HWND_TOPMOST : HWND_NOTOPMOST, 0, 0, 0, 0, SWP_NOMOVE | SWP_NOSIZE);
+    SetWindowPos(lf_window, topmost ? HWND_TOPMOST : HWND_NOTOPMOST, 0, 0, 0, 0, SWP_NOMOVE | SWP_NOSIZE);
 }
 
 void repaintWindow() {
   if (lf_window) InvalidateRect(lf_window, nullptr, FALSE);
 }
 
-void postWindowMessage(unsigned MESSAGE) {
-  if (lf_window) PostMessageW(lf_window, MESSAGE, 0, 0);
+void postWindowMessage(unsigned message) {
+  if (lf_window) PostMessageW(lf_window, message, 0, 0);
 }
 
 bool windowExists() {
@@ -302,8 +302,8 @@ unsigned nextPostedMessage(int) {
   return 0;
 }
 
-bool createMainWindow(void* INSTANCE) {
-  auto* instance = static_cast<HINSTANCE>(INSTANCE);
+bool createMainWindow(void* rawInstance) {
+  auto* instance = static_cast<HINSTANCE>(rawInstance);
   LoadStringW(instance, lf_titleResource, lf_title, 100);
   WNDCLASSEXW windowClass{};
   windowClass.cbSize = sizeof(windowClass);

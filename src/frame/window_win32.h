@@ -4,7 +4,7 @@
 namespace ory {
 
 // Registers the class and creates the 880 by 488 window at MAIN_WINDOW_X and MAIN_WINDOW_Y; false on failure.
-bool createMainWindow(void* INSTANCE);
+bool createMainWindow(void* instance);
 // The message loop; gives the quit code.
 int runMessageLoop();
 

@@ -24,66 +24,66 @@ constexpr std::array<std::string_view, 10> stockFolders{
 // Packages with SimObjects that are no aircraft.
 constexpr std::array<std::string_view, 2> skippedPackages{"Lights Reborn", "Aerosoft Geneva Professional"};
 
-bool lf_isSkippedPackage(std::string_view PATH) {
+bool lf_isSkippedPackage(std::string_view path) {
   return std::any_of(skippedPackages.begin(), skippedPackages.end(),
-                     [PATH](std::string_view WORD) { return PATH.find(WORD) != std::string_view::npos; });
+                     [path](std::string_view word) { return path.find(word) != std::string_view::npos; });
 }
 
 // The trimmed text behind the first '='.
-std::string_view lf_value(std::string_view LINE) {
-  const std::size_t equals = LINE.find('=');
-  return equals == std::string_view::npos ? std::string_view() : trimBlanks(LINE.substr(equals + 1));
+std::string_view lf_value(std::string_view line) {
+  const std::size_t equals = line.find('=');
+  return equals == std::string_view::npos ? std::string_view() : trimBlanks(line.substr(equals + 1));
 }
 
-std::string lf_upper(std::string_view TEXT) {
-  std::string upper(TEXT);
+std::string lf_upper(std::string_view text) {
+  std::string upper(text);
   std::transform(upper.begin(), upper.end(), upper.begin(),
                  [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
   return upper;
 }
 
-bool lf_isSection(std::string_view LINE) {
-  return trimBlanks(LINE).starts_with('[');
+bool lf_isSection(std::string_view line) {
+  return trimBlanks(line).starts_with('[');
 }
 
-// "[Package.3]" or "[Entry.0]": a section line naming WORD.
-bool lf_isSection(std::string_view LINE, std::string_view UPPER_WORD) {
-  return lf_isSection(LINE) && lf_upper(trimBlanks(LINE)).find(UPPER_WORD) != std::string::npos;
+// "[Package.3]" or "[Entry.0]": a section line naming word.
+bool lf_isSection(std::string_view line, std::string_view upperWord) {
+  return lf_isSection(line) && lf_upper(trimBlanks(line)).find(upperWord) != std::string::npos;
 }
 
-bool lf_isKey(std::string_view LINE, std::string_view UPPER_KEY) {
-  const std::string_view trimmed = trimBlanks(LINE);
+bool lf_isKey(std::string_view line, std::string_view upperKey) {
+  const std::string_view trimmed = trimBlanks(line);
   const std::size_t equals = trimmed.find('=');
-  return equals != std::string_view::npos && lf_upper(trimBlanks(trimmed.substr(0, equals))) == UPPER_KEY;
+  return equals != std::string_view::npos && lf_upper(trimBlanks(trimmed.substr(0, equals))) == upperKey;
 }
 
-bool lf_isStockFolder(std::string_view PATH) {
+bool lf_isStockFolder(std::string_view path) {
   return std::any_of(stockFolders.begin(), stockFolders.end(),
-                     [PATH](std::string_view WORD) { return PATH.find(WORD) != std::string_view::npos; });
+                     [path](std::string_view word) { return path.find(word) != std::string_view::npos; });
 }
 
 // "C:\..." or "\\server\..." (and "/..." for tests on POSIX) stand for themselves.
-bool lf_isAbsolute(std::string_view TEXT) {
-  return (TEXT.size() >= 2 && TEXT[1] == ':') || TEXT.starts_with("\\\\") || TEXT.starts_with('/');
+bool lf_isAbsolute(std::string_view text) {
+  return (text.size() >= 2 && text[1] == ':') || text.starts_with("\\\\") || text.starts_with('/');
 }
 
-fs::path lf_configFile(const fs::path& BASE, std::int32_t VERSION, std::string_view NAME) {
-  return BASE / "Lockheed Martin" / fmt::format("Prepar3D v{}", VERSION) / NAME;
+fs::path lf_configFile(const fs::path& base, std::int32_t version, std::string_view name) {
+  return base / "Lockheed Martin" / fmt::format("Prepar3D v{}", version) / name;
 }
 
 // Lines of a configuration file, with its frame lines in the log; empty when it is missing.
-std::vector<std::string> lf_readConfig(const fs::path& FILE) {
-  logLine(fmt::format("\nReading {} for AI add-on packages...", pathText(FILE)));
+std::vector<std::string> lf_readConfig(const fs::path& file) {
+  logLine(fmt::format("\nReading {} for AI add-on packages...", pathText(file)));
   std::vector<std::string> lines;
-  if (!fs::exists(FILE) || !gf_readExtTextFileToStringVector(FILE, lines))
-    logLine(pathText(FILE) + " not found!");
+  if (!fs::exists(file) || !gf_readExtTextFileToStringVector(file, lines))
+    logLine(pathText(file) + " not found!");
   return lines;
 }
 
 // The SimObjects components of one package, from its add-on.xml.
-std::vector<fs::path> lf_packageSimObjects(const fs::path& PACKAGE) {
-  logLine(fmt::format("   exploring {}", pathText(PACKAGE)));
-  const fs::path file = PACKAGE / "add-on.xml";
+std::vector<fs::path> lf_packageSimObjects(const fs::path& package) {
+  logLine(fmt::format("   exploring {}", pathText(package)));
+  const fs::path file = package / "add-on.xml";
   pugi::xml_document document;
   if (!document.load_file(file.c_str())) {
     logLine(pathText(file) + " not found!");
@@ -93,7 +93,7 @@ std::vector<fs::path> lf_packageSimObjects(const fs::path& PACKAGE) {
   for (const pugi::xml_node component : document.first_child().children("AddOn.Component")) {
     if (lf_upper(trimBlanks(component.child_value("Category"))) != "SIMOBJECTS") continue;
     const std::string_view path = trimBlanks(component.child_value("Path"));
-    const fs::path folder = PACKAGE / configPath(path);
+    const fs::path folder = package / configPath(path);
     if (path.empty() || lf_isSkippedPackage(pathText(folder))) continue;
     logLine(fmt::format("      Simobjects found:{}", path));
     folders.push_back(folder);
@@ -106,31 +106,31 @@ struct Package {
   bool active = true; // the simulator loads an inactive package's folders no more
 };
 
-void lf_examine(const Package& PACKAGE, std::vector<fs::path>& FOLDERS, std::int32_t& FOUND) {
-  if (!PACKAGE.active) return;
-  for (const std::string& path : PACKAGE.paths) {
+void lf_examine(const Package& package, std::vector<fs::path>& rawFolders, std::int32_t& found) {
+  if (!package.active) return;
+  for (const std::string& path : package.paths) {
     const std::vector<fs::path> folders = lf_packageSimObjects(configPath(path));
-    FOUND += folders.empty() ? 0 : 1;
-    FOLDERS.insert(FOLDERS.end(), folders.begin(), folders.end());
+    found += folders.empty() ? 0 : 1;
+    rawFolders.insert(rawFolders.end(), folders.begin(), folders.end());
   }
 }
 
 } // namespace
 
-fs::path configPath(std::string_view TEXT) {
-  std::string text(TEXT);
+fs::path configPath(std::string_view rawText) {
+  std::string text(rawText);
   std::replace(text.begin(), text.end(), '\\', '/');
   return fs::path(std::u8string(text.begin(), text.end())).make_preferred();
 }
 
-std::vector<fs::path> addOnPackageFolders(std::int32_t VERSION) {
+std::vector<fs::path> addOnPackageFolders(std::int32_t version) {
   std::vector<fs::path> folders;
   std::int32_t found = 0;
   // Only [Package.N] sections name packages; a [DiscoveryPath.N] holds packages that have entries of their
   // own.
   Package package;
   bool inPackage = false;
-  for (const std::string& line : lf_readConfig(lf_configFile(appDataFolder(), VERSION, "add-ons.cfg"))) {
+  for (const std::string& line : lf_readConfig(lf_configFile(appDataFolder(), version, "add-ons.cfg"))) {
     if (lf_isSection(line)) {
       lf_examine(package, folders, found);
       package = {};
@@ -149,7 +149,7 @@ std::vector<fs::path> addOnPackageFolders(std::int32_t VERSION) {
   return folders;
 }
 
-std::vector<fs::path> simObjectsCfgFolders(std::int32_t VERSION, std::string_view INSTALL_PATH) {
+std::vector<fs::path> simObjectsCfgFolders(std::int32_t version, std::string_view installPath) {
   std::vector<fs::path> folders;
   std::vector<fs::path> entry;
   bool active = true;
@@ -160,7 +160,7 @@ std::vector<fs::path> simObjectsCfgFolders(std::int32_t VERSION, std::string_vie
     active = true;
   };
   for (const std::string& line :
-       lf_readConfig(lf_configFile(programDataFolder(), VERSION, "simobjects.cfg"))) {
+       lf_readConfig(lf_configFile(programDataFolder(), version, "simobjects.cfg"))) {
     if (lf_isSection(line)) {
       close();
       inEntry = lf_isSection(line, "ENTRY");
@@ -173,7 +173,7 @@ std::vector<fs::path> simObjectsCfgFolders(std::int32_t VERSION, std::string_vie
       if (lf_isAbsolute(path))
         entry.push_back(configPath(path));
       else if (!lf_isStockFolder(path))
-        entry.push_back(configPath(INSTALL_PATH) / configPath(path));
+        entry.push_back(configPath(installPath) / configPath(path));
     }
   }
   close();

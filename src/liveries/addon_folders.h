@@ -10,12 +10,12 @@
 namespace ory {
 
 // A path as written in the simulator's configuration, for this platform (backslashes become separators).
-std::filesystem::path configPath(std::string_view TEXT);
+std::filesystem::path configPath(std::string_view text);
 
-// %APPDATA%\Lockheed Martin\Prepar3D v{VERSION}\add-ons.cfg: the SimObjects folders of its packages.
-std::vector<std::filesystem::path> addOnPackageFolders(std::int32_t VERSION);
-// ProgramData\Lockheed Martin\Prepar3D v{VERSION}\simobjects.cfg: its add-on entries, relative ones below
-// INSTALL_PATH.
-std::vector<std::filesystem::path> simObjectsCfgFolders(std::int32_t VERSION, std::string_view INSTALL_PATH);
+// %APPDATA%\Lockheed Martin\Prepar3D v{version}\add-ons.cfg: the SimObjects folders of its packages.
+std::vector<std::filesystem::path> addOnPackageFolders(std::int32_t version);
+// ProgramData\Lockheed Martin\Prepar3D v{version}\simobjects.cfg: its add-on entries, relative ones below
+// installPath.
+std::vector<std::filesystem::path> simObjectsCfgFolders(std::int32_t version, std::string_view installPath);
 
 } // namespace ory

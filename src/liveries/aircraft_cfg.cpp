@@ -64,92 +64,92 @@ struct Keys {
   std::string_view texture;
 };
 
-std::string lf_lowerAscii(std::string_view TEXT) {
-  std::string lower(TEXT);
+std::string lf_lowerAscii(std::string_view text) {
+  std::string lower(text);
   for (char& c : lower)
     if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
   return lower;
 }
 
-fs::path lf_pathOf(std::string_view UTF8) {
-  return fs::path(std::u8string(UTF8.begin(), UTF8.end()));
+fs::path lf_pathOf(std::string_view utf8) {
+  return fs::path(std::u8string(utf8.begin(), utf8.end()));
 }
 
 // Win32 drops trailing dots and blanks of a name: "model." is the folder "model", as the simulator finds it.
-std::string_view lf_win32Name(std::string_view NAME) {
-  while (!NAME.empty() && (NAME.back() == '.' || NAME.back() == ' '))
-    NAME.remove_suffix(1);
-  return NAME;
+std::string_view lf_win32Name(std::string_view name) {
+  while (!name.empty() && (name.back() == '.' || name.back() == ' '))
+    name.remove_suffix(1);
+  return name;
 }
 
-const TextMap<Kind>& lf_listing(File& FILE) {
-  if (FILE.listing) return *FILE.listing;
-  FILE.listing.emplace();
+const TextMap<Kind>& lf_listing(File& file) {
+  if (file.listing) return *file.listing;
+  file.listing.emplace();
   std::error_code error;
-  for (fs::directory_iterator it(FILE.folder, error), end; !error && it != end; it.increment(error)) {
+  for (fs::directory_iterator it(file.folder, error), end; !error && it != end; it.increment(error)) {
     std::error_code ignored;
     const Kind kind = it->is_directory(ignored)      ? Kind::folder
                       : it->is_regular_file(ignored) ? Kind::file
                                                      : Kind::other;
-    FILE.listing->emplace(lf_lowerAscii(pathText(it->path().filename())), kind);
+    file.listing->emplace(lf_lowerAscii(pathText(it->path().filename())), kind);
   }
-  return *FILE.listing;
+  return *file.listing;
 }
 
-// Whether NAME below the file's folder is a folder (or a file), ignoring letter case as Windows does. One
+// Whether name below the file's folder is a folder (or a file), ignoring letter case as Windows does. One
 // listing of the folder serves all sections of a file; a name with a path in it asks the file system.
-bool lf_exists(File& FILE, std::string_view NAME, Kind KIND) {
-  const std::string_view name = lf_win32Name(NAME);
+bool lf_exists(File& file, std::string_view rawName, Kind kind) {
+  const std::string_view name = lf_win32Name(rawName);
   if (name.find_first_of("\\/") == std::string_view::npos) {
-    const TextMap<Kind>& listing = lf_listing(FILE);
-    if (const auto it = listing.find(lf_lowerAscii(name)); it != listing.end()) return it->second == KIND;
+    const TextMap<Kind>& listing = lf_listing(file);
+    if (const auto it = listing.find(lf_lowerAscii(name)); it != listing.end()) return it->second == kind;
   }
   std::string relative(name);
   std::replace(relative.begin(), relative.end(), '\\', '/');
   std::error_code error;
-  const fs::file_status status = fs::status(FILE.folder / lf_pathOf(relative), error);
-  return KIND == Kind::folder ? fs::is_directory(status) : fs::is_regular_file(status);
+  const fs::file_status status = fs::status(file.folder / lf_pathOf(relative), error);
+  return kind == Kind::folder ? fs::is_directory(status) : fs::is_regular_file(status);
 }
 
-bool lf_isManufacturer(std::string_view CODE) {
-  return std::find(manufacturerCodes.begin(), manufacturerCodes.end(), CODE) != manufacturerCodes.end();
+bool lf_isManufacturer(std::string_view code) {
+  return std::find(manufacturerCodes.begin(), manufacturerCodes.end(), code) != manufacturerCodes.end();
 }
 
 // The program's own codes for generic and private liveries are airlines whatever the database lists.
-bool lf_isLiveryAirline(std::string_view CODE) {
-  return CODE == "ZZZ" || CODE == "PVT" || isValidAirline(CODE);
+bool lf_isLiveryAirline(std::string_view code) {
+  return code == "ZZZ" || code == "PVT" || isValidAirline(code);
 }
 
 // "a , b" -> "a,b"; empty tokens stay, so that they are reported.
-std::string lf_withoutBlanks(std::string_view LIST) {
+std::string lf_withoutBlanks(std::string_view list) {
   std::string joined;
-  for (const std::string_view token : splitFields(LIST, ',')) {
-    if (token.data() != LIST.data()) joined += ',';
+  for (const std::string_view token : splitFields(list, ',')) {
+    if (token.data() != list.data()) joined += ',';
     joined += trimBlanks(token);
   }
   return joined;
 }
 
 // An add-on's comment behind a path value ("model=long //clean,long") is no part of the name.
-std::string_view lf_withoutComment(std::string_view VALUE) {
-  return trimBlanks(VALUE.substr(0, VALUE.find("//")));
+std::string_view lf_withoutComment(std::string_view value) {
+  return trimBlanks(value.substr(0, value.find("//")));
 }
 
-std::string lf_validOrFixedModel(std::string_view CODE, const std::string& FILE_TEXT) {
-  if (isValidModel(CODE)) return std::string(CODE);
-  if (const auto fix = modelFixes.find(CODE); fix != modelFixes.end()) {
-    fixesReport.add(fmt::format("Fix: {} found in {} changed into {}", CODE, FILE_TEXT, fix->second));
+std::string lf_validOrFixedModel(std::string_view code, const std::string& fileText) {
+  if (isValidModel(code)) return std::string(code);
+  if (const auto fix = modelFixes.find(code); fix != modelFixes.end()) {
+    fixesReport.add(fmt::format("Fix: {} found in {} changed into {}", code, fileText, fix->second));
     return fix->second;
   }
-  invalidModelsReport.add(fmt::format("{:16} in {}", CODE, FILE_TEXT));
+  invalidModelsReport.add(fmt::format("{:16} in {}", code, fileText));
   return {};
 }
 
 // The number text of a section header; a header whose number can't be read counts as 10000.
-std::optional<std::string_view> lf_headerNumber(std::string_view LINE) {
-  if (LINE.starts_with("//")) return std::nullopt;
-  if (const auto digits = fltsimHeaderDigits(LINE)) return digits;
-  if (LINE.find("[fltsim.") != std::string_view::npos || LINE.find("[FLTSIM.") != std::string_view::npos)
+std::optional<std::string_view> lf_headerNumber(std::string_view line) {
+  if (line.starts_with("//")) return std::nullopt;
+  if (const auto digits = fltsimHeaderDigits(line)) return digits;
+  if (line.find("[fltsim.") != std::string_view::npos || line.find("[FLTSIM.") != std::string_view::npos)
     return "10000";
   return std::nullopt;
 }
@@ -157,9 +157,9 @@ std::optional<std::string_view> lf_headerNumber(std::string_view LINE) {
 enum class Numbers { invalid, none, fine };
 
 // Sections must be numbered 0, 1, 2 ... without gaps, or the simulator reads none of them.
-Numbers lf_checkNumbers(const File& FILE, const std::vector<std::string>& LINES) {
+Numbers lf_checkNumbers(const File& file, const std::vector<std::string>& lines) {
   std::vector<std::int32_t> numbers;
-  for (const std::string& line : LINES) {
+  for (const std::string& line : lines) {
     const auto text = lf_headerNumber(line);
     if (!text) continue;
     std::int32_t number = 0;
@@ -167,13 +167,13 @@ Numbers lf_checkNumbers(const File& FILE, const std::vector<std::string>& LINES)
     if (status != std::errc() || end != text->data() + text->size()) {
       const std::string reason = fmt::format("fltsim num {} incorrect", *text);
       logWarning(reason);
-      invalidFilesReport.add(FILE.text + " contains " + reason);
+      invalidFilesReport.add(file.text + " contains " + reason);
       return Numbers::invalid;
     }
     numbers.push_back(number);
   }
   if (numbers.empty()) {
-    noSectionFilesReport.add(FILE.text);
+    noSectionFilesReport.add(file.text);
     return Numbers::none;
   }
   std::sort(numbers.begin(), numbers.end());
@@ -182,135 +182,135 @@ Numbers lf_checkNumbers(const File& FILE, const std::vector<std::string>& LINES)
     const std::string reason = numbers[i] == noNumber
                                    ? std::string("a [fltsim.] section without a number")
                                    : fmt::format("non-consecutive [fltsim.x] numbers at .x={}", numbers[i]);
-    invalidFilesReport.add(FILE.text + " contains " + reason);
+    invalidFilesReport.add(file.text + " contains " + reason);
     return Numbers::invalid;
   }
   return Numbers::fine;
 }
 
 // Always false: the section ends.
-bool lf_incomplete(const File& FILE, std::string_view HEADER, std::string_view WHAT) {
-  incompleteSectionsReport.add(fmt::format("{} {} {}", FILE.text, HEADER, WHAT));
+bool lf_incomplete(const File& file, std::string_view header, std::string_view what) {
+  incompleteSectionsReport.add(fmt::format("{} {} {}", file.text, header, what));
   return false;
 }
 
-bool lf_secondAtcId(const File& FILE, std::string_view HEADER) {
-  incompleteSectionsReport.add(fmt::format("{}, {}, has more than one atc_id key", FILE.text, HEADER));
+bool lf_secondAtcId(const File& file, std::string_view header) {
+  incompleteSectionsReport.add(fmt::format("{}, {}, has more than one atc_id key", file.text, header));
   return false;
 }
 
-// The first value of a path key is kept; true when LINE was one.
-bool lf_readPathKey(std::string_view LINE, Keys& KEYS) {
+// The first value of a path key is kept; true when line was one.
+bool lf_readPathKey(std::string_view line, Keys& keys) {
   for (const auto& [key, slot] :
-       {std::pair{"model", &KEYS.model}, {"sim", &KEYS.sim}, {"texture", &KEYS.texture}})
-    if (const auto value = cfgKeyValue(LINE, key)) {
+       {std::pair{"model", &keys.model}, {"sim", &keys.sim}, {"texture", &keys.texture}})
+    if (const auto value = cfgKeyValue(line, key)) {
       if (slot->empty()) *slot = lf_withoutComment(*value);
       return true;
     }
   return false;
 }
 
-// False, with a line on the incomplete list, when the section ends on LINE.
-bool lf_readStandardKey(const File& FILE, std::string_view HEADER, std::string_view LINE, Keys& KEYS) {
-  if (const auto title = cfgKeyValue(LINE, "title")) {
-    if (!KEYS.title.empty()) return lf_incomplete(FILE, HEADER, "has more than one title key");
-    KEYS.title = *title;
+// False, with a line on the incomplete list, when the section ends on line.
+bool lf_readStandardKey(const File& file, std::string_view header, std::string_view line, Keys& keys) {
+  if (const auto title = cfgKeyValue(line, "title")) {
+    if (!keys.title.empty()) return lf_incomplete(file, header, "has more than one title key");
+    keys.title = *title;
     return true;
   }
-  if (!KEYS.codes.empty()) {
-    if (LINE.find("atc_parking_codes") != std::string_view::npos)
-      return lf_incomplete(FILE, HEADER, "has more than one atc_parking_codes key");
-  } else if (const auto codes = cfgKeyValue(LINE, "atc_parking_codes")) {
-    KEYS.codes = lf_withoutBlanks(*codes);
-    if (lf_isManufacturer(KEYS.codes)) KEYS.codes = "ZZZ";
+  if (!keys.codes.empty()) {
+    if (line.find("atc_parking_codes") != std::string_view::npos)
+      return lf_incomplete(file, header, "has more than one atc_parking_codes key");
+  } else if (const auto codes = cfgKeyValue(line, "atc_parking_codes")) {
+    keys.codes = lf_withoutBlanks(*codes);
+    if (lf_isManufacturer(keys.codes)) keys.codes = "ZZZ";
     return true;
   }
-  if (const auto types = cfgKeyValue(LINE, "atc_parking_types")) {
-    if (!KEYS.types.empty()) return lf_incomplete(FILE, HEADER, "has more than one atc_parking_types key");
-    KEYS.types = lf_withoutBlanks(*types);
-    std::transform(KEYS.types.begin(), KEYS.types.end(), KEYS.types.begin(),
+  if (const auto types = cfgKeyValue(line, "atc_parking_types")) {
+    if (!keys.types.empty()) return lf_incomplete(file, header, "has more than one atc_parking_types key");
+    keys.types = lf_withoutBlanks(*types);
+    std::transform(keys.types.begin(), keys.types.end(), keys.types.begin(),
                    [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
     return true;
   }
-  if (!KEYS.atcId.empty()) {
-    if (LINE.find("atc_id=") != std::string_view::npos) return lf_secondAtcId(FILE, HEADER);
-  } else if (const auto atcId = cfgKeyValue(LINE, "atc_id")) {
-    KEYS.atcId = *atcId;
+  if (!keys.atcId.empty()) {
+    if (line.find("atc_id=") != std::string_view::npos) return lf_secondAtcId(file, header);
+  } else if (const auto atcId = cfgKeyValue(line, "atc_id")) {
+    keys.atcId = *atcId;
     return true;
   }
-  lf_readPathKey(LINE, KEYS);
+  lf_readPathKey(line, keys);
   return true;
 }
 
-bool lf_readIvaoKey(const File& FILE, std::string_view HEADER, std::string_view LINE, Keys& KEYS) {
-  if (const auto title = cfgKeyValue(LINE, "title")) {
-    if (!KEYS.title.empty()) return lf_incomplete(FILE, HEADER, "has more than one title key");
-    KEYS.title = *title;
+bool lf_readIvaoKey(const File& file, std::string_view header, std::string_view line, Keys& keys) {
+  if (const auto title = cfgKeyValue(line, "title")) {
+    if (!keys.title.empty()) return lf_incomplete(file, header, "has more than one title key");
+    keys.title = *title;
     return true;
   }
-  if (const auto types = cfgKeyValue(LINE, "atc_parking_types")) {
-    if (!KEYS.types.empty()) return lf_incomplete(FILE, HEADER, "has more than one atc_parking_types key");
-    KEYS.types = lf_withoutBlanks(*types);
+  if (const auto types = cfgKeyValue(line, "atc_parking_types")) {
+    if (!keys.types.empty()) return lf_incomplete(file, header, "has more than one atc_parking_types key");
+    keys.types = lf_withoutBlanks(*types);
     return true;
   }
-  if (!KEYS.atcId.empty()) {
-    if (LINE.find("atc_id=") != std::string_view::npos) return lf_secondAtcId(FILE, HEADER);
-  } else if (const auto atcId = cfgKeyValue(LINE, "atc_id")) {
-    KEYS.atcId = *atcId;
+  if (!keys.atcId.empty()) {
+    if (line.find("atc_id=") != std::string_view::npos) return lf_secondAtcId(file, header);
+  } else if (const auto atcId = cfgKeyValue(line, "atc_id")) {
+    keys.atcId = *atcId;
     return true;
   }
-  lf_readPathKey(LINE, KEYS);
+  lf_readPathKey(line, keys);
   return true;
 }
 
 // The model folder, the texture folder and the flight model file must exist, or the simulator can't create
 // the livery. The IVAO form tests the flight model before the texture.
-bool lf_pathsExist(File& FILE, std::string_view HEADER, const Keys& KEYS) {
+bool lf_pathsExist(File& file, std::string_view header, const Keys& keys) {
   struct Need {
     std::string name;
     Kind kind;
   };
-  std::array<Need, 3> needs{Need{fmt::format("model.{}", KEYS.model), Kind::folder},
-                            Need{fmt::format("texture.{}", KEYS.texture), Kind::folder},
-                            Need{fmt::format("{}.air", KEYS.sim), Kind::file}};
-  if (FILE.form == Form::ivao) std::swap(needs[1], needs[2]);
+  std::array<Need, 3> needs{Need{fmt::format("model.{}", keys.model), Kind::folder},
+                            Need{fmt::format("texture.{}", keys.texture), Kind::folder},
+                            Need{fmt::format("{}.air", keys.sim), Kind::file}};
+  if (file.form == Form::ivao) std::swap(needs[1], needs[2]);
   for (const Need& need : needs)
-    if (!lf_exists(FILE, need.name, need.kind)) {
+    if (!lf_exists(file, need.name, need.kind)) {
       incompleteSectionsReport.add(
-          fmt::format("{} {} does not exist", pathText(FILE.folder / lf_pathOf(need.name)), HEADER));
+          fmt::format("{} {} does not exist", pathText(file.folder / lf_pathOf(need.name)), header));
       return false;
     }
   return true;
 }
 
 // The section's regcode from atc_id: empty unless there is exactly one sound token.
-std::string lf_regcode(const File& FILE, std::string_view HEADER, const Keys& KEYS) {
-  if (KEYS.atcId.empty()) return {};
-  const bool standard = FILE.form == Form::standard;
-  const std::string_view value = standard ? KEYS.atcId.substr(0, KEYS.atcId.find(';')) : KEYS.atcId;
+std::string lf_regcode(const File& file, std::string_view header, const Keys& keys) {
+  if (keys.atcId.empty()) return {};
+  const bool standard = file.form == Form::standard;
+  const std::string_view value = standard ? keys.atcId.substr(0, keys.atcId.find(';')) : keys.atcId;
   if (value.empty()) {
-    logLine(fmt::format("invalid atc_id={} ==> in: {}", KEYS.atcId, HEADER));
+    logLine(fmt::format("invalid atc_id={} ==> in: {}", keys.atcId, header));
     return {};
   }
   const std::vector<std::string_view> tokens = splitFields(value, ',');
   for (const std::string_view token : tokens) {
     if (token.empty()) {
-      logLine(standard ? fmt::format("empty regcode in {} {}", FILE.text, HEADER)
-                       : fmt::format(" empty regcode in: {}", FILE.text));
+      logLine(standard ? fmt::format("empty regcode in {} {}", file.text, header)
+                       : fmt::format(" empty regcode in: {}", file.text));
       return {};
     }
     if (standard && token == " ") {
-      logLine(fmt::format("regcode is a space char? {} {}", FILE.text, HEADER));
+      logLine(fmt::format("regcode is a space char? {} {}", file.text, header));
       return {};
     }
     if (token.size() > maxRegcodeBytes) {
       logLine(standard ? fmt::format("regcode: {}, has more than 12 chars or contains UTF16 chars in \"{}\"?",
-                                     token, FILE.text)
-                       : fmt::format("regcode: {}, has more than 12 chars in title: {}", token, KEYS.title));
+                                     token, file.text)
+                       : fmt::format("regcode: {}, has more than 12 chars in title: {}", token, keys.title));
       return {};
     }
     if (token.find('*') != std::string_view::npos) {
-      logWarning(fmt::format("{} {} wild cards no longer supported, atc_id skipped ", FILE.text, HEADER));
+      logWarning(fmt::format("{} {} wild cards no longer supported, atc_id skipped ", file.text, header));
       return {};
     }
   }
@@ -319,104 +319,104 @@ std::string lf_regcode(const File& FILE, std::string_view HEADER, const Keys& KE
 }
 
 // What both forms ask of a section's keys before it can give a livery.
-bool lf_givesLivery(File& FILE, std::string_view HEADER, const Keys& KEYS) {
-  if (!lf_pathsExist(FILE, HEADER, KEYS)) return false;
-  if (KEYS.title.empty()) {
-    lf_incomplete(FILE, HEADER, "misses title");
+bool lf_givesLivery(File& file, std::string_view header, const Keys& keys) {
+  if (!lf_pathsExist(file, header, keys)) return false;
+  if (keys.title.empty()) {
+    lf_incomplete(file, header, "misses title");
     return false;
   }
-  return !lf_dontUse.contains(KEYS.title);
+  return !lf_dontUse.contains(keys.title);
 }
 
-void lf_standardSection(File& FILE, std::string_view HEADER, std::span<const std::string_view> LINES,
-                        std::vector<LiveryData>& LIVERIES) {
+void lf_standardSection(File& file, std::string_view header, std::span<const std::string_view> lines,
+                        std::vector<LiveryData>& liveries) {
   Keys keys;
-  for (const std::string_view line : LINES)
-    if (!lf_readStandardKey(FILE, HEADER, line, keys)) return;
-  if (!lf_givesLivery(FILE, HEADER, keys)) return;
+  for (const std::string_view line : lines)
+    if (!lf_readStandardKey(file, header, line, keys)) return;
+  if (!lf_givesLivery(file, header, keys)) return;
   if (keys.codes.empty()) {
-    lf_incomplete(FILE, HEADER, "empty atc_parking_codes=");
+    lf_incomplete(file, header, "empty atc_parking_codes=");
     return;
   }
   std::vector<std::string_view> codes = splitFields(keys.codes, ',');
   std::sort(codes.begin(), codes.end());
   codes.erase(std::unique(codes.begin(), codes.end()), codes.end());
-  std::string regcode = lf_regcode(FILE, HEADER, keys);
+  std::string regcode = lf_regcode(file, header, keys);
   const bool cargo = keys.title.find("CARGO") != std::string_view::npos;
   bool titleCheck = true; // one section with the codes of three airlines gives three records of one title
   for (const std::string_view code : codes) {
     std::string airline(code);
     if (pvtFixes.contains(airline) || govFixes.contains(airline)) {
-      fixesReport.add(fmt::format("Fix: {} found in {} changed into {}", airline, FILE.text, "PVT"));
+      fixesReport.add(fmt::format("Fix: {} found in {} changed into {}", airline, file.text, "PVT"));
       airline = "PVT";
     }
     if (airline.size() == 4 && (airline.back() == 'X' || airline.back() == 'C')) airline.pop_back();
     if (airline.empty() || !lf_isLiveryAirline(airline)) {
-      invalidAirlinesReport.add(fmt::format("{:12} in {} {}", airline, FILE.text, HEADER));
+      invalidAirlinesReport.add(fmt::format("{:12} in {} {}", airline, file.text, header));
       continue;
     }
     if (airline == "ZZZ") regcode.clear();
     if (titleCheck && !claimTitle(keys.title)) {
-      lf_incomplete(FILE, HEADER, fmt::format("title \"{}\" already exists", keys.title));
+      lf_incomplete(file, header, fmt::format("title \"{}\" already exists", keys.title));
       return;
     }
     titleCheck = false;
-    LIVERIES.push_back({airline, FILE.type, std::string(keys.title), regcode, FILE.folderIndex, cargo});
+    liveries.push_back({airline, file.type, std::string(keys.title), regcode, file.folderIndex, cargo});
   }
 }
 
-void lf_ivaoSection(File& FILE, std::string_view HEADER, std::span<const std::string_view> LINES,
-                    std::vector<LiveryData>& LIVERIES) {
+void lf_ivaoSection(File& file, std::string_view header, std::span<const std::string_view> lines,
+                    std::vector<LiveryData>& liveries) {
   Keys keys;
-  for (const std::string_view line : LINES)
-    if (!lf_readIvaoKey(FILE, HEADER, line, keys)) return;
-  if (!lf_givesLivery(FILE, HEADER, keys)) return;
+  for (const std::string_view line : lines)
+    if (!lf_readIvaoKey(file, header, line, keys)) return;
+  if (!lf_givesLivery(file, header, keys)) return;
   const auto code = ivaoTitleAirline(keys.title);
   if (!code) {
-    lf_incomplete(FILE, HEADER, "misses airlinecode in title");
+    lf_incomplete(file, header, "misses airlinecode in title");
     return;
   }
   const std::string airline = lf_isManufacturer(*code) ? std::string("ZZZ") : std::string(*code);
   if (!lf_isLiveryAirline(airline)) {
-    invalidAirlinesReport.add(fmt::format("{:12} in {} {}", airline, FILE.text, HEADER));
+    invalidAirlinesReport.add(fmt::format("{:12} in {} {}", airline, file.text, header));
     return;
   }
-  std::string regcode = lf_regcode(FILE, HEADER, keys);
+  std::string regcode = lf_regcode(file, header, keys);
   if (airline == "ZZZ") regcode.clear();
   if (!claimTitle(keys.title)) {
-    lf_incomplete(FILE, HEADER, fmt::format("title already exists: {}", keys.title));
+    lf_incomplete(file, header, fmt::format("title already exists: {}", keys.title));
     return;
   }
-  LIVERIES.push_back({airline, FILE.type, std::string(keys.title), regcode, FILE.folderIndex, false});
+  liveries.push_back({airline, file.type, std::string(keys.title), regcode, file.folderIndex, false});
 }
 
-// SECTION starts with its header line.
-void lf_procesFltSimSection(File& FILE, std::vector<std::string_view>& SECTION,
-                            std::vector<LiveryData>& LIVERIES) {
+// section starts with its header line.
+void lf_procesFltSimSection(File& file, std::vector<std::string_view>& section,
+                            std::vector<LiveryData>& liveries) {
   try {
-    while (SECTION.size() > 1 && (SECTION.back().empty() || SECTION.back().starts_with("//")))
-      SECTION.pop_back();
-    const std::span<const std::string_view> lines(SECTION.begin() + 1, SECTION.end());
-    if (FILE.form == Form::standard)
-      lf_standardSection(FILE, SECTION.front(), lines, LIVERIES);
+    while (section.size() > 1 && (section.back().empty() || section.back().starts_with("//")))
+      section.pop_back();
+    const std::span<const std::string_view> lines(section.begin() + 1, section.end());
+    if (file.form == Form::standard)
+      lf_standardSection(file, section.front(), lines, liveries);
     else
-      lf_ivaoSection(FILE, SECTION.front(), lines, LIVERIES);
+      lf_ivaoSection(file, section.front(), lines, liveries);
   } catch (const std::exception& e) {
-    logLine(fmt::format("exception in lf_procesFltSimSection: {}, file: {}", e.what(), FILE.text));
+    logLine(fmt::format("exception in lf_procesFltSimSection: {}, file: {}", e.what(), file.text));
     throw;
   }
 }
 
 // A section runs from its header to the next header or to a line with a '[' among its first six characters.
-std::vector<LiveryData> lf_readSections(File& FILE, const std::vector<std::string>& LINES) {
+std::vector<LiveryData> lf_readSections(File& file, const std::vector<std::string>& lines) {
   std::vector<LiveryData> liveries;
   std::vector<std::string_view> section;
   bool inSection = false;
   const auto process = [&] {
-    if (!section.empty()) lf_procesFltSimSection(FILE, section, liveries);
+    if (!section.empty()) lf_procesFltSimSection(file, section, liveries);
     section.clear();
   };
-  for (const std::string& line : LINES) {
+  for (const std::string& line : lines) {
     if (lf_headerNumber(line)) {
       inSection = true;
       process();
@@ -434,21 +434,21 @@ std::vector<LiveryData> lf_readSections(File& FILE, const std::vector<std::strin
   return liveries;
 }
 
-std::vector<LiveryData> lf_searchFile(Form FORM, std::uint32_t FOLDER_INDEX, const fs::path& PATH) {
-  File file{FORM, FOLDER_INDEX, PATH, pathText(PATH), PATH.parent_path(), {}, {}};
+std::vector<LiveryData> lf_searchFile(Form form, std::uint32_t folderIndex, const fs::path& path) {
+  File file{form, folderIndex, path, pathText(path), path.parent_path(), {}, {}};
   try {
-    if (FORM == Form::ivao) {
-      file.type = ivaoFileModel(PATH);
+    if (form == Form::ivao) {
+      file.type = ivaoFileModel(path);
       if (file.type.empty()) return {};
     }
     std::vector<std::string> lines;
-    if (!gf_readExtTextFileToStringVector(PATH, lines)) {
+    if (!gf_readExtTextFileToStringVector(path, lines)) {
       logWarning(fmt::format("no character set found for {}", file.text));
       return {};
     }
     if (lf_checkNumbers(file, lines) != Numbers::fine) return {};
-    if (FORM == Form::standard) {
-      file.type = standardFileModel(PATH, lines);
+    if (form == Form::standard) {
+      file.type = standardFileModel(path, lines);
       if (file.type.empty()) return {};
     }
     return lf_readSections(file, lines);
@@ -460,9 +460,9 @@ std::vector<LiveryData> lf_searchFile(Form FORM, std::uint32_t FOLDER_INDEX, con
 
 } // namespace
 
-void ScanReport::add(std::string LINE) {
+void ScanReport::add(std::string line) {
   const std::lock_guard guard(lock);
-  entries.push_back(std::move(LINE));
+  entries.push_back(std::move(line));
 }
 
 std::vector<std::string> ScanReport::lines() const {
@@ -484,43 +484,43 @@ void prepareScan() {
   lf_dontUse = TextViewSet(dontUseTitles.begin(), dontUseTitles.end());
 }
 
-bool claimTitle(std::string_view TITLE) {
+bool claimTitle(std::string_view title) {
   const std::lock_guard guard(lf_titlesLock);
-  return lf_titles.emplace(TITLE).second;
+  return lf_titles.emplace(title).second;
 }
 
-std::string backslashPath(const fs::path& PATH) {
-  std::string text = pathText(PATH);
+std::string backslashPath(const fs::path& path) {
+  std::string text = pathText(path);
   std::replace(text.begin(), text.end(), '/', '\\');
   return text;
 }
 
-bool isIvaoPath(std::string_view BACKSLASH_PATH) {
-  return BACKSLASH_PATH.find("ivao_x-csl") != std::string_view::npos ||
-         BACKSLASH_PATH.find("IVAO_MTL") != std::string_view::npos;
+bool isIvaoPath(std::string_view backslashPath) {
+  return backslashPath.find("ivao_x-csl") != std::string_view::npos ||
+         backslashPath.find("IVAO_MTL") != std::string_view::npos;
 }
 
-std::vector<LiveryData> lf_searchLiveriesinFile(std::uint32_t FOLDER_INDEX, const fs::path& PATH) {
-  return lf_searchFile(Form::standard, FOLDER_INDEX, PATH);
+std::vector<LiveryData> lf_searchLiveriesinFile(std::uint32_t folderIndex, const fs::path& path) {
+  return lf_searchFile(Form::standard, folderIndex, path);
 }
 
-std::vector<LiveryData> lf_searchIvaoLiveriesinFile(std::uint32_t FOLDER_INDEX, const fs::path& PATH) {
-  return lf_searchFile(Form::ivao, FOLDER_INDEX, PATH);
+std::vector<LiveryData> lf_searchIvaoLiveriesinFile(std::uint32_t folderIndex, const fs::path& path) {
+  return lf_searchFile(Form::ivao, folderIndex, path);
 }
 
-std::string standardFileModel(const fs::path& PATH, const std::vector<std::string>& LINES) {
-  for (const std::string& line : LINES)
+std::string standardFileModel(const fs::path& path, const std::vector<std::string>& lines) {
+  for (const std::string& line : lines)
     if (const auto model = cfgKeyValue(line, "atc_model"))
-      return lf_validOrFixedModel(*model, pathText(PATH));
-  invalidFilesReport.add("Line atc_model= is missing in [General] section of " + pathText(PATH));
+      return lf_validOrFixedModel(*model, pathText(path));
+  invalidFilesReport.add("Line atc_model= is missing in [General] section of " + pathText(path));
   return {};
 }
 
-std::string ivaoFileModel(const fs::path& PATH) {
-  const std::string backslashed = backslashPath(PATH);
+std::string ivaoFileModel(const fs::path& path) {
+  const std::string backslashed = backslashPath(path);
   const auto folderType = ivaoFolderType(backslashed);
   if (!folderType) {
-    invalidModelsReport.add(fmt::format("{:16} in {}", "  ", pathText(PATH)));
+    invalidModelsReport.add(fmt::format("{:16} in {}", "  ", pathText(path)));
     return {};
   }
   std::string type(*folderType);
@@ -533,7 +533,7 @@ std::string ivaoFileModel(const fs::path& PATH) {
   else if (type == "GLID_A13" || type == "GLID_A25" || type == "GLID_KA6" || type == "GLID_KA8" ||
            type == "GLID_L13")
     type.resize(type.size() - 4);
-  return lf_validOrFixedModel(type, pathText(PATH));
+  return lf_validOrFixedModel(type, pathText(path));
 }
 
 } // namespace ory

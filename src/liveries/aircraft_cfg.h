@@ -18,7 +18,7 @@ namespace ory {
 
 // Lines appended by the workers, written to a file when the scan is over.
 struct ScanReport {
-  void add(std::string LINE);
+  void add(std::string line);
   std::vector<std::string> lines() const; // a copy, in the order of arrival
   void clear();
 
@@ -36,29 +36,28 @@ extern ScanReport noSectionFilesReport;     // files without any [fltsim.x] sect
 
 // Before the workers start: empties the reports and the set of titles seen, and takes the don't-use titles.
 void prepareScan();
-// Enters TITLE in the set shared by the whole scan; false when it was there already.
-bool claimTitle(std::string_view TITLE);
+// Enters title in the set shared by the whole scan; false when it was there already.
+bool claimTitle(std::string_view title);
 
 // Codes of aircraft makers: their house colours count as generic liveries, airline "ZZZ".
 inline constexpr std::array<std::string_view, 5> manufacturerCodes{"BOE", "AIB", "EMB", "BBA", "AED"};
 
 // The path as text with backslashes, as the simulator writes it: the tests on the text of a path use it, so
 // both builds decide alike.
-std::string backslashPath(const std::filesystem::path& PATH);
+std::string backslashPath(const std::filesystem::path& path);
 // Files of IVAO's model set, whose airline lies in the title and whose type in the folder name.
-bool isIvaoPath(std::string_view BACKSLASH_PATH);
+bool isIvaoPath(std::string_view backslashPath);
 
-// The liveries of one file, standard form: airline from atc_parking_codes, type from atc_model. FOLDER_INDEX
+// The liveries of one file, standard form: airline from atc_parking_codes, type from atc_model. folderIndex
 // is the scanned folder's number, stored in each record. Standard exceptions are logged and passed on.
-std::vector<LiveryData> lf_searchLiveriesinFile(std::uint32_t FOLDER_INDEX,
-                                                const std::filesystem::path& PATH);
+std::vector<LiveryData> lf_searchLiveriesinFile(std::uint32_t folderIndex, const std::filesystem::path& path);
 // The IVAO form: airline from the title, type from the folder name.
-std::vector<LiveryData> lf_searchIvaoLiveriesinFile(std::uint32_t FOLDER_INDEX,
-                                                    const std::filesystem::path& PATH);
+std::vector<LiveryData> lf_searchIvaoLiveriesinFile(std::uint32_t folderIndex,
+                                                    const std::filesystem::path& path);
 
 // The type of a whole file from its first atc_model value, repaired by the fixes; empty when there is none.
-std::string standardFileModel(const std::filesystem::path& PATH, const std::vector<std::string>& LINES);
+std::string standardFileModel(const std::filesystem::path& path, const std::vector<std::string>& lines);
 // The type of an IVAO file from its folder name; empty when there is none.
-std::string ivaoFileModel(const std::filesystem::path& PATH);
+std::string ivaoFileModel(const std::filesystem::path& path);
 
 } // namespace ory

@@ -8,13 +8,13 @@
 
 namespace ory {
 
-// `\s*(KEY)\s*=\s*(.*\S)\s*` with KEY in lower case: the value, never empty.
-std::optional<std::string_view> cfgKeyValue(std::string_view LINE, std::string_view KEY);
+// `\s*(key)\s*=\s*(.*\S)\s*` with key in lower case: the value, never empty.
+std::optional<std::string_view> cfgKeyValue(std::string_view line, std::string_view key);
 // `\s*(\[fltsim\.)(\d+)\]\s*`: the section number's digits.
-std::optional<std::string_view> fltsimHeaderDigits(std::string_view LINE);
+std::optional<std::string_view> fltsimHeaderDigits(std::string_view line);
 // `.+\\IVAO_MTL\\IVAO_(\w+)\\aircraft.cfg$` on a path written with backslashes: the folder's type.
-std::optional<std::string_view> ivaoFolderType(std::string_view PATH_TEXT);
+std::optional<std::string_view> ivaoFolderType(std::string_view pathText);
 // `\s*(\w\w\w).*$` on a title: its first three word characters, the airline.
-std::optional<std::string_view> ivaoTitleAirline(std::string_view TITLE);
+std::optional<std::string_view> ivaoTitleAirline(std::string_view title);
 
 } // namespace ory

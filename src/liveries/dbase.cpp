@@ -39,26 +39,26 @@ using Unscramble = std::string (*)(std::string_view);
 // publisherGroups compiled once: ".*name.*", ECMAScript, ignoring case.
 std::vector<std::vector<std::regex>> lf_publisherPatterns;
 
-std::regex lf_publisherPattern(std::string_view NAME) {
-  return std::regex(fmt::format(".*{}.*", NAME), std::regex::ECMAScript | std::regex::icase);
+std::regex lf_publisherPattern(std::string_view name) {
+  return std::regex(fmt::format(".*{}.*", name), std::regex::ECMAScript | std::regex::icase);
 }
 
-void lf_readSection(const pugi::xml_document& DOCUMENT, const char* SECTION, TextOrderedSet& TARGET,
-                    const char* CHILD, const char* ATTRIBUTE, Unscramble UNSCRAMBLE) {
+void lf_readSection(const pugi::xml_document& document, const char* section, TextOrderedSet& target,
+                    const char* rawChild, const char* attribute, Unscramble unscramble) {
   TextOrderedSet stored;
-  for (const pugi::xml_node child : DOCUMENT.child(SECTION).children(CHILD))
-    for (const std::string_view token : splitTrimmed(child.attribute(ATTRIBUTE).as_string()))
+  for (const pugi::xml_node child : document.child(section).children(rawChild))
+    for (const std::string_view token : splitTrimmed(child.attribute(attribute).as_string()))
       stored.emplace(token);
   if (stored.empty())
     throw UserErrorException(
-        61, fmt::format("In an xml file section {} {} {} is empty ", SECTION, CHILD, ATTRIBUTE));
+        61, fmt::format("In an xml file section {} {} {} is empty ", section, rawChild, attribute));
   for (const std::string& token : stored)
-    TARGET.insert(UNSCRAMBLE(token));
+    target.insert(unscramble(token));
 }
 
-void lf_readSimilarGroups(const pugi::xml_document& DOCUMENT) {
+void lf_readSimilarGroups(const pugi::xml_document& document) {
   similarGroups.reserve(64);
-  for (const pugi::xml_node similar : DOCUMENT.child("similar_types").children("similar")) {
+  for (const pugi::xml_node similar : document.child("similar_types").children("similar")) {
     std::vector<std::string> group;
     for (const std::string_view token : splitTrimmed(similar.attribute("types").as_string()))
       group.push_back(unscrambleModel(token));
@@ -68,9 +68,9 @@ void lf_readSimilarGroups(const pugi::xml_document& DOCUMENT) {
   similarGroups.shrink_to_fit();
 }
 
-void lf_readPublishers(const pugi::xml_document& DOCUMENT) {
+void lf_readPublishers(const pugi::xml_document& document) {
   std::vector<std::string> texts;
-  for (const pugi::xml_node pub : DOCUMENT.child("publishers").children("pub"))
+  for (const pugi::xml_node pub : document.child("publishers").children("pub"))
     texts.emplace_back(pub.attribute("names").as_string());
   std::sort(texts.begin(), texts.end());
   texts.erase(std::unique(texts.begin(), texts.end()), texts.end());
@@ -101,9 +101,9 @@ void lf_computeCategoryAverages() {
     categoryAverageHalfWingspan[category] = sums[category] / counts[category]; // 0/0 is NaN: no span known
 }
 
-void lf_readWingspans(const pugi::xml_document& DOCUMENT) {
+void lf_readWingspans(const pugi::xml_document& document) {
   bool accepted = false;
-  for (const pugi::xml_node wingspan : DOCUMENT.child("wingspans").children("wingspan")) {
+  for (const pugi::xml_node wingspan : document.child("wingspans").children("wingspan")) {
     const std::string model = unscrambleModel(wingspan.attribute("type").as_string());
     if (!isValidModel(model)) {
       logWarning(fmt::format("wingspan model {} is no valid model, skipped", model));
@@ -117,14 +117,14 @@ void lf_readWingspans(const pugi::xml_document& DOCUMENT) {
   if (accepted) lf_computeCategoryAverages();
 }
 
-std::string lf_unscrambledOrEmpty(const pugi::xml_node NODE, const char* ATTRIBUTE, Unscramble UNSCRAMBLE) {
-  const std::string_view text = NODE.attribute(ATTRIBUTE).as_string();
-  return text.empty() ? std::string() : UNSCRAMBLE(text);
+std::string lf_unscrambledOrEmpty(const pugi::xml_node node, const char* attribute, Unscramble unscramble) {
+  const std::string_view text = node.attribute(attribute).as_string();
+  return text.empty() ? std::string() : unscramble(text);
 }
 
-void lf_readRecords(const pugi::xml_document& DOCUMENT) {
+void lf_readRecords(const pugi::xml_document& document) {
   dbaseRecords.clear();
-  for (const pugi::xml_node db : DOCUMENT.child("dbase").children("db")) {
+  for (const pugi::xml_node db : document.child("dbase").children("db")) {
     const std::string regcode = unscrambleRegcode(db.attribute("reg").as_string());
     DbaseRecord record{lf_unscrambledOrEmpty(db, "airl", unscrambleAirline),
                        lf_unscrambledOrEmpty(db, "type", unscrambleModel),
@@ -135,13 +135,13 @@ void lf_readRecords(const pugi::xml_document& DOCUMENT) {
   }
 }
 
-const DbaseRecord* lf_findRecord(std::string_view REGCODE) {
-  if (REGCODE.empty()) return nullptr;
-  if (const auto it = dbaseRecords.find(REGCODE); it != dbaseRecords.end()) return &it->second;
-  if (REGCODE.size() < 5 || REGCODE.find('-') != std::string_view::npos) return nullptr;
+const DbaseRecord* lf_findRecord(std::string_view regcode) {
+  if (regcode.empty()) return nullptr;
+  if (const auto it = dbaseRecords.find(regcode); it != dbaseRecords.end()) return &it->second;
+  if (regcode.size() < 5 || regcode.find('-') != std::string_view::npos) return nullptr;
   std::string dashed;
-  dashed.reserve(REGCODE.size() + 1);
-  dashed.append(REGCODE.substr(0, 2)).append(1, '-').append(REGCODE.substr(2)); // XX-YYY
+  dashed.reserve(regcode.size() + 1);
+  dashed.append(regcode.substr(0, 2)).append(1, '-').append(regcode.substr(2)); // XX-YYY
   if (const auto it = dbaseRecords.find(dashed); it != dbaseRecords.end()) return &it->second;
   std::swap(dashed[1], dashed[2]); // X-YYYY
   const auto it = dbaseRecords.find(dashed);
@@ -150,10 +150,10 @@ const DbaseRecord* lf_findRecord(std::string_view REGCODE) {
 
 } // namespace
 
-std::string_view modelCategoryName(ModelCategory CATEGORY) {
+std::string_view modelCategoryName(ModelCategory category) {
   static constexpr std::array<std::string_view, modelCategoryCount> names = {
       "Light", "Buzjets", "Large", "Heavy", "HighPerf", "Rotorcraft"};
-  return names[static_cast<std::size_t>(CATEGORY)];
+  return names[static_cast<std::size_t>(category)];
 }
 
 void clearDbase() {
@@ -204,66 +204,66 @@ bool readDbase() {
   return true;
 }
 
-bool isValidModel(std::string_view MODEL) {
-  return !MODEL.empty() && aircraftTypes.contains(MODEL);
+bool isValidModel(std::string_view model) {
+  return !model.empty() && aircraftTypes.contains(model);
 }
 
-bool isValidAirline(std::string_view AIRLINE) {
-  return !AIRLINE.empty() && icaoAirlines.contains(AIRLINE);
+bool isValidAirline(std::string_view airline) {
+  return !airline.empty() && icaoAirlines.contains(airline);
 }
 
-ModelCategory modelCategory(std::string_view MODEL) {
-  if (largeTypes.contains(MODEL)) return ModelCategory::Large;
-  if (heavyTypes.contains(MODEL)) return ModelCategory::Heavy;
-  if (buzjetTypes.contains(MODEL)) return ModelCategory::Buzjets;
-  if (rotorcraftTypes.contains(MODEL)) return ModelCategory::Rotorcraft;
-  if (highPerfTypes.contains(MODEL)) return ModelCategory::HighPerf;
+ModelCategory modelCategory(std::string_view model) {
+  if (largeTypes.contains(model)) return ModelCategory::Large;
+  if (heavyTypes.contains(model)) return ModelCategory::Heavy;
+  if (buzjetTypes.contains(model)) return ModelCategory::Buzjets;
+  if (rotorcraftTypes.contains(model)) return ModelCategory::Rotorcraft;
+  if (highPerfTypes.contains(model)) return ModelCategory::HighPerf;
   return ModelCategory::Light;
 }
 
-double halfWingspan(std::string_view MODEL) {
-  if (const auto it = wingspanTable.find(MODEL); it != wingspanTable.end()) return it->second;
-  return categoryAverageHalfWingspan[static_cast<std::size_t>(modelCategory(MODEL))];
+double halfWingspan(std::string_view model) {
+  if (const auto it = wingspanTable.find(model); it != wingspanTable.end()) return it->second;
+  return categoryAverageHalfWingspan[static_cast<std::size_t>(modelCategory(model))];
 }
 
-std::optional<DbaseRecord> lookupDbaseRecord(std::string_view REGCODE) {
-  const DbaseRecord* record = lf_findRecord(REGCODE);
+std::optional<DbaseRecord> lookupDbaseRecord(std::string_view regcode) {
+  const DbaseRecord* record = lf_findRecord(regcode);
   if (!record) return std::nullopt;
   return *record;
 }
 
-std::string lookupDbaseOpr(std::string_view REGCODE) {
-  const DbaseRecord* record = lf_findRecord(REGCODE);
+std::string lookupDbaseOpr(std::string_view regcode) {
+  const DbaseRecord* record = lf_findRecord(regcode);
   return record ? record->opr : std::string();
 }
 
-std::string lookupDbaseAirl(std::string_view REGCODE) {
-  const DbaseRecord* record = lf_findRecord(REGCODE);
+std::string lookupDbaseAirl(std::string_view regcode) {
+  const DbaseRecord* record = lf_findRecord(regcode);
   return record ? record->airl : std::string();
 }
 
-std::string lookupDbaseType(std::string_view REGCODE) {
-  const DbaseRecord* record = lf_findRecord(REGCODE);
+std::string lookupDbaseType(std::string_view regcode) {
+  const DbaseRecord* record = lf_findRecord(regcode);
   return record ? record->type : std::string();
 }
 
-bool hasDbaseRecord(std::string_view REGCODE) {
-  return lf_findRecord(REGCODE) != nullptr;
+bool hasDbaseRecord(std::string_view regcode) {
+  return lf_findRecord(regcode) != nullptr;
 }
 
-std::string findPublisher(std::string_view TEXT) {
+std::string findPublisher(std::string_view text) {
   for (std::size_t group = 0; group < publisherGroups.size(); ++group) {
     const std::vector<std::string>& names = publisherGroups[group];
     for (std::size_t k = 0; k < names.size(); ++k)
-      if (TEXT.find(names[k]) != std::string_view::npos ||
-          std::regex_match(TEXT.begin(), TEXT.end(), lf_publisherPatterns[group][k]))
+      if (text.find(names[k]) != std::string_view::npos ||
+          std::regex_match(text.begin(), text.end(), lf_publisherPatterns[group][k]))
         return names.front();
   }
   return "unknown";
 }
 
-bool publisherNameMatches(std::string_view NAME, std::string_view TEXT) {
-  return std::regex_match(TEXT.begin(), TEXT.end(), lf_publisherPattern(NAME));
+bool publisherNameMatches(std::string_view name, std::string_view text) {
+  return std::regex_match(text.begin(), text.end(), lf_publisherPattern(name));
 }
 
 } // namespace ory

@@ -28,7 +28,7 @@ enum class ModelCategory : std::int32_t {
 };
 // NOLINTEND(readability-identifier-naming)
 inline constexpr std::size_t modelCategoryCount = 6;
-std::string_view modelCategoryName(ModelCategory CATEGORY); // "Light" ... "Rotorcraft"
+std::string_view modelCategoryName(ModelCategory category); // "Light" ... "Rotorcraft"
 
 // One real airframe, keyed by its regcode. All texts plain.
 struct DbaseRecord {
@@ -64,23 +64,23 @@ extern TextMap<DbaseRecord> dbaseRecords; // regcode to airframe
 bool readDbase();
 void clearDbase(); // empties every table
 
-bool isValidModel(std::string_view MODEL);
-bool isValidAirline(std::string_view AIRLINE);
+bool isValidModel(std::string_view model);
+bool isValidAirline(std::string_view airline);
 ModelCategory
-modelCategory(std::string_view MODEL); // first hit of large, heavy, buzjet, rotorcraft, high perf
+modelCategory(std::string_view model); // first hit of large, heavy, buzjet, rotorcraft, high perf
 // Half wingspan in nm: the model's own, else its category's average, which may be NaN.
-double halfWingspan(std::string_view MODEL);
+double halfWingspan(std::string_view model);
 
 // The record of a regcode; "PHBXA" also finds "PH-BXA" and "D-AIRN" is found from "DAIRN".
-std::optional<DbaseRecord> lookupDbaseRecord(std::string_view REGCODE);
-std::string lookupDbaseOpr(std::string_view REGCODE);  // empty without a record
-std::string lookupDbaseAirl(std::string_view REGCODE); // empty without a record
-std::string lookupDbaseType(std::string_view REGCODE); // empty without a record
-bool hasDbaseRecord(std::string_view REGCODE);
+std::optional<DbaseRecord> lookupDbaseRecord(std::string_view regcode);
+std::string lookupDbaseOpr(std::string_view regcode);  // empty without a record
+std::string lookupDbaseAirl(std::string_view regcode); // empty without a record
+std::string lookupDbaseType(std::string_view regcode); // empty without a record
+bool hasDbaseRecord(std::string_view regcode);
 
-// The display name of the first publisher group with a name found in TEXT (a file name), else "unknown".
-std::string findPublisher(std::string_view TEXT);
-// NAME used as a regular expression, ignoring case, found anywhere in TEXT.
-bool publisherNameMatches(std::string_view NAME, std::string_view TEXT);
+// The display name of the first publisher group with a name found in text (a file name), else "unknown".
+std::string findPublisher(std::string_view text);
+// name used as a regular expression, ignoring case, found anywhere in text.
+bool publisherNameMatches(std::string_view name, std::string_view text);
 
 } // namespace ory

@@ -16,8 +16,8 @@ TextOrderedSet govFixes;
 
 namespace {
 
-void lf_readModelFixes(const pugi::xml_node SECTION) {
-  for (const pugi::xml_node fix : SECTION.children("fix")) {
+void lf_readModelFixes(const pugi::xml_node section) {
+  for (const pugi::xml_node fix : section.children("fix")) {
     const std::string_view wrong = fix.attribute("wrong").as_string();
     const std::string_view correct = fix.attribute("correct").as_string();
     if (!isValidModel(correct)) {
@@ -30,14 +30,14 @@ void lf_readModelFixes(const pugi::xml_node SECTION) {
 }
 
 // An operator code that is a real airline stays an airline: such an entry is refused.
-void lf_readOperatorFixes(const pugi::xml_node SECTION, TextOrderedSet& TARGET, std::string_view KIND) {
-  for (const pugi::xml_node fix : SECTION.children("fix")) {
+void lf_readOperatorFixes(const pugi::xml_node section, TextOrderedSet& target, std::string_view kind) {
+  for (const pugi::xml_node fix : section.children("fix")) {
     const std::string_view wrong = fix.attribute("wrong").as_string();
     if (isValidAirline(wrong)) {
-      logWarning(fmt::format("{} fix {} is an ICAO airline code? ", KIND, wrong));
+      logWarning(fmt::format("{} fix {} is an ICAO airline code? ", kind, wrong));
       continue;
     }
-    if (!TARGET.emplace(wrong).second) logWarning(fmt::format("wrong: {}, already exists, skipped", wrong));
+    if (!target.emplace(wrong).second) logWarning(fmt::format("wrong: {}, already exists, skipped", wrong));
   }
 }
 

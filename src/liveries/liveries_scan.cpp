@@ -48,8 +48,8 @@ const fs::path airlineDataFile = infoFolder / "AirlineData.txt";
 
 bool lf_loaded = false; // the tables are built; a restart keeps them
 
-std::string_view lf_plural(std::size_t COUNT) {
-  return COUNT > 1 ? "s" : "";
+std::string_view lf_plural(std::size_t count) {
+  return count > 1 ? "s" : "";
 }
 
 bool lf_stopWanted() {
@@ -67,20 +67,20 @@ void lf_removeOutputs() {
   }
 }
 
-// Writes LINES, one a line, when there are any; their number.
-std::size_t lf_writeList(const fs::path& FILE, std::vector<std::string> LINES, bool SORT) {
-  if (LINES.empty()) return 0;
-  if (SORT) std::sort(LINES.begin(), LINES.end());
+// Writes lines, one a line, when there are any; their number.
+std::size_t lf_writeList(const fs::path& file, std::vector<std::string> lines, bool sort) {
+  if (lines.empty()) return 0;
+  if (sort) std::sort(lines.begin(), lines.end());
   std::string text;
-  for (const std::string& line : LINES)
+  for (const std::string& line : lines)
     text.append(text.empty() ? "" : "\n").append(line);
-  if (!writeText(text, FILE)) logWarning(fmt::format("could not write {}", pathText(FILE)));
-  return LINES.size();
+  if (!writeText(text, file)) logWarning(fmt::format("could not write {}", pathText(file)));
+  return lines.size();
 }
 
-bool lf_isLiveryFile(const fs::path& PATH) {
-  std::string extension = pathText(PATH.extension());
-  std::string stem = pathText(PATH.stem());
+bool lf_isLiveryFile(const fs::path& path) {
+  std::string extension = pathText(path.extension());
+  std::string stem = pathText(path.stem());
   for (std::string* text : {&extension, &stem})
     std::transform(text->begin(), text->end(), text->begin(),
                    [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
@@ -88,9 +88,9 @@ bool lf_isLiveryFile(const fs::path& PATH) {
 }
 
 // Characters as Windows counts them: UTF-16 units.
-std::size_t lf_utf16Length(std::string_view UTF8) {
+std::size_t lf_utf16Length(std::string_view utf8) {
   std::size_t units = 0;
-  for (const char c : UTF8) {
+  for (const char c : utf8) {
     const auto byte = static_cast<unsigned char>(c);
     units += (byte & 0xC0) != 0x80 ? 1 : 0;
     units += byte >= 0xF0 ? 1 : 0;
@@ -100,32 +100,32 @@ std::size_t lf_utf16Length(std::string_view UTF8) {
 
 using Future = std::future<std::vector<LiveryData>>;
 
-std::vector<LiveryData> lf_worker(bool IVAO, std::uint32_t FOLDER_INDEX, fs::path PATH) {
+std::vector<LiveryData> lf_worker(bool ivao, std::uint32_t folderIndex, fs::path path) {
   struct Done {
     ~Done() { scanWorkers.fetch_sub(1); }
   } done;
-  return IVAO ? lf_searchIvaoLiveriesinFile(FOLDER_INDEX, PATH) : lf_searchLiveriesinFile(FOLDER_INDEX, PATH);
+  return ivao ? lf_searchIvaoLiveriesinFile(folderIndex, path) : lf_searchLiveriesinFile(folderIndex, path);
 }
 
-void lf_collect(Future& FUTURE, std::string_view WHERE) {
-  if (!FUTURE.valid()) {
-    logWarning(WHERE == "inner" ? "futs #1 not yet valid ? ..." : "futs #1 not yet valid ...");
+void lf_collect(Future& future, std::string_view where) {
+  if (!future.valid()) {
+    logWarning(where == "inner" ? "futs #1 not yet valid ? ..." : "futs #1 not yet valid ...");
     return;
   }
   try {
-    std::vector<LiveryData> found = FUTURE.get();
+    std::vector<LiveryData> found = future.get();
     scannedLiveries.insert(scannedLiveries.end(), std::make_move_iterator(found.begin()),
                            std::make_move_iterator(found.end()));
   } catch (const std::exception& e) {
-    logWarning(fmt::format("liveries search aborted, futs {}, {}", WHERE, e.what()));
+    logWarning(fmt::format("liveries search aborted, futs {}, {}", where, e.what()));
   }
 }
 
 // One worker per file, held at scanWorkerLimit by the list of futures.
-void lf_scanFolder(const fs::path& FOLDER, std::uint32_t FOLDER_INDEX) {
+void lf_scanFolder(const fs::path& folder, std::uint32_t folderIndex) {
   std::deque<Future> futures;
   std::error_code error;
-  fs::recursive_directory_iterator it(FOLDER, fs::directory_options::skip_permission_denied, error);
+  fs::recursive_directory_iterator it(folder, fs::directory_options::skip_permission_denied, error);
   for (const fs::recursive_directory_iterator end; !error && it != end && !lf_stopWanted();
        it.increment(error)) {
     try {
@@ -140,7 +140,7 @@ void lf_scanFolder(const fs::path& FOLDER, std::uint32_t FOLDER_INDEX) {
       scanWorkers.fetch_add(1);
       // Deferred is the fall-back when no thread can be had: the file is then read when it is collected.
       futures.push_back(std::async(std::launch::async | std::launch::deferred, lf_worker, isIvaoPath(text),
-                                   FOLDER_INDEX, entry.path()));
+                                   folderIndex, entry.path()));
       if (futures.size() > static_cast<std::size_t>(std::max(1, scanWorkerLimit.load()))) {
         lf_collect(futures.front(), "inner");
         futures.pop_front();
@@ -151,7 +151,7 @@ void lf_scanFolder(const fs::path& FOLDER, std::uint32_t FOLDER_INDEX) {
   }
   if (error)
     logLine(fmt::format("liveries search in folder {} aborted because of iterator problem: {}",
-                        pathText(FOLDER), error.message()));
+                        pathText(folder), error.message()));
   for (Future& future : futures)
     lf_collect(future, "outer");
 }
@@ -192,17 +192,17 @@ std::vector<std::string> lf_dropByPriority() {
     if (!added) place->second = std::min(place->second, livery.folderIndex);
   }
   std::vector<std::string> lines;
-  std::erase_if(scannedLiveries, [&](const LiveryData& LIVERY) {
-    const std::string key = noMatchKey(LIVERY.airline, LIVERY.type);
-    if (owner.at(key) >= LIVERY.folderIndex) return false;
-    lines.push_back(fmt::format("{} \"{}\"", key, LIVERY.title));
+  std::erase_if(scannedLiveries, [&](const LiveryData& livery) {
+    const std::string key = noMatchKey(livery.airline, livery.type);
+    if (owner.at(key) >= livery.folderIndex) return false;
+    lines.push_back(fmt::format("{} \"{}\"", key, livery.title));
     return true;
   });
   return lines;
 }
 
-void lf_writeReports(const std::vector<std::string>& CONVERSIONS, const std::vector<std::string>& SKIPPED) {
-  const auto shown = [](const fs::path& FILE) { return pathText(FILE); };
+void lf_writeReports(const std::vector<std::string>& conversions, const std::vector<std::string>& skipped) {
+  const auto shown = [](const fs::path& file) { return pathText(file); };
   std::vector<std::string> errors;
   if (const auto n = lf_writeList(invalidAirlinesFile, invalidAirlinesReport.lines(), true))
     errors.push_back(
@@ -222,21 +222,21 @@ void lf_writeReports(const std::vector<std::string>& CONVERSIONS, const std::vec
   logLine("\nInformation:");
   if (const auto n = lf_writeList(noSectionFile, noSectionFilesReport.lines(), true))
     logLine(fmt::format("{} empty aircraft.cfg files, see {}", n, shown(noSectionFile)));
-  if (const auto n = lf_writeList(conversionsFile, CONVERSIONS, true))
+  if (const auto n = lf_writeList(conversionsFile, conversions, true))
     logLine(
         fmt::format("{} liveries updated with real live data from dbase, see {}", n, shown(conversionsFile)));
-  if (const auto n = lf_writeList(priorityFile, SKIPPED, true))
+  if (const auto n = lf_writeList(priorityFile, skipped, true))
     logLine(fmt::format("{} liverie{} skipped on priority, see {}", n, lf_plural(n), shown(priorityFile)));
 }
 
 void lf_sortAndUnique() {
   std::stable_sort(scannedLiveries.begin(), scannedLiveries.end(),
-                   [](const LiveryData& A, const LiveryData& B) {
-                     return std::tie(A.airline, A.type, A.regcode) < std::tie(B.airline, B.type, B.regcode);
+                   [](const LiveryData& a, const LiveryData& b) {
+                     return std::tie(a.airline, a.type, a.regcode) < std::tie(b.airline, b.type, b.regcode);
                    });
-  const auto same = [](const LiveryData& A, const LiveryData& B) {
-    return A.airline == B.airline && A.type == B.type && A.title == B.title && A.regcode == B.regcode &&
-           A.cargo == B.cargo;
+  const auto same = [](const LiveryData& a, const LiveryData& b) {
+    return a.airline == b.airline && a.type == b.type && a.title == b.title && a.regcode == b.regcode &&
+           a.cargo == b.cargo;
   };
   scannedLiveries.erase(std::unique(scannedLiveries.begin(), scannedLiveries.end(), same),
                         scannedLiveries.end());
@@ -258,19 +258,19 @@ void lf_writeScanned() {
   logLine(fmt::format("{} liveries in {}", scannedLiveries.size(), pathText(liveriesScannedFile)));
 }
 
-void lf_scan(bool AUTOMATIC, bool PRIORITIZE, std::vector<fs::path> FOLDERS) {
+void lf_scan(bool automatic, bool prioritize, std::vector<fs::path> folders) {
   lf_removeOutputs();
   readDontUseTitles();
   prepareScan();
-  if (AUTOMATIC) {
+  if (automatic) {
     const std::int32_t version = simulatorVersion(SIM_INSTALL_PATH.value);
     for (const fs::path& folder : addOnPackageFolders(version))
-      FOLDERS.push_back(folder);
+      folders.push_back(folder);
     for (const fs::path& folder : simObjectsCfgFolders(version, SIM_INSTALL_PATH.value))
-      FOLDERS.push_back(folder);
+      folders.push_back(folder);
   }
   std::uint32_t folderIndex = 0;
-  for (const fs::path& folder : FOLDERS) {
+  for (const fs::path& folder : folders) {
     if (lf_stopWanted()) return;
     folderIndex = std::min(folderIndex + 1, lastFolderIndex);
     std::error_code error;
@@ -294,9 +294,9 @@ void lf_scan(bool AUTOMATIC, bool PRIORITIZE, std::vector<fs::path> FOLDERS) {
     display.liveryCount = -1;
     throw UserErrorException(53, "no liveries found");
   }
-  if (FOLDERS.size() > 1) logLine(fmt::format("{} in total", scannedLiveries.size()));
+  if (folders.size() > 1) logLine(fmt::format("{} in total", scannedLiveries.size()));
   const std::vector<std::string> conversions = lf_correctFromDatabase();
-  const std::vector<std::string> skipped = PRIORITIZE ? lf_dropByPriority() : std::vector<std::string>();
+  const std::vector<std::string> skipped = prioritize ? lf_dropByPriority() : std::vector<std::string>();
   lf_writeReports(conversions, skipped);
   lf_sortAndUnique();
   display.liveryCount = static_cast<std::int32_t>(scannedLiveries.size());
@@ -324,7 +324,7 @@ void lf_readScanned() {
 
 } // namespace
 
-void loadLiveries(bool SCAN, bool AUTOMATIC, bool PRIORITIZE, std::vector<fs::path> FOLDERS) {
+void loadLiveries(bool scan, bool automatic, bool prioritize, std::vector<fs::path> folders) {
   scannedLiveries.clear();
   struct Clear {
     ~Clear() {
@@ -332,8 +332,8 @@ void loadLiveries(bool SCAN, bool AUTOMATIC, bool PRIORITIZE, std::vector<fs::pa
       scannedLiveries.shrink_to_fit();
     }
   } clear;
-  if (SCAN)
-    lf_scan(AUTOMATIC, PRIORITIZE, std::move(FOLDERS));
+  if (scan)
+    lf_scan(automatic, prioritize, std::move(folders));
   else
     lf_readScanned();
 }

@@ -13,10 +13,10 @@ namespace ory {
 
 extern std::vector<LiveryData> scannedLiveries; // the records, during the step only
 
-// Scans FOLDERS in their order (with AUTOMATIC after them the simulator's add-on folders), or reads
-// LiveriesScanned.xml. A folder's records carry its number, 1 to 10; with PRIORITIZE an airline and type
+// Scans folders in their order (with automatic after them the simulator's add-on folders), or reads
+// LiveriesScanned.xml. A folder's records carry its number, 1 to 10; with prioritize an airline and type
 // belongs to the first folder that has it. Throws UserErrorException 51, 52 (the file) and 53 (no liveries).
-void loadLiveries(bool SCAN, bool AUTOMATIC, bool PRIORITIZE, std::vector<std::filesystem::path> FOLDERS);
+void loadLiveries(bool scan, bool automatic, bool prioritize, std::vector<std::filesystem::path> folders);
 // Builds the livery table and the matcher's tables from scannedLiveries, sorted, with their log summary.
 void processLiveries();
 

@@ -17,31 +17,31 @@ void clearLiveryTable() {
   liveryTable.clear();
 }
 
-void buildLiveryTable(const std::vector<LiveryData>& LIVERIES) {
+void buildLiveryTable(const std::vector<LiveryData>& liveries) {
   clearLiveryTable();
   std::vector<LiveryTitle> current;
-  const auto close = [&current](const LiveryData& LAST) {
-    AirlineLiveries& airline = liveryTable[LAST.airline];
-    auto [place, added] = airline.liveries.try_emplace(LAST.type);
-    if (added) airline.types.push_back(LAST.type);
+  const auto close = [&current](const LiveryData& last) {
+    AirlineLiveries& airline = liveryTable[last.airline];
+    auto [place, added] = airline.liveries.try_emplace(last.type);
+    if (added) airline.types.push_back(last.type);
     std::move(current.begin(), current.end(), std::back_inserter(place->second));
     current.clear();
   };
-  for (std::size_t i = 0; i < LIVERIES.size(); ++i) {
-    const LiveryData& livery = LIVERIES[i];
-    if (i > 0 && (livery.type != LIVERIES[i - 1].type || livery.airline != LIVERIES[i - 1].airline))
-      close(LIVERIES[i - 1]);
+  for (std::size_t i = 0; i < liveries.size(); ++i) {
+    const LiveryData& livery = liveries[i];
+    if (i > 0 && (livery.type != liveries[i - 1].type || livery.airline != liveries[i - 1].airline))
+      close(liveries[i - 1]);
     current.push_back({livery.title, livery.cargo});
   }
-  if (!LIVERIES.empty()) close(LIVERIES.back());
+  if (!liveries.empty()) close(liveries.back());
   for (const auto& [code, airline] : liveryTable)
     for (const auto& [type, titles] : airline.liveries)
       for (const LiveryTitle& title : titles)
         lf_titles.insert(title.title);
 }
 
-std::string_view installedTitle(std::string_view TITLE) {
-  const auto it = lf_titles.find(TITLE);
+std::string_view installedTitle(std::string_view title) {
+  const auto it = lf_titles.find(title);
   return it == lf_titles.end() ? std::string_view() : *it;
 }
 

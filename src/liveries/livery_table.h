@@ -25,10 +25,10 @@ struct AirlineLiveries {
 
 extern TextMap<AirlineLiveries> liveryTable; // airline to its types
 
-// Builds liveryTable from LIVERIES, sorted by airline and type. Views taken before are invalid afterwards.
-void buildLiveryTable(const std::vector<LiveryData>& LIVERIES);
+// Builds liveryTable from liveries, sorted by airline and type. Views taken before are invalid afterwards.
+void buildLiveryTable(const std::vector<LiveryData>& liveries);
 void clearLiveryTable();
-// The table's own copy of TITLE, or an empty view when no installed livery has that title.
-std::string_view installedTitle(std::string_view TITLE);
+// The table's own copy of title, or an empty view when no installed livery has that title.
+std::string_view installedTitle(std::string_view title);
 
 } // namespace ory

@@ -46,190 +46,190 @@ struct Match {
   int step = 0; // 1 to 6
 };
 
-bool lf_isSpecial(std::string_view TITLE) {
-  return lf_special.contains(TITLE);
+bool lf_isSpecial(std::string_view title) {
+  return lf_special.contains(title);
 }
 
-bool lf_isFailed(std::string_view TITLE) {
-  return std::find(failedLiveries.begin(), failedLiveries.end(), TITLE) != failedLiveries.end();
+bool lf_isFailed(std::string_view title) {
+  return std::find(failedLiveries.begin(), failedLiveries.end(), title) != failedLiveries.end();
 }
 
 // The tie-break among liveries that fit: a random one that no regcode reserves. Empty when all are reserved.
-std::string_view lf_pick(const TitleViews& CANDIDATES) {
-  std::string_view pick = CANDIDATES[randomIndex(CANDIDATES.size())];
+std::string_view lf_pick(const TitleViews& candidates) {
+  std::string_view pick = candidates[randomIndex(candidates.size())];
   for (int draw = 0; draw < redraws; ++draw) {
     if (!lf_isSpecial(pick)) return pick;
-    pick = CANDIDATES[randomIndex(CANDIDATES.size())];
+    pick = candidates[randomIndex(candidates.size())];
   }
   TitleViews plain;
-  std::copy_if(CANDIDATES.begin(), CANDIDATES.end(), std::back_inserter(plain),
-               [](std::string_view TITLE) { return !lf_isSpecial(TITLE); });
+  std::copy_if(candidates.begin(), candidates.end(), std::back_inserter(plain),
+               [](std::string_view title) { return !lf_isSpecial(title); });
   return plain.empty() ? std::string_view() : plain[randomIndex(plain.size())];
 }
 
-std::string_view lf_pickIn(const TextMap<TypeTitles>& TABLE, std::string_view AIRLINE,
-                           std::string_view TYPE) {
-  const auto airline = TABLE.find(AIRLINE);
-  if (airline == TABLE.end()) return {};
-  const auto titles = airline->second.find(TYPE);
+std::string_view lf_pickIn(const TextMap<TypeTitles>& table, std::string_view rawAirline,
+                           std::string_view type) {
+  const auto airline = table.find(rawAirline);
+  if (airline == table.end()) return {};
+  const auto titles = airline->second.find(type);
   return titles == airline->second.end() || titles->second.empty() ? std::string_view()
                                                                    : lf_pick(titles->second);
 }
 
 // A freighter may wear a passenger livery of its airline; a passenger aircraft never a cargo livery.
-std::string_view lf_pickByAirline(std::string_view AIRLINE, std::string_view TYPE, bool CARGO) {
-  const std::string_view title = lf_pickIn(airlineLiveries[CARGO ? 1 : 0], AIRLINE, TYPE);
-  if (!title.empty() || !CARGO) return title;
-  return lf_pickIn(airlineLiveries[0], AIRLINE, TYPE);
+std::string_view lf_pickByAirline(std::string_view airline, std::string_view type, bool cargo) {
+  const std::string_view title = lf_pickIn(airlineLiveries[cargo ? 1 : 0], airline, type);
+  if (!title.empty() || !cargo) return title;
+  return lf_pickIn(airlineLiveries[0], airline, type);
 }
 
-std::string_view lf_pickByModel(std::string_view TYPE, bool CARGO) {
-  const TypeTitles& table = modelLiveries[CARGO ? 1 : 0];
-  const auto titles = table.find(TYPE);
+std::string_view lf_pickByModel(std::string_view type, bool cargo) {
+  const TypeTitles& table = modelLiveries[cargo ? 1 : 0];
+  const auto titles = table.find(type);
   return titles == table.end() || titles->second.empty() ? std::string_view() : lf_pick(titles->second);
 }
 
-bool lf_isSmall(ModelCategory CATEGORY) {
-  return CATEGORY == ModelCategory::Light || CATEGORY == ModelCategory::Buzjets ||
-         CATEGORY == ModelCategory::Rotorcraft;
+bool lf_isSmall(ModelCategory category) {
+  return category == ModelCategory::Light || category == ModelCategory::Buzjets ||
+         category == ModelCategory::Rotorcraft;
 }
 
-// The airline's installed look-alikes of TYPE, freshly shuffled; null when there are none.
-TypeList* lf_airlineSimilar(std::string_view AIRLINE, std::string_view TYPE) {
-  const auto airline = similarByAirline.find(AIRLINE);
+// The airline's installed look-alikes of type, freshly shuffled; null when there are none.
+TypeList* lf_airlineSimilar(std::string_view rawAirline, std::string_view type) {
+  const auto airline = similarByAirline.find(rawAirline);
   if (airline == similarByAirline.end()) return nullptr;
-  const auto similar = airline->second.find(TYPE);
+  const auto similar = airline->second.find(type);
   if (similar == airline->second.end()) return nullptr;
   shuffle(similar->second);
   return &similar->second;
 }
 
-// Installed look-alikes of TYPE for any airline; for a small type without a group, one installed type of
+// Installed look-alikes of type for any airline; for a small type without a group, one installed type of
 // its category.
-TypeList lf_genericSimilar(std::string_view TYPE) {
-  if (const auto similar = similarInstalled.find(TYPE); similar != similarInstalled.end()) {
+TypeList lf_genericSimilar(std::string_view type) {
+  if (const auto similar = similarInstalled.find(type); similar != similarInstalled.end()) {
     shuffle(similar->second);
     return similar->second;
   }
-  const TypeList* models = smallModels(modelCategory(TYPE));
+  const TypeList* models = smallModels(modelCategory(type));
   if (!models || models->empty()) return {};
   return {(*models)[randomIndex(models->size())]};
 }
 
-Match lf_regcodeStep(const MatchAircraft& AIRCRAFT) {
-  if (AIRCRAFT.regcode.empty()) return {};
-  const auto bound = regcodeLiveries.find(AIRCRAFT.regcode);
+Match lf_regcodeStep(const MatchAircraft& aircraft) {
+  if (aircraft.regcode.empty()) return {};
+  const auto bound = regcodeLiveries.find(aircraft.regcode);
   return bound == regcodeLiveries.end() ? Match() : Match{bound->second, 1};
 }
 
 // Steps 2 to 6 of the ladder, as deep as MATCHING_DEPTH allows. Only small aircraft may wear the colours of
 // another airline.
-Match lf_searchSteps(const MatchAircraft& AIRCRAFT, bool CARGO) {
+Match lf_searchSteps(const MatchAircraft& aircraft, bool cargo) {
   const std::int32_t depth = MATCHING_DEPTH.value;
-  const std::string& airline = AIRCRAFT.airline;
-  const std::string& type = AIRCRAFT.type;
+  const std::string& airline = aircraft.airline;
+  const std::string& type = aircraft.type;
   if (depth < 2) return {};
   if (airline == "PVT")
-    if (const auto title = lf_pickByAirline("ZZZ", type, CARGO); !title.empty()) return {title, 4};
-  const std::optional<DbaseRecord> record = lookupDbaseRecord(AIRCRAFT.regcode);
+    if (const auto title = lf_pickByAirline("ZZZ", type, cargo); !title.empty()) return {title, 4};
+  const std::optional<DbaseRecord> record = lookupDbaseRecord(aircraft.regcode);
   const std::string opr = record ? record->opr : std::string();
   const std::string owner = record ? record->airl : std::string();
   if (!airline.empty()) {
-    if (const auto title = lf_pickByAirline(airline, type, CARGO); !title.empty()) return {title, 2};
+    if (const auto title = lf_pickByAirline(airline, type, cargo); !title.empty()) return {title, 2};
     if (!opr.empty())
-      if (const auto title = lf_pickByAirline(owner, type, CARGO); !title.empty()) return {title, 2};
+      if (const auto title = lf_pickByAirline(owner, type, cargo); !title.empty()) return {title, 2};
   }
   if (depth >= 3 && !airline.empty()) {
     if (TypeList* similar = lf_airlineSimilar(airline, type)) {
       for (const std::string& other : *similar)
-        if (const auto title = lf_pickByAirline(airline, other, CARGO); !title.empty()) return {title, 3};
+        if (const auto title = lf_pickByAirline(airline, other, cargo); !title.empty()) return {title, 3};
       if (!opr.empty()) {
         shuffle(*similar);
         for (const std::string& other : *similar)
-          if (const auto title = lf_pickByAirline(owner, other, CARGO); !title.empty()) return {title, 3};
+          if (const auto title = lf_pickByAirline(owner, other, cargo); !title.empty()) return {title, 3};
       }
     }
   }
   if (depth == 4)
-    if (const auto title = lf_pickByAirline("ZZZ", type, CARGO); !title.empty()) return {title, 4};
-  if (depth < 3 || !lf_isSmall(AIRCRAFT.category)) return {};
+    if (const auto title = lf_pickByAirline("ZZZ", type, cargo); !title.empty()) return {title, 4};
+  if (depth < 3 || !lf_isSmall(aircraft.category)) return {};
   if (airline != "PVT")
-    if (const auto title = lf_pickByAirline("ZZZ", type, CARGO); !title.empty()) return {title, 4};
-  if (const auto title = lf_pickByModel(type, CARGO); !title.empty()) return {title, 5};
+    if (const auto title = lf_pickByAirline("ZZZ", type, cargo); !title.empty()) return {title, 4};
+  if (const auto title = lf_pickByModel(type, cargo); !title.empty()) return {title, 5};
   for (const std::string& other : lf_genericSimilar(type))
-    if (const auto title = lf_pickByModel(other, CARGO); !title.empty()) return {title, 6};
+    if (const auto title = lf_pickByModel(other, cargo); !title.empty()) return {title, 6};
   return {};
 }
 
 // A refused title found by the ladder ends the search without a match.
-Match lf_unlessFailed(Match MATCH) {
-  return MATCH.title.empty() || lf_isFailed(MATCH.title) ? Match() : MATCH;
+Match lf_unlessFailed(Match match) {
+  return match.title.empty() || lf_isFailed(match.title) ? Match() : match;
 }
 
-void lf_setTitle(MatchAircraft& AIRCRAFT, std::string_view TITLE) {
-  AIRCRAFT.liveryTitle = TITLE;
-  AIRCRAFT.fsltlLivery = TITLE.find("FSLTL_") != std::string_view::npos;
+void lf_setTitle(MatchAircraft& aircraft, std::string_view title) {
+  aircraft.liveryTitle = title;
+  aircraft.fsltlLivery = title.find("FSLTL_") != std::string_view::npos;
 }
 
-std::string lf_banner(std::string_view TEXT) {
-  std::string line = fmt::format("===== {} ", TEXT);
+std::string lf_banner(std::string_view text) {
+  std::string line = fmt::format("===== {} ", text);
   line.resize(std::max(line.size(), bannerWidth), '=');
   return line;
 }
 
 } // namespace
 
-bool matchLiveAircraft(MatchAircraft& AIRCRAFT) {
-  if (!AIRCRAFT.liveryTitle.empty()) return true;
-  if (const auto known = hexidLiveries.find(AIRCRAFT.hexid); known != hexidLiveries.end()) {
+bool matchLiveAircraft(MatchAircraft& aircraft) {
+  if (!aircraft.liveryTitle.empty()) return true;
+  if (const auto known = hexidLiveries.find(aircraft.hexid); known != hexidLiveries.end()) {
     if (!lf_isFailed(known->second)) {
-      lf_setTitle(AIRCRAFT, known->second);
-      if (LOG.value && !AIRCRAFT.quiet)
-        logLine(fmt::format("          {} =c= {}", AIRCRAFT.text, known->second));
+      lf_setTitle(aircraft, known->second);
+      if (LOG.value && !aircraft.quiet)
+        logLine(fmt::format("          {} =c= {}", aircraft.text, known->second));
       return true;
     }
     hexidLiveries.erase(known);
   }
-  Match match = lf_regcodeStep(AIRCRAFT);
-  if (match.title.empty()) match = lf_searchSteps(AIRCRAFT, AIRCRAFT.cargo);
+  Match match = lf_regcodeStep(aircraft);
+  if (match.title.empty()) match = lf_searchSteps(aircraft, aircraft.cargo);
   match = lf_unlessFailed(match);
   if (match.title.empty()) return false;
   ++matchCounts[static_cast<std::size_t>(match.step - 1)];
-  if (LOG.value) logLine(fmt::format("          {} ={}= {}", AIRCRAFT.text, match.step, match.title));
-  lf_setTitle(AIRCRAFT, match.title);
-  hexidLiveries.insert_or_assign(AIRCRAFT.hexid, match.title);
+  if (LOG.value) logLine(fmt::format("          {} ={}= {}", aircraft.text, match.step, match.title));
+  lf_setTitle(aircraft, match.title);
+  hexidLiveries.insert_or_assign(aircraft.hexid, match.title);
   return true;
 }
 
-bool matchParkedAircraft(MatchAircraft& AIRCRAFT, std::string_view STAND_NAME, bool CARGO_STAND) {
-  if (!AIRCRAFT.liveryTitle.empty()) {
-    if (LOG.value) logLine(fmt::format("          {} =s= {}", AIRCRAFT.text, AIRCRAFT.liveryTitle));
+bool matchParkedAircraft(MatchAircraft& aircraft, std::string_view standName, bool cargoStand) {
+  if (!aircraft.liveryTitle.empty()) {
+    if (LOG.value) logLine(fmt::format("          {} =s= {}", aircraft.text, aircraft.liveryTitle));
     return true;
   }
-  Match match = lf_regcodeStep(AIRCRAFT);
+  Match match = lf_regcodeStep(aircraft);
   if (match.title.empty()) {
-    AIRCRAFT.cargo = CARGO_STAND;
-    match = lf_searchSteps(AIRCRAFT, CARGO_STAND);
+    aircraft.cargo = cargoStand;
+    match = lf_searchSteps(aircraft, cargoStand);
   }
   match = lf_unlessFailed(match);
   if (match.title.empty()) {
     if (LOG.value)
-      logLine(fmt::format("{:8}: {} {} {} {} no livery match ...", STAND_NAME, AIRCRAFT.text,
-                          AIRCRAFT.airline, AIRCRAFT.type, AIRCRAFT.regcode));
+      logLine(fmt::format("{:8}: {} {} {} {} no livery match ...", standName, aircraft.text, aircraft.airline,
+                          aircraft.type, aircraft.regcode));
     return false;
   }
-  if (LOG.value) logLine(fmt::format("          {} ={}= {}", AIRCRAFT.text, match.step, match.title));
-  AIRCRAFT.liveryTitle = match.title;
+  if (LOG.value) logLine(fmt::format("          {} ={}= {}", aircraft.text, match.step, match.title));
+  aircraft.liveryTitle = match.title;
   return true;
 }
 
-void reportNotCreated(const MatchAircraft& AIRCRAFT) {
+void reportNotCreated(const MatchAircraft& aircraft) {
   showMessage(
-      fmt::format("{} \"{}\" could not be created by your Sim!", AIRCRAFT.callsign, AIRCRAFT.liveryTitle),
+      fmt::format("{} \"{}\" could not be created by your Sim!", aircraft.callsign, aircraft.liveryTitle),
       true);
-  if (!AIRCRAFT.liveryTitle.empty() && !lf_isFailed(AIRCRAFT.liveryTitle))
-    failedLiveries.push_back(AIRCRAFT.liveryTitle);
-  failedAircraft.push_back(fmt::format("{} {}", AIRCRAFT.type, AIRCRAFT.airline));
+  if (!aircraft.liveryTitle.empty() && !lf_isFailed(aircraft.liveryTitle))
+    failedLiveries.push_back(aircraft.liveryTitle);
+  failedAircraft.push_back(fmt::format("{} {}", aircraft.type, aircraft.airline));
   if (failedLiveries.size() < maxFailedLiveries) return;
   const std::string text =
       fmt::format("there are too many liveries that could not be created by {}!", simName);
@@ -237,18 +237,18 @@ void reportNotCreated(const MatchAircraft& AIRCRAFT) {
   throw UserErrorException(81, fmt::format("{}, see Log.txt", text));
 }
 
-std::string noMatchKey(std::string_view AIRLINE, std::string_view TYPE) {
-  return fmt::format("{:3} {:4}", AIRLINE, TYPE);
+std::string noMatchKey(std::string_view airline, std::string_view type) {
+  return fmt::format("{:3} {:4}", airline, type);
 }
 
-void addNoMatch(const MatchAircraft& AIRCRAFT) {
-  std::string key = noMatchKey(AIRCRAFT.airline, AIRCRAFT.type);
-  if (!AIRCRAFT.regcode.empty()) key += " " + AIRCRAFT.regcode;
+void addNoMatch(const MatchAircraft& aircraft) {
+  std::string key = noMatchKey(aircraft.airline, aircraft.type);
+  if (!aircraft.regcode.empty()) key += " " + aircraft.regcode;
   noMatchKeys.insert(std::move(key));
 }
 
-bool isNoMatch(std::string_view AIRLINE, std::string_view TYPE) {
-  return noMatchKeys.contains(noMatchKey(AIRLINE, TYPE));
+bool isNoMatch(std::string_view airline, std::string_view type) {
+  return noMatchKeys.contains(noMatchKey(airline, type));
 }
 
 void writeNoMatchList() {
@@ -270,8 +270,8 @@ void serveNoMatchClear() {
 }
 
 void buildSimilarTables() {
-  const auto installed = [](std::string_view TYPE) {
-    return modelLiveries[0].contains(TYPE) || modelLiveries[1].contains(TYPE);
+  const auto installed = [](std::string_view type) {
+    return modelLiveries[0].contains(type) || modelLiveries[1].contains(type);
   };
   std::vector<std::string> allLines;
   std::vector<std::string> installedLines;
@@ -302,7 +302,7 @@ void buildSimilarTables() {
       if (installedTypes.contains(type)) continue;
       TypeList owned;
       std::copy_if(similar.begin(), similar.end(), std::back_inserter(owned),
-                   [&installedTypes](const std::string& OTHER) { return installedTypes.contains(OTHER); });
+                   [&installedTypes](const std::string& other) { return installedTypes.contains(other); });
       if (!owned.empty()) types.emplace(type, std::move(owned));
     }
     if (!types.empty()) similarByAirline.emplace(entry.first.substr(0, 3), std::move(types));
@@ -351,8 +351,8 @@ void clearMatching() {
   lf_special.clear();
 }
 
-TypeList* smallModels(ModelCategory CATEGORY) {
-  switch (CATEGORY) {
+TypeList* smallModels(ModelCategory category) {
+  switch (category) {
   case ModelCategory::Light:
     return &lightModels;
   case ModelCategory::Buzjets:

@@ -45,7 +45,7 @@ extern TypeList lightModels;                        // types with a livery, sort
 extern TypeList buzjetModels;
 extern TypeList rotorcraftModels;
 // The list of a small category (Light, Buzjets, Rotorcraft), null for the others.
-TypeList* smallModels(ModelCategory CATEGORY);
+TypeList* smallModels(ModelCategory category);
 
 extern std::unordered_map<std::uint32_t, std::string_view>
     hexidLiveries;                               // the livery once chosen for a hexid
@@ -56,19 +56,19 @@ extern TextOrderedSet noMatchKeys;               // "{:3} {:4}" of airline and t
 
 inline constexpr std::size_t maxFailedLiveries = 20; // refusals that end the run
 
-// Gives AIRCRAFT a livery; true when liveryTitle is set afterwards. A title once chosen for a hexid stays.
-bool matchLiveAircraft(MatchAircraft& AIRCRAFT);
-// The same for a statically parked aircraft on the stand STAND_NAME: from the ladder's second step on the
+// Gives aircraft a livery; true when liveryTitle is set afterwards. A title once chosen for a hexid stays.
+bool matchLiveAircraft(MatchAircraft& aircraft);
+// The same for a statically parked aircraft on the stand standName: from the ladder's second step on the
 // stand's cargo flag decides; no hexid memory, no counts.
-bool matchParkedAircraft(MatchAircraft& AIRCRAFT, std::string_view STAND_NAME, bool CARGO_STAND);
-// The simulator refused AIRCRAFT's livery. Throws UserErrorException 81 at the twentieth refused title.
-void reportNotCreated(const MatchAircraft& AIRCRAFT);
+bool matchParkedAircraft(MatchAircraft& aircraft, std::string_view standName, bool cargoStand);
+// The simulator refused aircraft's livery. Throws UserErrorException 81 at the twentieth refused title.
+void reportNotCreated(const MatchAircraft& aircraft);
 
 // "{:3} {:4}": the key that stops later searches for this airline and type.
-std::string noMatchKey(std::string_view AIRLINE, std::string_view TYPE);
+std::string noMatchKey(std::string_view airline, std::string_view type);
 // After a failed search: the key, with the regcode behind it when there is one (then it blocks nothing).
-void addNoMatch(const MatchAircraft& AIRCRAFT);
-bool isNoMatch(std::string_view AIRLINE, std::string_view TYPE);
+void addNoMatch(const MatchAircraft& aircraft);
+bool isNoMatch(std::string_view airline, std::string_view type);
 void writeNoMatchList();
 // Main loop, every 30th second: after a raised MATCHING_DEPTH (clearNoMatchPending) the list is written and
 // emptied.

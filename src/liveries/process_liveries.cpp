@@ -25,8 +25,8 @@ namespace fs = std::filesystem;
 const fs::path inlineRegcodesFile = errorsFolder / "InlineRegcodes.txt";
 constexpr std::size_t typesPerLine = 20;
 
-std::string_view lf_plural(std::size_t COUNT) {
-  return COUNT > 1 ? "s" : "";
+std::string_view lf_plural(std::size_t count) {
+  return count > 1 ? "s" : "";
 }
 
 std::vector<std::string> lf_sortedAirlines() {
@@ -90,17 +90,17 @@ void lf_buildModelLiveries() {
         entries.push_back({type, title.title, title.cargo});
   }
   std::stable_sort(entries.begin(), entries.end(),
-                   [](const Entry& A, const Entry& B) { return A.type < B.type; });
+                   [](const Entry& a, const Entry& b) { return a.type < b.type; });
   for (const Entry& entry : entries)
     modelLiveries[entry.cargo ? 1 : 0][std::string(entry.type)].push_back(entry.title);
 }
 
 // "  A320,B738,..." 20 to a line; every type but the last followed by a comma.
-void lf_logTypes(const std::vector<std::string>& TYPES) {
+void lf_logTypes(const std::vector<std::string>& types) {
   std::string line = "  ";
-  for (std::size_t i = 0; i < TYPES.size(); ++i) {
-    line += TYPES[i];
-    if (i + 1 == TYPES.size()) break;
+  for (std::size_t i = 0; i < types.size(); ++i) {
+    line += types[i];
+    if (i + 1 == types.size()) break;
     line += ',';
     if ((i + 1) % typesPerLine != 0) continue;
     logLine(line);
@@ -122,7 +122,7 @@ void lf_logGenericLiveries() {
 }
 
 // Without a livery of its category the program does not ask for such aircraft at all in this run.
-void lf_switchOff(ModelCategory CATEGORY) {
+void lf_switchOff(ModelCategory rawCategory) {
   struct Switch {
     ModelCategory category;
     BoolParameter* parameter;
@@ -133,7 +133,7 @@ void lf_switchOff(ModelCategory CATEGORY) {
       {ModelCategory::HighPerf, &HIGH_PERF_AIRCRAFT, "High Perf aircraft"},
       {ModelCategory::Rotorcraft, &HELICOPTERS, "Helicopters"}};
   for (const Switch& entry : switches) {
-    if (entry.category != CATEGORY) continue;
+    if (entry.category != rawCategory) continue;
     if (entry.parameter->value) {
       entry.parameter->value = false;
       logLine(fmt::format("{} temporary switched off because you do not have {} installed",
@@ -144,19 +144,19 @@ void lf_switchOff(ModelCategory CATEGORY) {
   }
 }
 
-void lf_categorySummary(ModelCategory CATEGORY) {
+void lf_categorySummary(ModelCategory category) {
   std::array<std::size_t, 2> counts{};
   std::vector<std::string> types;
   for (std::size_t cargo = 0; cargo < 2; ++cargo)
     for (const auto& [type, titles] : modelLiveries[cargo]) {
-      if (modelCategory(type) != CATEGORY) continue;
+      if (modelCategory(type) != category) continue;
       counts[cargo] += titles.size();
       types.push_back(type);
     }
-  const std::string_view name = modelCategoryName(CATEGORY);
+  const std::string_view name = modelCategoryName(category);
   if (counts[0] + counts[1] == 0) {
     logLine(fmt::format("Category {}: No livery found", name));
-    lf_switchOff(CATEGORY);
+    lf_switchOff(category);
     return;
   }
   std::string line = fmt::format("Category {}: {} pax liverie{}", name, counts[0], lf_plural(counts[0]));
@@ -165,7 +165,7 @@ void lf_categorySummary(ModelCategory CATEGORY) {
   std::sort(types.begin(), types.end());
   types.erase(std::unique(types.begin(), types.end()), types.end());
   lf_logTypes(types);
-  if (TypeList* models = smallModels(CATEGORY)) *models = types;
+  if (TypeList* models = smallModels(category)) *models = types;
 }
 
 } // namespace

@@ -13,9 +13,9 @@ bool randomOn() {
   return RANDOM.value;
 }
 
-std::size_t randomIndex(std::size_t COUNT) {
-  if (!randomOn() || COUNT < 2) return 0;
-  return randomEngine()() % COUNT;
+std::size_t randomIndex(std::size_t count) {
+  if (!randomOn() || count < 2) return 0;
+  return randomEngine()() % count;
 }
 
 } // namespace ory

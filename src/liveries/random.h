@@ -13,14 +13,14 @@ namespace ory {
 std::mt19937& randomEngine(); // this thread's engine
 bool randomOn();              // the RANDOM parameter
 
-// 0 with RANDOM off or COUNT below 2, else the engine's next output modulo COUNT.
-std::size_t randomIndex(std::size_t COUNT);
+// 0 with RANDOM off or count below 2, else the engine's next output modulo count.
+std::size_t randomIndex(std::size_t count);
 
-// Shuffles LIST in place; leaves it as it is with RANDOM off or fewer than 2 entries.
+// Shuffles list in place; leaves it as it is with RANDOM off or fewer than 2 entries.
 template <typename Item>
-void shuffle(std::vector<Item>& LIST) {
-  if (!randomOn() || LIST.size() < 2) return;
-  std::shuffle(LIST.begin(), LIST.end(), randomEngine());
+void shuffle(std::vector<Item>& list) {
+  if (!randomOn() || list.size() < 2) return;
+  std::shuffle(list.begin(), list.end(), randomEngine());
 }
 
 } // namespace ory

@@ -29,46 +29,46 @@ namespace fs = std::filesystem;
 constexpr std::size_t minDontUseTitle = 9; // bytes; shorter lines are noise
 const fs::path offlineRegcodesFile = infoFolder / "OfflineRegcodes.txt";
 
-std::string_view lf_plural(std::size_t COUNT) {
-  return COUNT > 1 ? "s" : "";
+std::string_view lf_plural(std::size_t count) {
+  return count > 1 ? "s" : "";
 }
 
-bool lf_isTextFile(const fs::directory_entry& ENTRY) {
-  if (!ENTRY.is_regular_file()) return false;
-  std::string extension = ENTRY.path().extension().string();
+bool lf_isTextFile(const fs::directory_entry& entry) {
+  if (!entry.is_regular_file()) return false;
+  std::string extension = entry.path().extension().string();
   std::transform(extension.begin(), extension.end(), extension.begin(),
                  [](unsigned char c) { return std::toupper(c); });
   return extension == ".TXT";
 }
 
 // Regular files of the folder, not of its subfolders, in name order so that later files win alike everywhere.
-std::vector<fs::path> lf_folderFiles(const fs::path& FOLDER) {
+std::vector<fs::path> lf_folderFiles(const fs::path& folder) {
   std::vector<fs::path> files;
   std::error_code error;
-  for (fs::directory_iterator it(FOLDER, error), end; !error && it != end; it.increment(error))
+  for (fs::directory_iterator it(folder, error), end; !error && it != end; it.increment(error))
     if (it->is_regular_file()) files.push_back(it->path());
   std::sort(files.begin(), files.end());
   return files;
 }
 
-std::vector<fs::path> lf_textFiles(const fs::path& FOLDER) {
-  std::vector<fs::path> files = lf_folderFiles(FOLDER);
-  std::erase_if(files, [](const fs::path& PATH) { return !lf_isTextFile(fs::directory_entry(PATH)); });
+std::vector<fs::path> lf_textFiles(const fs::path& folder) {
+  std::vector<fs::path> files = lf_folderFiles(folder);
+  std::erase_if(files, [](const fs::path& path) { return !lf_isTextFile(fs::directory_entry(path)); });
   return files;
 }
 
-void lf_logDontUseCount(std::size_t BEFORE, const fs::path& WHERE) {
-  const std::size_t added = dontUseTitles.size() - BEFORE;
+void lf_logDontUseCount(std::size_t before, const fs::path& where) {
+  const std::size_t added = dontUseTitles.size() - before;
   if (added > 0)
     logLine(
-        fmt::format("{} don't use title{} read from files in {}", added, lf_plural(added), pathText(WHERE)));
+        fmt::format("{} don't use title{} read from files in {}", added, lf_plural(added), pathText(where)));
 }
 
-void lf_addDontUse(std::string_view TITLE, std::set<std::string, std::less<>>& SEEN, const fs::path& FILE) {
-  if (SEEN.emplace(TITLE).second)
-    dontUseTitles.emplace_back(TITLE);
+void lf_addDontUse(std::string_view title, std::set<std::string, std::less<>>& seen, const fs::path& file) {
+  if (seen.emplace(title).second)
+    dontUseTitles.emplace_back(title);
   else
-    logWarning(fmt::format("don't use title \"{}\" not unique in file {}", TITLE, pathText(FILE)));
+    logWarning(fmt::format("don't use title \"{}\" not unique in file {}", title, pathText(file)));
 }
 
 void lf_readDontUseXml() {
@@ -90,35 +90,35 @@ void lf_readDontUseXml() {
   lf_logDontUseCount(before, aigRegcodesFile);
 }
 
-void lf_readDontUseText(const fs::path& FILE) {
+void lf_readDontUseText(const fs::path& file) {
   std::vector<std::string> lines;
-  if (!gf_readExtTextFileToStringVector(FILE, lines)) return;
+  if (!gf_readExtTextFileToStringVector(file, lines)) return;
   std::set<std::string, std::less<>> seen;
   for (const std::string& line : lines) {
     const std::vector<std::string_view> fields = splitFields(line, ';');
     if (fields.size() == 1 && line.size() >= minDontUseTitle)
-      lf_addDontUse(line, seen, FILE);
+      lf_addDontUse(line, seen, file);
     else if (fields.size() >= 2 && !seen.emplace(fields[0]).second)
-      logWarning(fmt::format("title \"{}\" not unique in file {}", fields[0], pathText(FILE)));
+      logWarning(fmt::format("title \"{}\" not unique in file {}", fields[0], pathText(file)));
   }
 }
 
-void lf_reportCounts(const fs::path& FILE, const RegcodeCounts& COUNTS) {
-  if (COUNTS.added + COUNTS.replaced == 0) return;
+void lf_reportCounts(const fs::path& file, const RegcodeCounts& counts) {
+  if (counts.added + counts.replaced == 0) return;
   std::string line =
-      fmt::format("{}: {} new regcode{} added", pathText(FILE), COUNTS.added, lf_plural(COUNTS.added));
-  if (COUNTS.replaced > 0)
-    line += fmt::format(", {} regcode{} replaced", COUNTS.replaced, lf_plural(COUNTS.replaced));
-  if (COUNTS.special > 0)
-    line += fmt::format(", {} regcode{} defined as special", COUNTS.special, lf_plural(COUNTS.special));
+      fmt::format("{}: {} new regcode{} added", pathText(file), counts.added, lf_plural(counts.added));
+  if (counts.replaced > 0)
+    line += fmt::format(", {} regcode{} replaced", counts.replaced, lf_plural(counts.replaced));
+  if (counts.special > 0)
+    line += fmt::format(", {} regcode{} defined as special", counts.special, lf_plural(counts.special));
   regcodeReport.push_back(std::move(line));
 }
 
-void lf_bindList(std::string_view REGCODES, std::string_view TITLE, bool SPECIAL, const fs::path& FILE,
-                 RegcodeCounts& COUNTS) {
-  const std::string source = pathText(FILE);
-  for (const std::string_view regcode : splitTrimmed(REGCODES))
-    bindRegcode(regcode, TITLE, SPECIAL, source, COUNTS);
+void lf_bindList(std::string_view regcodes, std::string_view title, bool special, const fs::path& file,
+                 RegcodeCounts& counts) {
+  const std::string source = pathText(file);
+  for (const std::string_view regcode : splitTrimmed(regcodes))
+    bindRegcode(regcode, title, special, source, counts);
 }
 
 void lf_readAigRegcodes() {
@@ -140,32 +140,32 @@ void lf_readAigRegcodes() {
 }
 
 // title;reg1,reg2 binds (one regcode alone also makes the title special); title;reg1,reg2;# binds as special.
-void lf_readRegcodeLine(const std::string& LINE, const fs::path& FILE, RegcodeCounts& COUNTS) {
-  const std::vector<std::string_view> fields = splitFields(LINE, ';');
+void lf_readRegcodeLine(const std::string& line, const fs::path& file, RegcodeCounts& counts) {
+  const std::vector<std::string_view> fields = splitFields(line, ';');
   if (fields.size() == 1) return; // a don't-use title, read before the scan
   if (fields.size() > 3) {
-    regcodeReport.push_back(fmt::format("{}{} wrong format: {}", warningPrefix, pathText(FILE), LINE));
-    logWarning(fmt::format("{} wrong format: {}", pathText(FILE), LINE));
+    regcodeReport.push_back(fmt::format("{}{} wrong format: {}", warningPrefix, pathText(file), line));
+    logWarning(fmt::format("{} wrong format: {}", pathText(file), line));
     return;
   }
   if (fields.size() == 3 && fields[2] != "#") return;
   const std::string_view title = installedTitle(fields[0]);
   if (title.empty()) return; // shared files serve every collection: silently skipped
   const bool special = fields.size() == 3 || splitTrimmed(fields[1]).size() == 1;
-  lf_bindList(fields[1], title, special, FILE, COUNTS);
+  lf_bindList(fields[1], title, special, file, counts);
 }
 
-void lf_readRegcodeText(const fs::path& FILE) {
+void lf_readRegcodeText(const fs::path& file) {
   try {
     std::vector<std::string> lines;
-    if (!gf_readExtTextFileToStringVector(FILE, lines)) return;
+    if (!gf_readExtTextFileToStringVector(file, lines)) return;
     RegcodeCounts counts;
     for (const std::string& line : lines)
-      if (!line.empty()) lf_readRegcodeLine(line, FILE, counts);
-    lf_reportCounts(FILE, counts);
+      if (!line.empty()) lf_readRegcodeLine(line, file, counts);
+    lf_reportCounts(file, counts);
   } catch (const std::exception& e) {
     regcodeReport.push_back(fmt::format("{} Error in reading regcode file {}, what: {}", warningPrefix,
-                                        pathText(FILE), e.what()));
+                                        pathText(file), e.what()));
   }
 }
 
@@ -204,26 +204,26 @@ void readRegcodeFiles() {
   if (!specialLiveries.empty()) logLine(fmt::format("{} special liveries", specialLiveries.size()));
 }
 
-void bindRegcode(std::string_view REGCODE, std::string_view TITLE, bool SPECIAL, std::string_view SOURCE,
-                 RegcodeCounts& COUNTS) {
-  if (REGCODE.empty() || REGCODE.size() > maxRegcodeLength) {
+void bindRegcode(std::string_view regcode, std::string_view title, bool special, std::string_view source,
+                 RegcodeCounts& counts) {
+  if (regcode.empty() || regcode.size() > maxRegcodeLength) {
     regcodeReport.push_back(
-        fmt::format("{}wrong regcode length \"{}\" in {}", warningPrefix, REGCODE, SOURCE));
+        fmt::format("{}wrong regcode length \"{}\" in {}", warningPrefix, regcode, source));
     return;
   }
-  const auto [place, added] = regcodeLiveries.try_emplace(std::string(REGCODE), TITLE);
-  if (!added && place->second != TITLE) {
+  const auto [place, added] = regcodeLiveries.try_emplace(std::string(regcode), title);
+  if (!added && place->second != title) {
     regcodeReport.push_back(
-        fmt::format("   regcode {} for \"{}\", instead of for \"{}\"", REGCODE, TITLE, place->second));
-    place->second = TITLE;
-    ++COUNTS.replaced;
+        fmt::format("   regcode {} for \"{}\", instead of for \"{}\"", regcode, title, place->second));
+    place->second = title;
+    ++counts.replaced;
   } else {
-    ++COUNTS.added;
+    ++counts.added;
   }
-  if (!SPECIAL) return;
-  specialLiveries.push_back(TITLE);
-  specialRegcodes.emplace(REGCODE);
-  ++COUNTS.special;
+  if (!special) return;
+  specialLiveries.push_back(title);
+  specialRegcodes.emplace(regcode);
+  ++counts.special;
 }
 
 void clearRegcodes() {

@@ -33,10 +33,10 @@ struct RegcodeCounts {
 void readDontUseTitles();
 // Binds the regcodes of both file kinds to installed titles; needs the livery table and the in-line regcodes.
 void readRegcodeFiles();
-// Binds REGCODE to TITLE (a view into the livery table); a later binding replaces an earlier one. SOURCE
+// Binds regcode to title (a view into the livery table); a later binding replaces an earlier one. source
 // names the file for the report.
-void bindRegcode(std::string_view REGCODE, std::string_view TITLE, bool SPECIAL, std::string_view SOURCE,
-                 RegcodeCounts& COUNTS);
+void bindRegcode(std::string_view regcode, std::string_view title, bool special, std::string_view source,
+                 RegcodeCounts& counts);
 void clearRegcodes();
 
 } // namespace ory

@@ -9,17 +9,17 @@
 
 namespace ory {
 
-// TEXT without leading and trailing blanks, tabs, carriage returns and line feeds.
-std::string_view trimBlanks(std::string_view TEXT);
+// text without leading and trailing blanks, tabs, carriage returns and line feeds.
+std::string_view trimBlanks(std::string_view text);
 // The trimmed, non-empty tokens of a comma-separated list.
-std::vector<std::string_view> splitTrimmed(std::string_view TEXT);
+std::vector<std::string_view> splitTrimmed(std::string_view text);
 // Every field between SEPARATORs, untrimmed; an empty text gives one empty field.
-std::vector<std::string_view> splitFields(std::string_view TEXT, char SEPARATOR);
+std::vector<std::string_view> splitFields(std::string_view text, char separator);
 // True when the first character is one of 1, t, T, y, Y.
-bool isTrueText(std::string_view TEXT);
-std::string pathText(const std::filesystem::path& PATH);
+bool isTrueText(std::string_view text);
+std::string pathText(const std::filesystem::path& path);
 // std::stod and std::stof with the texts "invalid stod argument" and "stod argument out of range" (and stof).
-double textToDouble(const std::string& TEXT);
-float textToFloat(const std::string& TEXT);
+double textToDouble(const std::string& text);
+float textToFloat(const std::string& text);
 
 } // namespace ory

@@ -5,6 +5,6 @@
 
 namespace ory {
 
-std::tm utcCalendar(std::time_t TIME);
+std::tm utcCalendar(std::time_t time);
 
 } // namespace ory

@@ -2,9 +2,9 @@
 
 namespace ory {
 
-std::tm utcCalendar(std::time_t TIME) {
+std::tm utcCalendar(std::time_t time) {
   std::tm parts{};
-  gmtime_r(&TIME, &parts);
+  gmtime_r(&time, &parts);
   return parts;
 }
 

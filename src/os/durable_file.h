@@ -5,8 +5,8 @@
 
 namespace ory {
 
-// Forces the written file FROM to the disk, then puts it in the place of TO in one step. False (FROM kept)
+// Forces the written file from to the disk, then puts it in the place of to in one step. False (from kept)
 // when either fails.
-bool replaceFileDurably(const std::filesystem::path& FROM, const std::filesystem::path& TO);
+bool replaceFileDurably(const std::filesystem::path& from, const std::filesystem::path& to);
 
 } // namespace ory

@@ -5,7 +5,7 @@
 
 namespace ory {
 
-// True if this process is the only holder of NAME; the claim lasts until the process ends.
-bool claimSingleInstance(std::string_view NAME);
+// True if this process is the only holder of name; the claim lasts until the process ends.
+bool claimSingleInstance(std::string_view name);
 
 } // namespace ory

@@ -9,10 +9,10 @@
 
 namespace ory {
 
-bool claimSingleInstance(std::string_view NAME) {
+bool claimSingleInstance(std::string_view name) {
   // The lock lives below HOME, so that tests with their own HOME don't meet each other.
   std::string fileName;
-  for (char c : NAME)
+  for (char c : name)
     if (std::isalnum(static_cast<unsigned char>(c)) || c == '_') fileName += c;
   const char* home = std::getenv("HOME");
   const std::string path = std::string(home && *home ? home : "/tmp") + "/." + fileName + ".lock";

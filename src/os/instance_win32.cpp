@@ -5,9 +5,9 @@
 
 namespace ory {
 
-bool claimSingleInstance(std::string_view NAME) {
+bool claimSingleInstance(std::string_view rawName) {
   // Never released: the system closes the handle at process end.
-  const std::wstring name = utf8ToWide(NAME);
+  const std::wstring name = utf8ToWide(rawName);
   HANDLE mutex = CreateMutexW(nullptr, FALSE, name.c_str());
   return mutex != nullptr && GetLastError() != ERROR_ALREADY_EXISTS;
 }

@@ -10,7 +10,7 @@
 
 namespace ory {
 
-using SocketHandle = std::intptr_t; // SOCKET on Windows, a descriptor on POSIX
+using SocketHandle = std::intptr_t; // socket on Windows, a descriptor on POSIX
 inline constexpr SocketHandle invalidSocket = -1;
 
 bool startSockets();   // WSAStartup(2.2); true on POSIX
@@ -19,8 +19,8 @@ int lastSocketError(); // the Winsock number of the last failure on this thread
 
 enum class IpFamily { any, v4, v6 };
 
-// Listening on any address of FAMILY (any: IPv6 and IPv4 on one socket); PORT 0 picks a free one (localPort).
-SocketHandle openTcpServer(std::uint16_t PORT, IpFamily FAMILY = IpFamily::v4); // invalid on failure
+// Listening on any address of family (any: IPv6 and IPv4 on one socket); port 0 picks a free one (localPort).
+SocketHandle openTcpServer(std::uint16_t port, IpFamily family = IpFamily::v4); // invalid on failure
 
 // The steps of opening a listening TCP socket, so that a failure is told by its step.
 enum class ListenerStep { resolve, socket, blocking, reuseAddress, bind, listen, ready };
@@ -29,35 +29,35 @@ struct ListenerOpening {
   ListenerStep step = ListenerStep::resolve; // the step that failed, or ready
   int error = 0;                             // Winsock number of the failure
 };
-// getaddrinfo(no host, SERVICE, passive IPv4 TCP), blocking mode, SO_REUSEADDR, bind, listen(SOMAXCONN).
-ListenerOpening openListener(std::string_view SERVICE);
+// getaddrinfo(no host, service, passive IPv4 TCP), blocking mode, SO_REUSEADDR, bind, listen(SOMAXCONN).
+ListenerOpening openListener(std::string_view service);
 
-SocketHandle acceptClient(SocketHandle SERVER); // blocks until a peer connects or SERVER closes
-// By name or address, trying the addresses of FAMILY in the resolver's order.
-SocketHandle connectTcp(std::string_view HOST, std::uint16_t PORT, IpFamily FAMILY = IpFamily::any);
-std::uint16_t localPort(SocketHandle SOCKET);     // the port a socket is bound to, 0 on failure
-SocketHandle openUdpReceiver(std::uint16_t PORT); // bound to any IPv4 address
+SocketHandle acceptClient(SocketHandle server); // blocks until a peer connects or server closes
+// By name or address, trying the addresses of family in the resolver's order.
+SocketHandle connectTcp(std::string_view host, std::uint16_t port, IpFamily family = IpFamily::any);
+std::uint16_t localPort(SocketHandle socket);     // the port a socket is bound to, 0 on failure
+SocketHandle openUdpReceiver(std::uint16_t port); // bound to any IPv4 address
 SocketHandle openUdpSender();
 SocketHandle openUdpSocket(); // unbound, for bindSocket
-// Binds to PORT on 127.0.0.1, or on every IPv4 address.
-bool bindSocket(SocketHandle SOCKET, std::uint16_t PORT, bool LOOPBACK_ONLY);
+// Binds to port on 127.0.0.1, or on every IPv4 address.
+bool bindSocket(SocketHandle socket, std::uint16_t port, bool loopbackOnly);
 
-// All of DATA, or false on failure.
-bool sendAll(SocketHandle SOCKET, const void* DATA, std::size_t SIZE);
-// One datagram to HOST (IPv4 text) at PORT.
-bool sendDatagram(SocketHandle SOCKET, std::string_view HOST, std::uint16_t PORT, const void* DATA,
-                  std::size_t SIZE);
-// Bytes received (at most SIZE), 0 when the peer closed, -1 on failure.
-long receiveSome(SocketHandle SOCKET, void* BUFFER, std::size_t SIZE);
-// 1 when readable, 0 after TIMEOUT_MS, -1 on failure.
-int waitReadable(SocketHandle SOCKET, int TIMEOUT_MS);
-// The indexes of SOCKETS that are readable or closed, waiting up to TIMEOUT_MS for the first; empty after the
+// All of data, or false on failure.
+bool sendAll(SocketHandle socket, const void* data, std::size_t size);
+// One datagram to host (IPv4 text) at port.
+bool sendDatagram(SocketHandle socket, std::string_view host, std::uint16_t port, const void* data,
+                  std::size_t size);
+// Bytes received (at most size), 0 when the peer closed, -1 on failure.
+long receiveSome(SocketHandle socket, void* buffer, std::size_t size);
+// 1 when readable, 0 after timeoutMs, -1 on failure.
+int waitReadable(SocketHandle socket, int timeoutMs);
+// The indexes of sockets that are readable or closed, waiting up to timeoutMs for the first; empty after the
 // time or on failure.
-std::vector<std::size_t> readableSockets(std::span<const SocketHandle> SOCKETS, int TIMEOUT_MS);
+std::vector<std::size_t> readableSockets(std::span<const SocketHandle> sockets, int timeoutMs);
 
-bool setNoDelay(SocketHandle SOCKET, bool ON); // false on failure
-void setReceiveBufferSize(SocketHandle SOCKET, int BYTES);
-void shutdownSocket(SocketHandle SOCKET); // ends both directions, wakes a blocked peer call
-void closeSocket(SocketHandle SOCKET);
+bool setNoDelay(SocketHandle socket, bool on); // false on failure
+void setReceiveBufferSize(SocketHandle socket, int bytes);
+void shutdownSocket(SocketHandle socket); // ends both directions, wakes a blocked peer call
+void closeSocket(SocketHandle socket);
 
 } // namespace ory

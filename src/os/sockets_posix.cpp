@@ -17,8 +17,8 @@ namespace {
 
 thread_local int lf_lastError = 0;
 
-int lf_toWinsock(int ERRNO_VALUE) {
-  switch (ERRNO_VALUE) {
+int lf_toWinsock(int errnoValue) {
+  switch (errnoValue) {
   case EINTR:
     return 10004;
   case EBADF:
@@ -90,7 +90,7 @@ int lf_toWinsock(int ERRNO_VALUE) {
   case EHOSTUNREACH:
     return 10065;
   default:
-    return ERRNO_VALUE;
+    return errnoValue;
   }
 }
 
@@ -100,8 +100,8 @@ SocketHandle lf_fail() {
 }
 
 // getaddrinfo's own codes to the Winsock numbers that its Windows twin returns.
-int lf_resolveError(int CODE) {
-  switch (CODE) {
+int lf_resolveError(int code) {
+  switch (code) {
   case EAI_AGAIN:
     return 11002;
   case EAI_BADFLAGS:
@@ -125,35 +125,35 @@ int lf_resolveError(int CODE) {
   }
 }
 
-ListenerOpening lf_listenerFailed(ListenerOpening OPENING, ListenerStep STEP) {
-  OPENING.error = lf_toWinsock(errno);
-  lf_lastError = OPENING.error;
-  OPENING.step = STEP;
-  if (OPENING.socket != invalidSocket) close(static_cast<int>(OPENING.socket));
-  OPENING.socket = invalidSocket;
-  return OPENING;
+ListenerOpening lf_listenerFailed(ListenerOpening opening, ListenerStep step) {
+  opening.error = lf_toWinsock(errno);
+  lf_lastError = opening.error;
+  opening.step = step;
+  if (opening.socket != invalidSocket) close(static_cast<int>(opening.socket));
+  opening.socket = invalidSocket;
+  return opening;
 }
 
-SocketHandle lf_bound(int TYPE, std::uint16_t PORT, IpFamily FAMILY) {
-  const bool v6 = FAMILY != IpFamily::v4;
-  const int fd = socket(v6 ? AF_INET6 : AF_INET, TYPE | SOCK_CLOEXEC, 0);
+SocketHandle lf_bound(int type, std::uint16_t port, IpFamily family) {
+  const bool v6 = family != IpFamily::v4;
+  const int fd = socket(v6 ? AF_INET6 : AF_INET, type | SOCK_CLOEXEC, 0);
   if (fd < 0) return lf_fail();
   const int yes = 1;
   setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof(yes));
   sockaddr_storage storage{};
   socklen_t length = 0;
   if (v6) {
-    const int v6Only = FAMILY == IpFamily::v6 ? 1 : 0;
+    const int v6Only = family == IpFamily::v6 ? 1 : 0;
     setsockopt(fd, IPPROTO_IPV6, IPV6_V6ONLY, &v6Only, sizeof(v6Only));
     auto& address = reinterpret_cast<sockaddr_in6&>(storage);
     address.sin6_family = AF_INET6;
-    address.sin6_port = htons(PORT);
+    address.sin6_port = htons(port);
     address.sin6_addr = in6addr_any;
     length = sizeof(address);
   } else {
     auto& address = reinterpret_cast<sockaddr_in&>(storage);
     address.sin_family = AF_INET;
-    address.sin_port = htons(PORT);
+    address.sin_port = htons(port);
     address.sin_addr.s_addr = htonl(INADDR_ANY);
     length = sizeof(address);
   }
@@ -165,8 +165,8 @@ SocketHandle lf_bound(int TYPE, std::uint16_t PORT, IpFamily FAMILY) {
   return fd;
 }
 
-int lf_familyHint(IpFamily FAMILY) {
-  switch (FAMILY) {
+int lf_familyHint(IpFamily family) {
+  switch (family) {
   case IpFamily::v4:
     return AF_INET;
   case IpFamily::v6:
@@ -186,8 +186,8 @@ int lastSocketError() {
   return lf_lastError;
 }
 
-SocketHandle openTcpServer(std::uint16_t PORT, IpFamily FAMILY) {
-  const SocketHandle server = lf_bound(SOCK_STREAM, PORT, FAMILY);
+SocketHandle openTcpServer(std::uint16_t port, IpFamily family) {
+  const SocketHandle server = lf_bound(SOCK_STREAM, port, family);
   if (server == invalidSocket) return server;
   if (listen(static_cast<int>(server), 8) != 0) {
     const SocketHandle failed = lf_fail();
@@ -197,7 +197,7 @@ SocketHandle openTcpServer(std::uint16_t PORT, IpFamily FAMILY) {
   return server;
 }
 
-ListenerOpening openListener(std::string_view SERVICE) {
+ListenerOpening openListener(std::string_view rawService) {
   ListenerOpening opening;
   addrinfo hints{};
   hints.ai_flags = AI_PASSIVE;
@@ -205,7 +205,7 @@ ListenerOpening openListener(std::string_view SERVICE) {
   hints.ai_socktype = SOCK_STREAM;
   hints.ai_protocol = IPPROTO_TCP;
   addrinfo* found = nullptr;
-  const std::string service(SERVICE);
+  const std::string service(rawService);
   if (const int code = getaddrinfo(nullptr, service.c_str(), &hints, &found); code != 0) {
     opening.error = lf_resolveError(code);
     lf_lastError = opening.error;
@@ -235,18 +235,18 @@ ListenerOpening openListener(std::string_view SERVICE) {
   return opening;
 }
 
-SocketHandle acceptClient(SocketHandle SERVER) {
-  const int client = accept4(static_cast<int>(SERVER), nullptr, nullptr, SOCK_CLOEXEC);
+SocketHandle acceptClient(SocketHandle server) {
+  const int client = accept4(static_cast<int>(server), nullptr, nullptr, SOCK_CLOEXEC);
   return client < 0 ? lf_fail() : client;
 }
 
-SocketHandle connectTcp(std::string_view HOST, std::uint16_t PORT, IpFamily FAMILY) {
+SocketHandle connectTcp(std::string_view rawHost, std::uint16_t rawPort, IpFamily family) {
   addrinfo hints{};
-  hints.ai_family = lf_familyHint(FAMILY);
+  hints.ai_family = lf_familyHint(family);
   hints.ai_socktype = SOCK_STREAM;
   addrinfo* found = nullptr;
-  const std::string host(HOST);
-  const std::string port = std::to_string(PORT);
+  const std::string host(rawHost);
+  const std::string port = std::to_string(rawPort);
   if (getaddrinfo(host.c_str(), port.c_str(), &hints, &found) != 0) {
     lf_lastError = 11001; // WSAHOST_NOT_FOUND
     return invalidSocket;
@@ -269,10 +269,10 @@ SocketHandle connectTcp(std::string_view HOST, std::uint16_t PORT, IpFamily FAMI
   return result;
 }
 
-std::uint16_t localPort(SocketHandle SOCKET) {
+std::uint16_t localPort(SocketHandle socket) {
   sockaddr_storage storage{};
   socklen_t length = sizeof(storage);
-  if (getsockname(static_cast<int>(SOCKET), reinterpret_cast<sockaddr*>(&storage), &length) != 0) {
+  if (getsockname(static_cast<int>(socket), reinterpret_cast<sockaddr*>(&storage), &length) != 0) {
     lf_fail();
     return 0;
   }
@@ -280,8 +280,8 @@ std::uint16_t localPort(SocketHandle SOCKET) {
   return ntohs(reinterpret_cast<sockaddr_in&>(storage).sin_port);
 }
 
-SocketHandle openUdpReceiver(std::uint16_t PORT) {
-  return lf_bound(SOCK_DGRAM, PORT, IpFamily::v4);
+SocketHandle openUdpReceiver(std::uint16_t port) {
+  return lf_bound(SOCK_DGRAM, port, IpFamily::v4);
 }
 
 SocketHandle openUdpSender() {
@@ -295,50 +295,50 @@ SocketHandle openUdpSocket() {
 }
 
 // No SO_REUSEADDR: a port taken by another reader must fail here, not share the datagrams.
-bool bindSocket(SocketHandle SOCKET, std::uint16_t PORT, bool LOOPBACK_ONLY) {
+bool bindSocket(SocketHandle socket, std::uint16_t port, bool loopbackOnly) {
   sockaddr_in address{};
   address.sin_family = AF_INET;
-  address.sin_port = htons(PORT);
-  address.sin_addr.s_addr = htonl(LOOPBACK_ONLY ? INADDR_LOOPBACK : INADDR_ANY);
-  if (bind(static_cast<int>(SOCKET), reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0)
+  address.sin_port = htons(port);
+  address.sin_addr.s_addr = htonl(loopbackOnly ? INADDR_LOOPBACK : INADDR_ANY);
+  if (bind(static_cast<int>(socket), reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0)
     return true;
   lf_fail();
   return false;
 }
 
-bool sendAll(SocketHandle SOCKET, const void* DATA, std::size_t SIZE) {
-  const auto* bytes = static_cast<const char*>(DATA);
-  while (SIZE > 0) {
-    const ssize_t sent = send(static_cast<int>(SOCKET), bytes, SIZE, MSG_NOSIGNAL);
+bool sendAll(SocketHandle socket, const void* data, std::size_t size) {
+  const auto* bytes = static_cast<const char*>(data);
+  while (size > 0) {
+    const ssize_t sent = send(static_cast<int>(socket), bytes, size, MSG_NOSIGNAL);
     if (sent < 0 && errno == EINTR) continue;
     if (sent <= 0) {
       lf_fail();
       return false;
     }
     bytes += sent;
-    SIZE -= static_cast<std::size_t>(sent);
+    size -= static_cast<std::size_t>(sent);
   }
   return true;
 }
 
-bool sendDatagram(SocketHandle SOCKET, std::string_view HOST, std::uint16_t PORT, const void* DATA,
-                  std::size_t SIZE) {
+bool sendDatagram(SocketHandle socket, std::string_view host, std::uint16_t port, const void* data,
+                  std::size_t size) {
   sockaddr_in address{};
   address.sin_family = AF_INET;
-  address.sin_port = htons(PORT);
-  if (inet_pton(AF_INET, std::string(HOST).c_str(), &address.sin_addr) != 1) {
+  address.sin_port = htons(port);
+  if (inet_pton(AF_INET, std::string(host).c_str(), &address.sin_addr) != 1) {
     lf_lastError = 10022;
     return false;
   }
   const ssize_t sent =
-      sendto(static_cast<int>(SOCKET), DATA, SIZE, 0, reinterpret_cast<sockaddr*>(&address), sizeof(address));
+      sendto(static_cast<int>(socket), data, size, 0, reinterpret_cast<sockaddr*>(&address), sizeof(address));
   if (sent < 0) lf_fail();
-  return sent == static_cast<ssize_t>(SIZE);
+  return sent == static_cast<ssize_t>(size);
 }
 
-long receiveSome(SocketHandle SOCKET, void* BUFFER, std::size_t SIZE) {
+long receiveSome(SocketHandle socket, void* buffer, std::size_t size) {
   for (;;) {
-    const ssize_t got = recv(static_cast<int>(SOCKET), BUFFER, SIZE, 0);
+    const ssize_t got = recv(static_cast<int>(socket), buffer, size, 0);
     if (got >= 0) return static_cast<long>(got);
     if (errno == EINTR) continue;
     lf_fail();
@@ -346,9 +346,9 @@ long receiveSome(SocketHandle SOCKET, void* BUFFER, std::size_t SIZE) {
   }
 }
 
-int waitReadable(SocketHandle SOCKET, int TIMEOUT_MS) {
-  pollfd p{static_cast<int>(SOCKET), POLLIN, 0};
-  const int ready = poll(&p, 1, TIMEOUT_MS);
+int waitReadable(SocketHandle socket, int timeoutMs) {
+  pollfd p{static_cast<int>(socket), POLLIN, 0};
+  const int ready = poll(&p, 1, timeoutMs);
   if (ready < 0) {
     if (errno == EINTR) return 0;
     lf_fail();
@@ -361,13 +361,13 @@ int waitReadable(SocketHandle SOCKET, int TIMEOUT_MS) {
   return ready > 0 ? 1 : 0;
 }
 
-std::vector<std::size_t> readableSockets(std::span<const SocketHandle> SOCKETS, int TIMEOUT_MS) {
+std::vector<std::size_t> readableSockets(std::span<const SocketHandle> sockets, int timeoutMs) {
   std::vector<pollfd> polls;
-  polls.reserve(SOCKETS.size());
-  for (const SocketHandle s : SOCKETS)
+  polls.reserve(sockets.size());
+  for (const SocketHandle s : sockets)
     polls.push_back({static_cast<int>(s), POLLIN, 0});
   std::vector<std::size_t> ready;
-  const int count = poll(polls.data(), polls.size(), TIMEOUT_MS);
+  const int count = poll(polls.data(), polls.size(), timeoutMs);
   if (count < 0) {
     if (errno != EINTR) lf_fail();
     return ready;
@@ -377,25 +377,25 @@ std::vector<std::size_t> readableSockets(std::span<const SocketHandle> SOCKETS, 
   return ready;
 }
 
-bool setNoDelay(SocketHandle SOCKET, bool ON) {
-  const int value = ON ? 1 : 0;
-  if (setsockopt(static_cast<int>(SOCKET), IPPROTO_TCP, TCP_NODELAY, &value, sizeof(value)) == 0) return true;
+bool setNoDelay(SocketHandle socket, bool on) {
+  const int value = on ? 1 : 0;
+  if (setsockopt(static_cast<int>(socket), IPPROTO_TCP, TCP_NODELAY, &value, sizeof(value)) == 0) return true;
   lf_fail();
   return false;
 }
 
-void setReceiveBufferSize(SocketHandle SOCKET, int BYTES) {
-  setsockopt(static_cast<int>(SOCKET), SOL_SOCKET, SO_RCVBUF, &BYTES, sizeof(BYTES));
+void setReceiveBufferSize(SocketHandle socket, int bytes) {
+  setsockopt(static_cast<int>(socket), SOL_SOCKET, SO_RCVBUF, &bytes, sizeof(bytes));
 }
 
-void shutdownSocket(SocketHandle SOCKET) {
-  if (SOCKET != invalidSocket) shutdown(static_cast<int>(SOCKET), SHUT_RDWR);
+void shutdownSocket(SocketHandle socket) {
+  if (socket != invalidSocket) shutdown(static_cast<int>(socket), SHUT_RDWR);
 }
 
-void closeSocket(SocketHandle SOCKET) {
-  if (SOCKET == invalidSocket) return;
-  shutdown(static_cast<int>(SOCKET), SHUT_RDWR);
-  close(static_cast<int>(SOCKET));
+void closeSocket(SocketHandle socket) {
+  if (socket == invalidSocket) return;
+  shutdown(static_cast<int>(socket), SHUT_RDWR);
+  close(static_cast<int>(socket));
 }
 
 } // namespace ory

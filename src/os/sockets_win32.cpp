@@ -8,31 +8,31 @@ namespace ory {
 
 namespace {
 
-SOCKET lf_raw(SocketHandle SOCKET_HANDLE) {
-  return static_cast<SOCKET>(SOCKET_HANDLE);
+SOCKET lf_raw(SocketHandle socketHandle) {
+  return static_cast<SOCKET>(socketHandle);
 }
-SocketHandle lf_handle(SOCKET RAW) {
-  return RAW == INVALID_SOCKET ? invalidSocket : static_cast<SocketHandle>(RAW);
+SocketHandle lf_handle(SOCKET raw) {
+  return raw == INVALID_SOCKET ? invalidSocket : static_cast<SocketHandle>(raw);
 }
 
-SocketHandle lf_bound(int TYPE, int PROTOCOL, std::uint16_t PORT, IpFamily FAMILY) {
-  const bool v6 = FAMILY != IpFamily::v4;
-  const SOCKET s = socket(v6 ? AF_INET6 : AF_INET, TYPE, PROTOCOL);
+SocketHandle lf_bound(int type, int protocol, std::uint16_t port, IpFamily family) {
+  const bool v6 = family != IpFamily::v4;
+  const SOCKET s = socket(v6 ? AF_INET6 : AF_INET, type, protocol);
   if (s == INVALID_SOCKET) return invalidSocket;
   sockaddr_storage storage{};
   int length = 0;
   if (v6) {
-    const DWORD v6Only = FAMILY == IpFamily::v6 ? 1 : 0;
+    const DWORD v6Only = family == IpFamily::v6 ? 1 : 0;
     setsockopt(s, IPPROTO_IPV6, IPV6_V6ONLY, reinterpret_cast<const char*>(&v6Only), sizeof(v6Only));
     auto& address = reinterpret_cast<sockaddr_in6&>(storage);
     address.sin6_family = AF_INET6;
-    address.sin6_port = htons(PORT);
+    address.sin6_port = htons(port);
     address.sin6_addr = in6addr_any;
     length = sizeof(address);
   } else {
     auto& address = reinterpret_cast<sockaddr_in&>(storage);
     address.sin_family = AF_INET;
-    address.sin_port = htons(PORT);
+    address.sin_port = htons(port);
     address.sin_addr.s_addr = htonl(INADDR_ANY);
     length = sizeof(address);
   }
@@ -45,8 +45,8 @@ SocketHandle lf_bound(int TYPE, int PROTOCOL, std::uint16_t PORT, IpFamily FAMIL
   return lf_handle(s);
 }
 
-int lf_familyHint(IpFamily FAMILY) {
-  switch (FAMILY) {
+int lf_familyHint(IpFamily family) {
+  switch (family) {
   case IpFamily::v4:
     return AF_INET;
   case IpFamily::v6:
@@ -74,8 +74,8 @@ int lastSocketError() {
   return WSAGetLastError();
 }
 
-SocketHandle openTcpServer(std::uint16_t PORT, IpFamily FAMILY) {
-  const SocketHandle server = lf_bound(SOCK_STREAM, IPPROTO_TCP, PORT, FAMILY);
+SocketHandle openTcpServer(std::uint16_t port, IpFamily family) {
+  const SocketHandle server = lf_bound(SOCK_STREAM, IPPROTO_TCP, port, family);
   if (server == invalidSocket) return server;
   if (listen(lf_raw(server), 8) == SOCKET_ERROR) {
     const int error = WSAGetLastError();
@@ -86,7 +86,7 @@ SocketHandle openTcpServer(std::uint16_t PORT, IpFamily FAMILY) {
   return server;
 }
 
-ListenerOpening openListener(std::string_view SERVICE) {
+ListenerOpening openListener(std::string_view rawService) {
   ListenerOpening opening;
   addrinfo hints{};
   hints.ai_flags = AI_PASSIVE;
@@ -94,14 +94,14 @@ ListenerOpening openListener(std::string_view SERVICE) {
   hints.ai_socktype = SOCK_STREAM;
   hints.ai_protocol = IPPROTO_TCP;
   addrinfo* found = nullptr;
-  const std::string service(SERVICE);
+  const std::string service(rawService);
   if (const int code = getaddrinfo(nullptr, service.c_str(), &hints, &found); code != 0) {
     opening.error = code;
     return opening;
   }
-  const auto fail = [&](ListenerStep STEP) {
+  const auto fail = [&](ListenerStep step) {
     opening.error = WSAGetLastError();
-    opening.step = STEP;
+    opening.step = step;
     if (found) freeaddrinfo(found);
     if (opening.socket != invalidSocket) closesocket(lf_raw(opening.socket));
     opening.socket = invalidSocket;
@@ -126,18 +126,18 @@ ListenerOpening openListener(std::string_view SERVICE) {
   return opening;
 }
 
-SocketHandle acceptClient(SocketHandle SERVER) {
-  return lf_handle(accept(lf_raw(SERVER), nullptr, nullptr));
+SocketHandle acceptClient(SocketHandle server) {
+  return lf_handle(accept(lf_raw(server), nullptr, nullptr));
 }
 
-SocketHandle connectTcp(std::string_view HOST, std::uint16_t PORT, IpFamily FAMILY) {
+SocketHandle connectTcp(std::string_view rawHost, std::uint16_t rawPort, IpFamily family) {
   addrinfo hints{};
-  hints.ai_family = lf_familyHint(FAMILY);
+  hints.ai_family = lf_familyHint(family);
   hints.ai_socktype = SOCK_STREAM;
   hints.ai_protocol = IPPROTO_TCP;
   addrinfo* found = nullptr;
-  const std::string host(HOST);
-  const std::string port = std::to_string(PORT);
+  const std::string host(rawHost);
+  const std::string port = std::to_string(rawPort);
   if (getaddrinfo(host.c_str(), port.c_str(), &hints, &found) != 0) return invalidSocket;
   SocketHandle result = invalidSocket;
   for (addrinfo* a = found; a && result == invalidSocket; a = a->ai_next) {
@@ -155,17 +155,17 @@ SocketHandle connectTcp(std::string_view HOST, std::uint16_t PORT, IpFamily FAMI
   return result;
 }
 
-std::uint16_t localPort(SocketHandle SOCKET_HANDLE) {
+std::uint16_t localPort(SocketHandle socketHandle) {
   sockaddr_storage storage{};
   int length = sizeof(storage);
-  if (getsockname(lf_raw(SOCKET_HANDLE), reinterpret_cast<sockaddr*>(&storage), &length) == SOCKET_ERROR)
+  if (getsockname(lf_raw(socketHandle), reinterpret_cast<sockaddr*>(&storage), &length) == SOCKET_ERROR)
     return 0;
   if (storage.ss_family == AF_INET6) return ntohs(reinterpret_cast<sockaddr_in6&>(storage).sin6_port);
   return ntohs(reinterpret_cast<sockaddr_in&>(storage).sin_port);
 }
 
-SocketHandle openUdpReceiver(std::uint16_t PORT) {
-  return lf_bound(SOCK_DGRAM, IPPROTO_UDP, PORT, IpFamily::v4);
+SocketHandle openUdpReceiver(std::uint16_t port) {
+  return lf_bound(SOCK_DGRAM, IPPROTO_UDP, port, IpFamily::v4);
 }
 
 SocketHandle openUdpSender() {
@@ -176,47 +176,47 @@ SocketHandle openUdpSocket() {
   return lf_handle(socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP));
 }
 
-bool bindSocket(SocketHandle SOCKET_HANDLE, std::uint16_t PORT, bool LOOPBACK_ONLY) {
+bool bindSocket(SocketHandle socketHandle, std::uint16_t port, bool loopbackOnly) {
   sockaddr_in address{};
   address.sin_family = AF_INET;
-  address.sin_port = htons(PORT);
-  address.sin_addr.s_addr = htonl(LOOPBACK_ONLY ? INADDR_LOOPBACK : INADDR_ANY);
-  return bind(lf_raw(SOCKET_HANDLE), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != SOCKET_ERROR;
+  address.sin_port = htons(port);
+  address.sin_addr.s_addr = htonl(loopbackOnly ? INADDR_LOOPBACK : INADDR_ANY);
+  return bind(lf_raw(socketHandle), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != SOCKET_ERROR;
 }
 
-bool sendAll(SocketHandle SOCKET_HANDLE, const void* DATA, std::size_t SIZE) {
-  const auto* bytes = static_cast<const char*>(DATA);
-  while (SIZE > 0) {
-    const int sent = send(lf_raw(SOCKET_HANDLE), bytes, static_cast<int>(SIZE), 0);
+bool sendAll(SocketHandle socketHandle, const void* data, std::size_t size) {
+  const auto* bytes = static_cast<const char*>(data);
+  while (size > 0) {
+    const int sent = send(lf_raw(socketHandle), bytes, static_cast<int>(size), 0);
     if (sent == SOCKET_ERROR || sent == 0) return false;
     bytes += sent;
-    SIZE -= static_cast<std::size_t>(sent);
+    size -= static_cast<std::size_t>(sent);
   }
   return true;
 }
 
-bool sendDatagram(SocketHandle SOCKET_HANDLE, std::string_view HOST, std::uint16_t PORT, const void* DATA,
-                  std::size_t SIZE) {
+bool sendDatagram(SocketHandle socketHandle, std::string_view host, std::uint16_t port, const void* data,
+                  std::size_t size) {
   sockaddr_in address{};
   address.sin_family = AF_INET;
-  address.sin_port = htons(PORT);
-  if (inet_pton(AF_INET, std::string(HOST).c_str(), &address.sin_addr) != 1) {
+  address.sin_port = htons(port);
+  if (inet_pton(AF_INET, std::string(host).c_str(), &address.sin_addr) != 1) {
     WSASetLastError(WSAEINVAL);
     return false;
   }
-  const int sent = sendto(lf_raw(SOCKET_HANDLE), static_cast<const char*>(DATA), static_cast<int>(SIZE), 0,
+  const int sent = sendto(lf_raw(socketHandle), static_cast<const char*>(data), static_cast<int>(size), 0,
                           reinterpret_cast<sockaddr*>(&address), sizeof(address));
-  return sent == static_cast<int>(SIZE);
+  return sent == static_cast<int>(size);
 }
 
-long receiveSome(SocketHandle SOCKET_HANDLE, void* BUFFER, std::size_t SIZE) {
-  const int got = recv(lf_raw(SOCKET_HANDLE), static_cast<char*>(BUFFER), static_cast<int>(SIZE), 0);
+long receiveSome(SocketHandle socketHandle, void* buffer, std::size_t size) {
+  const int got = recv(lf_raw(socketHandle), static_cast<char*>(buffer), static_cast<int>(size), 0);
   return got == SOCKET_ERROR ? -1 : got;
 }
 
-int waitReadable(SocketHandle SOCKET_HANDLE, int TIMEOUT_MS) {
-  WSAPOLLFD p{lf_raw(SOCKET_HANDLE), POLLRDNORM, 0};
-  const int ready = WSAPoll(&p, 1, TIMEOUT_MS);
+int waitReadable(SocketHandle socketHandle, int timeoutMs) {
+  WSAPOLLFD p{lf_raw(socketHandle), POLLRDNORM, 0};
+  const int ready = WSAPoll(&p, 1, timeoutMs);
   if (ready == SOCKET_ERROR) return -1;
   if (ready > 0 && (p.revents & POLLNVAL)) {
     WSASetLastError(WSAENOTSOCK);
@@ -225,36 +225,36 @@ int waitReadable(SocketHandle SOCKET_HANDLE, int TIMEOUT_MS) {
   return ready > 0 ? 1 : 0;
 }
 
-std::vector<std::size_t> readableSockets(std::span<const SocketHandle> SOCKETS, int TIMEOUT_MS) {
+std::vector<std::size_t> readableSockets(std::span<const SocketHandle> sockets, int timeoutMs) {
   std::vector<WSAPOLLFD> polls;
-  polls.reserve(SOCKETS.size());
-  for (const SocketHandle s : SOCKETS)
+  polls.reserve(sockets.size());
+  for (const SocketHandle s : sockets)
     polls.push_back({lf_raw(s), POLLRDNORM, 0});
   std::vector<std::size_t> ready;
-  if (WSAPoll(polls.data(), static_cast<ULONG>(polls.size()), TIMEOUT_MS) == SOCKET_ERROR) return ready;
+  if (WSAPoll(polls.data(), static_cast<ULONG>(polls.size()), timeoutMs) == SOCKET_ERROR) return ready;
   for (std::size_t i = 0; i < polls.size(); ++i)
     if (polls[i].revents != 0) ready.push_back(i);
   return ready;
 }
 
-bool setNoDelay(SocketHandle SOCKET_HANDLE, bool ON) {
-  const char value = ON ? 1 : 0; // Winsock takes a one-byte value for TCP_NODELAY
-  return setsockopt(lf_raw(SOCKET_HANDLE), IPPROTO_TCP, TCP_NODELAY, &value, sizeof(value)) != SOCKET_ERROR;
+bool setNoDelay(SocketHandle socketHandle, bool on) {
+  const char value = on ? 1 : 0; // Winsock takes a one-byte value for TCP_NODELAY
+  return setsockopt(lf_raw(socketHandle), IPPROTO_TCP, TCP_NODELAY, &value, sizeof(value)) != SOCKET_ERROR;
 }
 
-void setReceiveBufferSize(SocketHandle SOCKET_HANDLE, int BYTES) {
-  setsockopt(lf_raw(SOCKET_HANDLE), SOL_SOCKET, SO_RCVBUF, reinterpret_cast<const char*>(&BYTES),
-             sizeof(BYTES));
+void setReceiveBufferSize(SocketHandle socketHandle, int bytes) {
+  setsockopt(lf_raw(socketHandle), SOL_SOCKET, SO_RCVBUF, reinterpret_cast<const char*>(&bytes),
+             sizeof(bytes));
 }
 
-void shutdownSocket(SocketHandle SOCKET_HANDLE) {
-  if (SOCKET_HANDLE != invalidSocket) shutdown(lf_raw(SOCKET_HANDLE), SD_BOTH);
+void shutdownSocket(SocketHandle socketHandle) {
+  if (socketHandle != invalidSocket) shutdown(lf_raw(socketHandle), SD_BOTH);
 }
 
-void closeSocket(SocketHandle SOCKET_HANDLE) {
-  if (SOCKET_HANDLE == invalidSocket) return;
-  shutdown(lf_raw(SOCKET_HANDLE), SD_BOTH);
-  closesocket(lf_raw(SOCKET_HANDLE));
+void closeSocket(SocketHandle socketHandle) {
+  if (socketHandle == invalidSocket) return;
+  shutdown(lf_raw(socketHandle), SD_BOTH);
+  closesocket(lf_raw(socketHandle));
 }
 
 } // namespace ory

@@ -7,12 +7,12 @@
 
 namespace ory {
 
-std::u16string utf8ToUtf16(std::string_view TEXT);
-std::string utf16ToUtf8(std::u16string_view TEXT);
+std::u16string utf8ToUtf16(std::string_view text);
+std::string utf16ToUtf8(std::u16string_view text);
 // The platform's wide text: UTF-16 on Windows, UTF-32 elsewhere.
-std::wstring utf8ToWide(std::string_view TEXT);
-std::string wideToUtf8(std::wstring_view TEXT);
+std::wstring utf8ToWide(std::string_view text);
+std::string wideToUtf8(std::wstring_view text);
 // A path from UTF-8 text, whatever the platform's own path encoding.
-std::filesystem::path utf8ToPath(std::string_view TEXT);
+std::filesystem::path utf8ToPath(std::string_view text);
 
 } // namespace ory

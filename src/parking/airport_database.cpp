@@ -37,15 +37,15 @@ void clearAirports() {
   airports.shrink_to_fit();
 }
 
-const AirportRecord* findAirport(std::string_view CODE) {
+const AirportRecord* findAirport(std::string_view code) {
   for (const AirportRecord& airport : airports)
-    if (airport.code == CODE) return &airport;
+    if (airport.code == code) return &airport;
   return nullptr;
 }
 
-std::string airportText(const AirportRecord& AIRPORT) {
-  if (AIRPORT.iata.empty()) return AIRPORT.code;
-  return fmt::format("{}({})", AIRPORT.code, AIRPORT.iata);
+std::string airportText(const AirportRecord& airport) {
+  if (airport.iata.empty()) return airport.code;
+  return fmt::format("{}({})", airport.code, airport.iata);
 }
 
 } // namespace ory

@@ -24,7 +24,7 @@ extern std::vector<AirportRecord> airports; // in file order
 // std::out_of_range.
 bool readAirports();
 void clearAirports();
-const AirportRecord* findAirport(std::string_view CODE); // exact match of the code, or null
-std::string airportText(const AirportRecord& AIRPORT);   // "EHAM(AMS)", or the code alone without IATA
+const AirportRecord* findAirport(std::string_view code); // exact match of the code, or null
+std::string airportText(const AirportRecord& airport);   // "EHAM(AMS)", or the code alone without IATA
 
 } // namespace ory

@@ -23,44 +23,44 @@ namespace {
 namespace fs = std::filesystem;
 
 // The link file's first line names the archived file it stands for.
-fs::path lf_linkTarget(const fs::path& LINK) {
+fs::path lf_linkTarget(const fs::path& link) {
   std::error_code error;
-  if (!fs::is_regular_file(LINK, error)) return {};
+  if (!fs::is_regular_file(link, error)) return {};
   std::vector<std::string> lines;
-  if (!gf_readExtTextFileToStringVector(LINK, lines) || lines.empty() || lines.front().empty()) return {};
+  if (!gf_readExtTextFileToStringVector(link, lines) || lines.empty() || lines.front().empty()) return {};
   const fs::path target = utf8ToPath(lines.front());
   return fs::is_regular_file(target, error) ? target : fs::path();
 }
 
-bool lf_exists(const fs::path& PATH) {
+bool lf_exists(const fs::path& path) {
   std::error_code error;
-  return fs::exists(PATH, error);
+  return fs::exists(path, error);
 }
 
-// Replaces the first component WORD of PATH by the components of REPLACEMENT; false when there is none.
-bool lf_replaceComponent(const fs::path& PATH, std::string_view WORD, const fs::path& REPLACEMENT,
-                         fs::path& OUT) {
+// Replaces the first component word of path by the components of replacement; false when there is none.
+bool lf_replaceComponent(const fs::path& path, std::string_view word, const fs::path& replacement,
+                         fs::path& out) {
   fs::path result;
   bool replaced = false;
-  for (const fs::path& part : PATH) {
-    if (!replaced && part == WORD) {
-      result /= REPLACEMENT;
+  for (const fs::path& part : path) {
+    if (!replaced && part == word) {
+      result /= replacement;
       replaced = true;
     } else {
       result /= part;
     }
   }
-  if (replaced) OUT = result;
+  if (replaced) out = result;
   return replaced;
 }
 
-void lf_logValue(std::string_view LABEL, const auto& VALUE) {
-  logLine(fmt::format("{:24}: {}", LABEL, VALUE));
+void lf_logValue(std::string_view label, const auto& value) {
+  logLine(fmt::format("{:24}: {}", label, value));
 }
 
-void lf_numberStands(std::vector<Stand>& STANDS) {
-  for (std::size_t i = 0; i < STANDS.size(); ++i)
-    STANDS[i].standId = static_cast<std::uint32_t>(i + 1);
+void lf_numberStands(std::vector<Stand>& stands) {
+  for (std::size_t i = 0; i < stands.size(); ++i)
+    stands[i].standId = static_cast<std::uint32_t>(i + 1);
 }
 
 // Without a learned file the airport has no parking parameters of its own.
@@ -75,23 +75,23 @@ void lf_defaultParkingPercentage() {
   logLine(fmt::format("{:24}: {}%", parking_percentage.name, parking_percentage.value.load()));
 }
 
-void lf_logAirport(const fs::path& PATH, std::string_view NAME, std::size_t STAND_COUNT,
-                   const QualityFactors& QUALITY, std::uint32_t TRAFFIC_WEEK) {
-  logLine(fmt::format("Airport file read from \"{}\" for {}", pathText(PATH), NAME));
+void lf_logAirport(const fs::path& path, std::string_view name, std::size_t standCount,
+                   const QualityFactors& quality, std::uint32_t trafficWeek) {
+  logLine(fmt::format("Airport file read from \"{}\" for {}", pathText(path), name));
   lf_logValue("publisher", parkPublisher);
   logLine(fmt::format("{:24}: {} ft", "altitude", parkAltitudeFeet));
-  lf_logValue("num_parkpos", STAND_COUNT);
-  lf_logValue("quality factor", formatQualityFactors(QUALITY));
-  lf_logValue("RT traffic week", TRAFFIC_WEEK);
+  lf_logValue("num_parkpos", standCount);
+  lf_logValue("quality factor", formatQualityFactors(quality));
+  lf_logValue("RT traffic week", trafficWeek);
 }
 
-std::string lf_readApf(const fs::path& PATH, std::string& NAME, std::vector<Stand>& STANDS,
-                       QualityFactors& QUALITY) {
+std::string lf_readApf(const fs::path& path, std::string& name, std::vector<Stand>& stands,
+                       QualityFactors& quality) {
   handmadeFile = false;
   pugi::xml_document document;
-  const pugi::xml_parse_result loaded = document.load_file(PATH.c_str());
+  const pugi::xml_parse_result loaded = document.load_file(path.c_str());
   if (!loaded)
-    return fmt::format("{} found, but could not be loaded: {}", pathText(PATH), loaded.description());
+    return fmt::format("{} found, but could not be loaded: {}", pathText(path), loaded.description());
   const auto trafficWeek = static_cast<std::uint32_t>(fileInt(document, "RT_traffic_week").value_or(0));
   parkPublisher = fileParameter(document, "publisher").value_or("");
   parkBglPath = fileParameter(document, "BGLpath").value_or("");
@@ -99,39 +99,39 @@ std::string lf_readApf(const fs::path& PATH, std::string& NAME, std::vector<Stan
   if (!altitude) throw UserErrorException(65, "Parameter altitude not found");
   parkAltitudeFeet = *altitude;
   parkAltitude = *altitude;
-  NAME = fileParameter(document, "airport_name").value_or("");
-  STANDS.clear();
-  readParkPositions(document, STANDS);
-  QUALITY = {fileInt(document, "Qf_real").value_or(-1), fileInt(document, "Qf_soft").value_or(-1)};
+  name = fileParameter(document, "airport_name").value_or("");
+  stands.clear();
+  readParkPositions(document, stands);
+  quality = {fileInt(document, "Qf_real").value_or(-1), fileInt(document, "Qf_soft").value_or(-1)};
 
-  learnedFilePath = learnedPathFor(PATH);
+  learnedFilePath = learnedPathFor(path);
   if (lf_exists(learnedFilePath)) {
     enableControl(parking_percentage, true);
-    readLearned(learnedFilePath, NAME, STANDS);
-    QUALITY = computeQualityFactors(STANDS);
+    readLearned(learnedFilePath, name, stands);
+    quality = computeQualityFactors(stands);
     if (handmadeFile) logLine("A handmade airport file overruled the archived file!");
   } else {
     lf_defaultParkingPercentage();
   }
-  lf_numberStands(STANDS);
-  findOverlaps(STANDS);
-  lf_logAirport(handmadeFile ? learnedFilePath : PATH, NAME, STANDS.size(), QUALITY, trafficWeek);
+  lf_numberStands(stands);
+  findOverlaps(stands);
+  lf_logAirport(handmadeFile ? learnedFilePath : path, name, stands.size(), quality, trafficWeek);
   parkingSessionOpen.exchange(true);
   enableControl(flushStaticButton, true);
   parameterChanged = false;
-  return STANDS.empty() ? "no stands found" : "";
+  return stands.empty() ? "no stands found" : "";
 }
 
-pugi::xml_document lf_loadOrEmpty(const fs::path& PATH) {
+pugi::xml_document lf_loadOrEmpty(const fs::path& path) {
   pugi::xml_document document;
-  if (!document.load_file(PATH.c_str())) document.reset();
+  if (!document.load_file(path.c_str())) document.reset();
   return document;
 }
 
 } // namespace
 
-fs::path findAirportFile(std::string_view CODE) {
-  const std::string code(CODE);
+fs::path findAirportFile(std::string_view rawCode) {
+  const std::string code(rawCode);
   for (const fs::path& folder : {myThirdpartyFolder, myOrbxFolder}) {
     if (fs::path target = lf_linkTarget(folder / (code + ".txt")); !target.empty()) return target;
     if (const fs::path file = folder / (code + ".xml"); lf_exists(file)) return file;
@@ -140,27 +140,27 @@ fs::path findAirportFile(std::string_view CODE) {
   return lf_exists(stock) ? stock : fs::path();
 }
 
-bool airportHasFile(std::string_view CODE) {
-  const std::string code(CODE);
+bool airportHasFile(std::string_view rawCode) {
+  const std::string code(rawCode);
   for (const fs::path& folder : {myThirdpartyFolder, myOrbxFolder})
     if (lf_exists(folder / (code + ".xml")) || lf_exists(folder / (code + ".txt"))) return true;
   return lf_exists(archiveFolder / stockWord / (code + ".xml"));
 }
 
-fs::path learnedPathFor(const fs::path& PATH) {
+fs::path learnedPathFor(const fs::path& path) {
   fs::path learned;
-  if (lf_replaceComponent(PATH, "archive", "learned", learned)) return learned;
-  if (lf_replaceComponent(PATH, myOrbxFolder.filename().string(), fs::path("learned") / orbxWord, learned))
+  if (lf_replaceComponent(path, "archive", "learned", learned)) return learned;
+  if (lf_replaceComponent(path, myOrbxFolder.filename().string(), fs::path("learned") / orbxWord, learned))
     return learned;
-  const fs::path thirdparty = fs::path("learned") / thirdpartyWord / utf8ToPath(readPublisher(PATH));
-  if (lf_replaceComponent(PATH, myThirdpartyFolder.filename().string(), thirdparty, learned)) return learned;
-  return PATH;
+  const fs::path thirdparty = fs::path("learned") / thirdpartyWord / utf8ToPath(readPublisher(path));
+  if (lf_replaceComponent(path, myThirdpartyFolder.filename().string(), thirdparty, learned)) return learned;
+  return path;
 }
 
-HalfHours hours2bitset(std::string_view TEXT) {
+HalfHours hours2bitset(std::string_view text) {
   HalfHours bits;
   try {
-    for (const std::string_view item : splitFields(TEXT, ','))
+    for (const std::string_view item : splitFields(text, ','))
       if (!trimBlanks(item).empty()) bits |= readSlots(item);
   } catch (const std::exception& error) {
     logLine(fmt::format("exception {} in lf_hours2bitset", error.what()));
@@ -168,11 +168,11 @@ HalfHours hours2bitset(std::string_view TEXT) {
   return bits;
 }
 
-void readParkPositions(const pugi::xml_document& DOCUMENT, std::vector<Stand>& STANDS) {
-  const pugi::xml_node parkpositions = DOCUMENT.child("parkpositions");
+void readParkPositions(const pugi::xml_document& document, std::vector<Stand>& stands) {
+  const pugi::xml_node parkpositions = document.child("parkpositions");
   if (!parkpositions) return;
   TextSet ids;
-  for (const Stand& stand : STANDS)
+  for (const Stand& stand : stands)
     ids.insert(stand.id);
   for (const pugi::xml_node parkpos : parkpositions.children("parkpos")) {
     Stand stand;
@@ -189,31 +189,31 @@ void readParkPositions(const pugi::xml_document& DOCUMENT, std::vector<Stand>& S
       stand.options.push_back(std::move(*option));
     }
     readStandKind(parkpos, stand);
-    STANDS.push_back(std::move(stand));
+    stands.push_back(std::move(stand));
   }
 }
 
-void findOverlaps(std::vector<Stand>& STANDS) {
-  for (Stand& stand : STANDS) {
+void findOverlaps(std::vector<Stand>& stands) {
+  for (Stand& stand : stands) {
     stand.neighbours.clear();
     stand.neighbours.reserve(8);
   }
-  for (std::size_t i = 0; i < STANDS.size(); ++i)
-    for (std::size_t j = 0; j < STANDS.size(); ++j) {
+  for (std::size_t i = 0; i < stands.size(); ++i)
+    for (std::size_t j = 0; j < stands.size(); ++j) {
       if (i == j) continue;
-      const double distance = distanceNm(STANDS[i].lat, STANDS[i].lon, STANDS[j].lat, STANDS[j].lon);
-      if (STANDS[i].radius + STANDS[j].radius > distance * 1.1)
-        STANDS[i].neighbours.push_back(STANDS[j].standId);
+      const double distance = distanceNm(stands[i].lat, stands[i].lon, stands[j].lat, stands[j].lon);
+      if (stands[i].radius + stands[j].radius > distance * 1.1)
+        stands[i].neighbours.push_back(stands[j].standId);
     }
-  for (Stand& stand : STANDS)
+  for (Stand& stand : stands)
     stand.neighbours.shrink_to_fit();
 }
 
-std::string gf_readApf(const fs::path& PATH, std::string& NAME, std::vector<Stand>& STANDS,
-                       QualityFactors& QUALITY) {
+std::string gf_readApf(const fs::path& path, std::string& name, std::vector<Stand>& stands,
+                       QualityFactors& quality) {
   if (parkAirportCode.empty()) return "gf_readApf, no park airport set";
   try {
-    return lf_readApf(PATH, NAME, STANDS, QUALITY);
+    return lf_readApf(path, name, stands, quality);
   } catch (const UserErrorException&) {
     throw;
   } catch (const std::exception& error) {
@@ -221,13 +221,13 @@ std::string gf_readApf(const fs::path& PATH, std::string& NAME, std::vector<Stan
   }
 }
 
-bool gf_readApfForGateCheck(std::string_view CODE, std::string_view STAND_ID) {
+bool gf_readApfForGateCheck(std::string_view code, std::string_view standId) {
   try {
-    const fs::path path = findAirportFile(CODE);
+    const fs::path path = findAirportFile(code);
     if (path.empty()) return false;
     const pugi::xml_document document = lf_loadOrEmpty(path);
     for (const pugi::xml_node parkpos : document.child("parkpositions").children("parkpos"))
-      if (STAND_ID == parkpos.attribute("id").value()) return true;
+      if (standId == parkpos.attribute("id").value()) return true;
     return false;
   } catch (const std::exception& error) {
     logLine(fmt::format("exception in gf_readApfForGateCheck: {}", error.what()));
@@ -237,16 +237,16 @@ bool gf_readApfForGateCheck(std::string_view CODE, std::string_view STAND_ID) {
   return false;
 }
 
-std::int32_t readStandCount(const fs::path& PATH) {
-  return fileInt(lf_loadOrEmpty(PATH), "num_parkpos").value_or(0);
+std::int32_t readStandCount(const fs::path& path) {
+  return fileInt(lf_loadOrEmpty(path), "num_parkpos").value_or(0);
 }
 
-std::string readPublisher(const fs::path& PATH) {
-  return fileParameter(lf_loadOrEmpty(PATH), "publisher").value_or("");
+std::string readPublisher(const fs::path& path) {
+  return fileParameter(lf_loadOrEmpty(path), "publisher").value_or("");
 }
 
-bool hasQualityFactors(const fs::path& PATH) {
-  const pugi::xml_document document = lf_loadOrEmpty(PATH);
+bool hasQualityFactors(const fs::path& path) {
+  const pugi::xml_document document = lf_loadOrEmpty(path);
   return fileInt(document, "Qf_real").value_or(-1) >= 0 || fileInt(document, "Qf_soft").value_or(-1) >= 0;
 }
 

@@ -12,17 +12,17 @@
 
 namespace ory {
 
-// The value of "/parameters/parameter[@name='NAME']", or nothing when absent.
-std::optional<std::string> fileParameter(const pugi::xml_document& DOCUMENT, std::string_view NAME);
-std::optional<std::int32_t> fileInt(const pugi::xml_document& DOCUMENT, std::string_view NAME);
-std::optional<bool> fileBool(const pugi::xml_document& DOCUMENT, std::string_view NAME);
+// The value of "/parameters/parameter[@name='name']", or nothing when absent.
+std::optional<std::string> fileParameter(const pugi::xml_document& document, std::string_view name);
+std::optional<std::int32_t> fileInt(const pugi::xml_document& document, std::string_view name);
+std::optional<bool> fileBool(const pugi::xml_document& document, std::string_view name);
 
 // Latitude, longitude (degrees) and radius (metres in the file, nautical miles in the stand).
-void readStandPlace(const pugi::xml_node& PARKPOS, Stand& STAND);
+void readStandPlace(const pugi::xml_node& parkpos, Stand& stand);
 // heli, ramp, cargo and heading (degrees in the file, radians in the stand).
-void readStandKind(const pugi::xml_node& PARKPOS, Stand& STAND);
-// One opt element; nothing for a towed movement when SKIP_TOWED, or for a weekday outside 1 to 7. The
+void readStandKind(const pugi::xml_node& parkpos, Stand& stand);
+// One opt element; nothing for a towed movement when skipTowed, or for a weekday outside 1 to 7. The
 // registration's database record, when there is one, gives airline and type.
-std::optional<StandOption> readStandOption(const pugi::xml_node& OPT, bool LEARNED, bool SKIP_TOWED);
+std::optional<StandOption> readStandOption(const pugi::xml_node& opt, bool learned, bool skipTowed);
 
 } // namespace ory

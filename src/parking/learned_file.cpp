@@ -19,20 +19,20 @@ namespace {
 
 namespace fs = std::filesystem;
 
-void lf_logValue(std::string_view LABEL, const auto& VALUE) {
-  logLine(fmt::format("{:24}: {}", LABEL, VALUE));
+void lf_logValue(std::string_view label, const auto& value) {
+  logLine(fmt::format("{:24}: {}", label, value));
 }
 
-void lf_applyBool(const pugi::xml_document& DOCUMENT, BoolParameter& PARAMETER) {
-  const auto value = fileBool(DOCUMENT, PARAMETER.name);
+void lf_applyBool(const pugi::xml_document& document, BoolParameter& parameter) {
+  const auto value = fileBool(document, parameter.name);
   if (!value) return;
-  PARAMETER.value = *value;
-  showBool(PARAMETER);
-  lf_logValue(PARAMETER.name, *value);
+  parameter.value = *value;
+  showBool(parameter);
+  lf_logValue(parameter.name, *value);
 }
 
-void lf_applyLateralRange(const pugi::xml_document& DOCUMENT) {
-  const auto range = fileInt(DOCUMENT, LATERAL_RANGE.name);
+void lf_applyLateralRange(const pugi::xml_document& document) {
+  const auto range = fileInt(document, LATERAL_RANGE.name);
   if (!range) return;
   LATERAL_RANGE.set(*range);
   setRange(LATERAL_RANGE.value);
@@ -42,8 +42,8 @@ void lf_applyLateralRange(const pugi::xml_document& DOCUMENT) {
 }
 
 // On: the current range is kept for later and the main loop takes over. Off: the manual range holds.
-void lf_applyAutoRange(const pugi::xml_document& DOCUMENT) {
-  const auto automatic = fileBool(DOCUMENT, AUTO_RANGE.name);
+void lf_applyAutoRange(const pugi::xml_document& document) {
+  const auto automatic = fileBool(document, AUTO_RANGE.name);
   if (!automatic) return;
   AUTO_RANGE.value = *automatic;
   showBool(AUTO_RANGE);
@@ -54,8 +54,8 @@ void lf_applyAutoRange(const pugi::xml_document& DOCUMENT) {
     return;
   }
   enableControl(LATERAL_RANGE, true);
-  // A range of the file itself was set by hand, so it is the one to keep; else the kept one returns.
-  if (fileInt(DOCUMENT, LATERAL_RANGE.name))
+  // a range of the file itself was set by hand, so it is the one to keep; else the kept one returns.
+  if (fileInt(document, LATERAL_RANGE.name))
     manualLateralRange = LATERAL_RANGE.value.load();
   else
     LATERAL_RANGE.set(manualLateralRange);
@@ -63,8 +63,8 @@ void lf_applyAutoRange(const pugi::xml_document& DOCUMENT) {
   showInt(LATERAL_RANGE);
 }
 
-void lf_applyParkingPercentage(const pugi::xml_document& DOCUMENT) {
-  parking_percentage.set(fileInt(DOCUMENT, parking_percentage.name).value_or(30));
+void lf_applyParkingPercentage(const pugi::xml_document& document) {
+  parking_percentage.set(fileInt(document, parking_percentage.name).value_or(30));
   if (CUSTOM_PARKING_PERCENTAGE.value >= 0) {
     parking_percentage.value = CUSTOM_PARKING_PERCENTAGE.value.load();
     logLine(fmt::format("parking percentage overruled by {}", CUSTOM_PARKING_PERCENTAGE.name));
@@ -73,9 +73,9 @@ void lf_applyParkingPercentage(const pugi::xml_document& DOCUMENT) {
   logLine(fmt::format("{:24}: {}%", parking_percentage.name, parking_percentage.value.load()));
 }
 
-void lf_applyMaxFit(const pugi::xml_document& DOCUMENT) {
-  auto halfHours = fileInt(DOCUMENT, MAX_FIT.name);
-  if (!halfHours) halfHours = fileInt(DOCUMENT, "MAX_FIT_WEEK"); // the name of older files
+void lf_applyMaxFit(const pugi::xml_document& document) {
+  auto halfHours = fileInt(document, MAX_FIT.name);
+  if (!halfHours) halfHours = fileInt(document, "MAX_FIT_WEEK"); // the name of older files
   if (!halfHours) return;
   MAX_FIT.set(*halfHours);
   MAX_FIT_FL.value = maxFitHours(MAX_FIT.value);
@@ -84,92 +84,92 @@ void lf_applyMaxFit(const pugi::xml_document& DOCUMENT) {
                       MAX_FIT.value.load(), MAX_FIT_FL.value.load()));
 }
 
-void lf_applyParameters(const pugi::xml_document& DOCUMENT) {
-  lf_applyBool(DOCUMENT, LEARN_SOFT);
-  const auto maxLive = fileInt(DOCUMENT, MAX_LIVE.name);
+void lf_applyParameters(const pugi::xml_document& document) {
+  lf_applyBool(document, LEARN_SOFT);
+  const auto maxLive = fileInt(document, MAX_LIVE.name);
   MAX_LIVE.value = maxLive ? MAX_LIVE.clamp(*maxLive) : MAX_LIVE.defaultValue;
   if (maxLive) lf_logValue(MAX_LIVE.name, MAX_LIVE.value.load());
   if (MAX_LIVE.value == MAX_LIVE.defaultValue)
     clearEdit(MAX_LIVE);
   else
     showInt(MAX_LIVE);
-  lf_applyLateralRange(DOCUMENT);
-  lf_applyAutoRange(DOCUMENT);
-  lf_applyBool(DOCUMENT, PARK_FAKE);
-  lf_applyBool(DOCUMENT, WEEK);
-  lf_applyBool(DOCUMENT, PARK_SOFT);
-  lf_applyParkingPercentage(DOCUMENT);
-  lf_applyBool(DOCUMENT, INITIAL_LOAD_ONLY);
-  lf_applyMaxFit(DOCUMENT);
+  lf_applyLateralRange(document);
+  lf_applyAutoRange(document);
+  lf_applyBool(document, PARK_FAKE);
+  lf_applyBool(document, WEEK);
+  lf_applyBool(document, PARK_SOFT);
+  lf_applyParkingPercentage(document);
+  lf_applyBool(document, INITIAL_LOAD_ONLY);
+  lf_applyMaxFit(document);
 }
 
 // EHAM.xml is kept as EHAM0.xml, overwriting an older copy.
-void lf_keepBrokenFile(const fs::path& PATH, std::string_view PROBLEM) {
-  fs::path kept = PATH;
-  kept.replace_filename(PATH.stem().string() + "0" + PATH.extension().string());
+void lf_keepBrokenFile(const fs::path& path, std::string_view problem) {
+  fs::path kept = path;
+  kept.replace_filename(path.stem().string() + "0" + path.extension().string());
   std::error_code error;
-  fs::copy_file(PATH, kept, fs::copy_options::overwrite_existing, error);
-  logLine(fmt::format("{} found, but could not be loaded, saved as *.0.xml: {}", pathText(PATH), PROBLEM));
+  fs::copy_file(path, kept, fs::copy_options::overwrite_existing, error);
+  logLine(fmt::format("{} found, but could not be loaded, saved as *.0.xml: {}", pathText(path), problem));
 }
 
-bool lf_readManualStand(const pugi::xml_node& PARKPOS, const fs::path& PATH, std::vector<Stand>& STANDS) {
+bool lf_readManualStand(const pugi::xml_node& parkpos, const fs::path& path, std::vector<Stand>& stands) {
   Stand stand;
-  stand.id = PARKPOS.attribute("id").value();
-  readStandPlace(PARKPOS, stand);
+  stand.id = parkpos.attribute("id").value();
+  readStandPlace(parkpos, stand);
   if ((stand.lat >= 0 && stand.lat <= 0.0009 && stand.lon >= 0 && stand.lon <= 0.05) || stand.radius == 0) {
     logLine(
-        fmt::format("manually created standid {} misses correct attributes in {}", stand.id, pathText(PATH)));
+        fmt::format("manually created standid {} misses correct attributes in {}", stand.id, pathText(path)));
     return false;
   }
   stand.options.reserve(128);
   std::int32_t optionId = 1;
-  for (const pugi::xml_node opt : PARKPOS.children("opt")) {
+  for (const pugi::xml_node opt : parkpos.children("opt")) {
     std::optional<StandOption> option = readStandOption(opt, true, false);
     if (!option) continue;
     option->optionId = optionId++;
     stand.options.push_back(std::move(*option));
   }
-  readStandKind(PARKPOS, stand);
+  readStandKind(parkpos, stand);
   stand.manual = true;
-  STANDS.push_back(std::move(stand));
+  stands.push_back(std::move(stand));
   return true;
 }
 
-void lf_readLearnedStands(const pugi::xml_document& DOCUMENT, const fs::path& PATH,
-                          std::vector<Stand>& STANDS) {
+void lf_readLearnedStands(const pugi::xml_document& document, const fs::path& path,
+                          std::vector<Stand>& stands) {
   TextMap<std::size_t> index;
-  for (std::size_t i = 0; i < STANDS.size(); ++i)
-    index.emplace(STANDS[i].id, i);
-  for (const pugi::xml_node parkpos : DOCUMENT.child("parkpositions").children("parkpos")) {
+  for (std::size_t i = 0; i < stands.size(); ++i)
+    index.emplace(stands[i].id, i);
+  for (const pugi::xml_node parkpos : document.child("parkpositions").children("parkpos")) {
     const std::string id = parkpos.attribute("id").value();
     const auto found = index.find(id);
     if (isTrueText(parkpos.attribute("manual").value())) {
       if (found != index.end()) {
-        logLine(fmt::format("manually created standid {} already exists in {}", id, pathText(PATH)));
-      } else if (lf_readManualStand(parkpos, PATH, STANDS)) {
-        index.emplace(id, STANDS.size() - 1);
+        logLine(fmt::format("manually created standid {} already exists in {}", id, pathText(path)));
+      } else if (lf_readManualStand(parkpos, path, stands)) {
+        index.emplace(id, stands.size() - 1);
       }
     } else if (found == index.end()) {
-      logLine(fmt::format("learned stand {} in {} not found?", id, pathText(PATH)));
+      logLine(fmt::format("learned stand {} in {} not found?", id, pathText(path)));
     } else {
-      mergeLearnedStand(STANDS[found->second], parkpos);
+      mergeLearnedStand(stands[found->second], parkpos);
     }
   }
 }
 
-void lf_readLearned(const fs::path& PATH, std::string_view ARCHIVED_NAME, std::vector<Stand>& STANDS) {
+void lf_readLearned(const fs::path& path, std::string_view archivedName, std::vector<Stand>& stands) {
   pugi::xml_document document;
-  const pugi::xml_parse_result loaded = document.load_file(PATH.c_str());
+  const pugi::xml_parse_result loaded = document.load_file(path.c_str());
   if (!loaded) {
-    lf_keepBrokenFile(PATH, loaded.description());
+    lf_keepBrokenFile(path, loaded.description());
     return;
   }
-  logLine(fmt::format("Read from learned airport file: \"{}\"", pathText(PATH)));
+  logLine(fmt::format("Read from learned airport file: \"{}\"", pathText(path)));
   const auto name = fileParameter(document, "airport_name");
-  if (name && *name != ARCHIVED_NAME)
+  if (name && *name != archivedName)
     logLine(fmt::format(
         "Warning: learned file airport name: \"{}\" differs from archived file airport name: \"{}\"", *name,
-        ARCHIVED_NAME));
+        archivedName));
   lf_applyParameters(document);
   if (fileParameter(document, "handmade")) { // present with any value
     handmadeFile = true;
@@ -177,17 +177,17 @@ void lf_readLearned(const fs::path& PATH, std::string_view ARCHIVED_NAME, std::v
       parkAltitudeFeet = *altitude;
       parkAltitude = *altitude;
     }
-    STANDS.clear();
-    readParkPositions(document, STANDS);
+    stands.clear();
+    readParkPositions(document, stands);
     return;
   }
   handmadeFile = false;
-  lf_readLearnedStands(document, PATH, STANDS);
+  lf_readLearnedStands(document, path, stands);
 }
 
-bool lf_sameAircraft(const StandOption& A, const StandOption& B) {
-  return A.day == B.day && A.soft == B.soft && A.regcode == B.regcode && A.airline == B.airline &&
-         A.type == B.type;
+bool lf_sameAircraft(const StandOption& a, const StandOption& b) {
+  return a.day == b.day && a.soft == b.soft && a.regcode == b.regcode && a.airline == b.airline &&
+         a.type == b.type;
 }
 
 // The stands a learned file holds: manual ones, changed ones, and those with learned options.
@@ -195,48 +195,48 @@ std::vector<Stand> lf_learnedStands() {
   if (handmadeFile) return stands;
   std::vector<Stand> learned;
   for (Stand& stand : stands) {
-    std::erase_if(stand.options, [](const StandOption& O) { return !O.learned; });
+    std::erase_if(stand.options, [](const StandOption& o) { return !o.learned; });
     if (stand.manual || !stand.options.empty() || stand.radiusChanged || stand.cargoChanged)
       learned.push_back(stand);
   }
   return learned;
 }
 
-fs::path lf_learnedFolder(const std::string& PUBLISHER) {
-  if (PUBLISHER == stockWord) return learnedFolder / stockWord;
-  if (PUBLISHER == orbxWord) return learnedFolder / orbxWord;
-  return learnedFolder / thirdpartyWord / utf8ToPath(PUBLISHER);
+fs::path lf_learnedFolder(const std::string& publisher) {
+  if (publisher == stockWord) return learnedFolder / stockWord;
+  if (publisher == orbxWord) return learnedFolder / orbxWord;
+  return learnedFolder / thirdpartyWord / utf8ToPath(publisher);
 }
 
 } // namespace
 
-void readLearned(const fs::path& PATH, std::string_view ARCHIVED_NAME, std::vector<Stand>& STANDS) {
+void readLearned(const fs::path& path, std::string_view archivedName, std::vector<Stand>& stands) {
   try {
-    lf_readLearned(PATH, ARCHIVED_NAME, STANDS);
+    lf_readLearned(path, archivedName, stands);
   } catch (const std::exception& error) {
     logLine(fmt::format("exception in lf_readLearned: {}", error.what()));
   }
 }
 
-void mergeLearnedStand(Stand& STAND, const pugi::xml_node& PARKPOS) {
-  if (isTrueText(PARKPOS.attribute("radius_change").value())) {
-    STAND.radius = PARKPOS.attribute("radius").as_double() * nmPerMetre;
-    STAND.radiusChanged = true;
+void mergeLearnedStand(Stand& stand, const pugi::xml_node& parkpos) {
+  if (isTrueText(parkpos.attribute("radius_change").value())) {
+    stand.radius = parkpos.attribute("radius").as_double() * nmPerMetre;
+    stand.radiusChanged = true;
   }
-  if (isTrueText(PARKPOS.attribute("cargo_change").value())) {
-    STAND.cargo = isTrueText(PARKPOS.attribute("cargo").value());
-    STAND.cargoChanged = true;
+  if (isTrueText(parkpos.attribute("cargo_change").value())) {
+    stand.cargo = isTrueText(parkpos.attribute("cargo").value());
+    stand.cargoChanged = true;
   }
-  std::int32_t optionId = STAND.options.empty() ? 1 : STAND.options.back().optionId + 1;
-  for (const pugi::xml_node opt : PARKPOS.children("opt")) {
+  std::int32_t optionId = stand.options.empty() ? 1 : stand.options.back().optionId + 1;
+  for (const pugi::xml_node opt : parkpos.children("opt")) {
     std::optional<StandOption> option = readStandOption(opt, true, false);
     if (!option) continue;
-    const bool known = std::any_of(STAND.options.begin(), STAND.options.end(), [&](const StandOption& O) {
-      return lf_sameAircraft(O, *option) && (O.halfHours & option->halfHours).any();
+    const bool known = std::any_of(stand.options.begin(), stand.options.end(), [&](const StandOption& o) {
+      return lf_sameAircraft(o, *option) && (o.halfHours & option->halfHours).any();
     });
     if (known) continue;
     option->optionId = optionId++;
-    STAND.options.push_back(std::move(*option));
+    stand.options.push_back(std::move(*option));
   }
 }
 

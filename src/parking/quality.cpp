@@ -12,18 +12,18 @@ namespace {
 
 // The weights count radius in nautical miles against limits meant for metres, so in practice every stand
 // weighs 0.3; the archive's factors were made this way and stay comparable only if it stays.
-double lf_weight(double RADIUS) {
-  if (RADIUS <= 7.0) return 0.30000001192092896;
-  if (RADIUS <= 10.0) return 1.5;
+double lf_weight(double radius) {
+  if (radius <= 7.0) return 0.30000001192092896;
+  if (radius <= 10.0) return 1.5;
   return 1.0;
 }
 
-double lf_score(const Stand& STAND, bool SOFT) {
+double lf_score(const Stand& stand, bool soft) {
   std::int32_t count = 0;
   std::int32_t bits = 0;
   std::bitset<8> days;
-  for (const StandOption& option : STAND.options) {
-    if (option.optionId == 0 || option.soft != SOFT) continue;
+  for (const StandOption& option : stand.options) {
+    if (option.optionId == 0 || option.soft != soft) continue;
     ++count;
     bits += static_cast<std::int32_t>(option.halfHours.count());
     if (option.day >= 1 && option.day <= 7) days.set(static_cast<std::size_t>(option.day));
@@ -33,18 +33,18 @@ double lf_score(const Stand& STAND, bool SOFT) {
          2 * std::min(bits, 600);
 }
 
-std::int32_t lf_factor(double SUM, double WEIGHTS) {
-  return std::clamp(static_cast<std::int32_t>(std::lround(SUM / WEIGHTS * 0.00625)), 0, 100);
+std::int32_t lf_factor(double sum, double weights) {
+  return std::clamp(static_cast<std::int32_t>(std::lround(sum / weights * 0.00625)), 0, 100);
 }
 
 } // namespace
 
-QualityFactors computeQualityFactors(const std::vector<Stand>& STANDS) {
-  if (std::all_of(STANDS.begin(), STANDS.end(), [](const Stand& S) { return S.options.empty(); })) return {};
+QualityFactors computeQualityFactors(const std::vector<Stand>& stands) {
+  if (std::all_of(stands.begin(), stands.end(), [](const Stand& s) { return s.options.empty(); })) return {};
   double weights = 0.0;
   double real = 0.0;
   double soft = 0.0;
-  for (const Stand& stand : STANDS) {
+  for (const Stand& stand : stands) {
     const double weight = lf_weight(stand.radius);
     weights += weight;
     real += weight * lf_score(stand, false);
@@ -53,10 +53,10 @@ QualityFactors computeQualityFactors(const std::vector<Stand>& STANDS) {
   return {lf_factor(real, weights), lf_factor(soft, weights)};
 }
 
-std::string formatQualityFactors(const QualityFactors& QUALITY) {
-  if (QUALITY.real < 0 && QUALITY.soft < 0) return "  ";
-  if (QUALITY.soft >= 0) return fmt::format("{:2}/{:2}", QUALITY.real, QUALITY.soft);
-  return fmt::format("{:2}", QUALITY.real);
+std::string formatQualityFactors(const QualityFactors& quality) {
+  if (quality.real < 0 && quality.soft < 0) return "  ";
+  if (quality.soft >= 0) return fmt::format("{:2}/{:2}", quality.real, quality.soft);
+  return fmt::format("{:2}", quality.real);
 }
 
 } // namespace ory

@@ -37,15 +37,15 @@ constexpr std::array<std::string_view, 45> skippedFolders = {
 constexpr std::array<std::string_view, 11> parkingNames = {"",   "r",   "p",  "np",  "ep", "sep",
                                                            "sp", "swp", "wp", "nwp", "g"};
 
-void lf_collectAirports(const BglWords& BGL, std::size_t FIRST, std::size_t END,
-                        std::vector<AirportRecordRef>& AIRPORTS) {
-  std::size_t index = FIRST;
-  while (index < END) {
-    const BglRecordHead head = bglRecordHead(BGL, index);
+void lf_collectAirports(const BglWords& bgl, std::size_t first, std::size_t end,
+                        std::vector<AirportRecordRef>& airports) {
+  std::size_t index = first;
+  while (index < end) {
+    const BglRecordHead head = bglRecordHead(bgl, index);
     if (head.id == airportRecord || head.id == airportRecordV5) {
-      std::string code = decodeIdentifier(bglWord(BGL, index + identifierWord));
+      std::string code = decodeIdentifier(bglWord(bgl, index + identifierWord));
       if (!code.empty())
-        AIRPORTS.push_back({index, head.size / 4, head.id == airportRecordV5, std::move(code)});
+        airports.push_back({index, head.size / 4, head.id == airportRecordV5, std::move(code)});
     }
     if (head.size < 4) return; // a record that doesn't advance ends the walk
     index += head.size / 4;
@@ -53,96 +53,96 @@ void lf_collectAirports(const BglWords& BGL, std::size_t FIRST, std::size_t END,
 }
 
 // The records of one sub-section: 16-byte entries of id, record count, byte offset and byte size.
-void lf_walkSubsection(const BglWords& BGL, std::size_t ENTRY, std::vector<AirportRecordRef>& AIRPORTS) {
-  const std::size_t offset = bglWord(BGL, ENTRY + 2);
-  const std::size_t size = bglWord(BGL, ENTRY + 3);
-  const std::size_t end = std::min(BGL.words.size(), (offset + size) / 4);
-  lf_collectAirports(BGL, offset / 4, end, AIRPORTS);
+void lf_walkSubsection(const BglWords& bgl, std::size_t entry, std::vector<AirportRecordRef>& airports) {
+  const std::size_t offset = bglWord(bgl, entry + 2);
+  const std::size_t size = bglWord(bgl, entry + 3);
+  const std::size_t end = std::min(bgl.words.size(), (offset + size) / 4);
+  lf_collectAirports(bgl, offset / 4, end, airports);
 }
 
-std::uint32_t lf_wordOf(std::string_view BYTES, std::size_t INDEX) {
+std::uint32_t lf_wordOf(std::string_view bytes, std::size_t index) {
   std::uint32_t word = 0;
   for (std::size_t k = 0; k < 4; ++k)
-    word |= static_cast<std::uint32_t>(static_cast<unsigned char>(BYTES[INDEX * 4 + k])) << (8 * k);
+    word |= static_cast<std::uint32_t>(static_cast<unsigned char>(bytes[index * 4 + k])) << (8 * k);
   return word;
 }
 
-// Up to COUNT more bytes of the stream; fewer at the end of the file.
-std::string lf_readMore(std::ifstream& IN, std::size_t COUNT) {
-  std::string bytes(COUNT, '\0');
-  IN.read(bytes.data(), static_cast<std::streamsize>(COUNT));
-  bytes.resize(static_cast<std::size_t>(IN.gcount()));
+// Up to count more bytes of the stream; fewer at the end of the file.
+std::string lf_readMore(std::ifstream& in, std::size_t count) {
+  std::string bytes(count, '\0');
+  in.read(bytes.data(), static_cast<std::streamsize>(count));
+  bytes.resize(static_cast<std::size_t>(in.gcount()));
   return bytes;
 }
 
 } // namespace
 
-BglWords bglFromBytes(std::string_view BYTES) {
+BglWords bglFromBytes(std::string_view bytes) {
   BglWords bgl;
-  bgl.words.resize(BYTES.size() / 4);
+  bgl.words.resize(bytes.size() / 4);
   for (std::size_t i = 0; i < bgl.words.size(); ++i)
-    bgl.words[i] = lf_wordOf(BYTES, i);
+    bgl.words[i] = lf_wordOf(bytes, i);
   return bgl;
 }
 
-bool readBglFile(const std::filesystem::path& PATH, BglWords& BGL) {
-  std::ifstream in(PATH, std::ios::binary | std::ios::ate);
+bool readBglFile(const std::filesystem::path& path, BglWords& bgl) {
+  std::ifstream in(path, std::ios::binary | std::ios::ate);
   if (!in) return false;
   const std::streamoff size = in.tellg();
   if (size < 0 || !in.seekg(0)) return false;
   std::string bytes(static_cast<std::size_t>(size), '\0');
   if (!in.read(bytes.data(), size)) return false;
-  BGL = bglFromBytes(bytes);
+  bgl = bglFromBytes(bytes);
   return true;
 }
 
-std::uint32_t bglWord(const BglWords& BGL, std::size_t INDEX) {
-  if (INDEX >= BGL.words.size())
+std::uint32_t bglWord(const BglWords& bgl, std::size_t index) {
+  if (index >= bgl.words.size())
     throw BglRangeError(
-        fmt::format("word {} beyond the end, the file has {} words", INDEX, BGL.words.size()));
-  return BGL.words[INDEX];
+        fmt::format("word {} beyond the end, the file has {} words", index, bgl.words.size()));
+  return bgl.words[index];
 }
 
-float bglFloat(const BglWords& BGL, std::size_t INDEX) {
-  return std::bit_cast<float>(bglWord(BGL, INDEX));
+float bglFloat(const BglWords& bgl, std::size_t index) {
+  return std::bit_cast<float>(bglWord(bgl, index));
 }
 
-std::uint8_t bglByte(const BglWords& BGL, std::size_t OFFSET) {
-  return static_cast<std::uint8_t>(bglWord(BGL, OFFSET / 4) >> (8 * (OFFSET % 4)));
+std::uint8_t bglByte(const BglWords& bgl, std::size_t offset) {
+  return static_cast<std::uint8_t>(bglWord(bgl, offset / 4) >> (8 * (offset % 4)));
 }
 
-std::uint16_t bglHalf(const BglWords& BGL, std::size_t OFFSET) {
-  return static_cast<std::uint16_t>(bglByte(BGL, OFFSET) | (bglByte(BGL, OFFSET + 1) << 8));
+std::uint16_t bglHalf(const BglWords& bgl, std::size_t offset) {
+  return static_cast<std::uint16_t>(bglByte(bgl, offset) | (bglByte(bgl, offset + 1) << 8));
 }
 
-BglRecordHead bglRecordHead(const BglWords& BGL, std::size_t INDEX) {
-  const std::uint32_t first = bglWord(BGL, INDEX);
-  const std::uint32_t second = bglWord(BGL, INDEX + 1);
+BglRecordHead bglRecordHead(const BglWords& bgl, std::size_t index) {
+  const std::uint32_t first = bglWord(bgl, index);
+  const std::uint32_t second = bglWord(bgl, index + 1);
   return {static_cast<std::uint16_t>(first & 0xFFFF), (first >> 16) | ((second & 0xFFFF) << 16)};
 }
 
-std::vector<AirportRecordRef> findAirportRecords(const BglWords& BGL, std::string& ERROR_TEXT) {
+std::vector<AirportRecordRef> findAirportRecords(const BglWords& bgl, std::string& errorText) {
   std::vector<AirportRecordRef> airports;
-  if (BGL.words.size() <= sectionTableWord || BGL.words[headerSizeWord] != headerSize) return airports;
+  if (bgl.words.size() <= sectionTableWord || bgl.words[headerSizeWord] != headerSize) return airports;
   try {
-    const std::uint32_t sections = bglWord(BGL, sectionCountWord);
+    const std::uint32_t sections = bglWord(bgl, sectionCountWord);
     for (std::size_t s = 0; s < sections; ++s) {
       const std::size_t entry = sectionTableWord + s * sectionEntryWords;
-      if (bglWord(BGL, entry) != airportSection || (bglWord(BGL, entry + 1) & wideSubsectionFlag) != 0)
+      if (bglWord(bgl, entry) != airportSection || (bglWord(bgl, entry + 1) & wideSubsectionFlag) != 0)
         continue;
-      const std::uint32_t subsections = bglWord(BGL, entry + 2);
-      const std::size_t table = bglWord(BGL, entry + 3) / 4;
+      const std::uint32_t subsections = bglWord(bgl, entry + 2);
+      const std::size_t table = bglWord(bgl, entry + 3) / 4;
       for (std::size_t k = 0; k < subsections; ++k)
-        lf_walkSubsection(BGL, table + k * subsectionEntryWords, airports);
+        lf_walkSubsection(bgl, table + k * subsectionEntryWords, airports);
     }
   } catch (const BglRangeError& error) {
-    ERROR_TEXT = error.what();
+    errorText = error.what();
   }
   return airports;
 }
 
-bool hasAirportSection(const std::filesystem::path& PATH) {
-  std::ifstream in(PATH, std::ios::binary);
+bool hasAirportSection(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
   const std::string header = lf_readMore(in, sectionTableWord * 4);
   if (header.size() < sectionTableWord * 4 || lf_wordOf(header, headerSizeWord) != headerSize) return false;
   // The count may lie: what the file holds of the table is read, and no more than a real file has sections.
@@ -154,20 +154,20 @@ bool hasAirportSection(const std::filesystem::path& PATH) {
   return false;
 }
 
-bool isBgl(const std::filesystem::path& PATH) {
-  const std::string extension = PATH.extension().string();
+bool isBgl(const std::filesystem::path& path) {
+  const std::string extension = path.extension().string();
   return extension == ".BGL" || extension == ".bgl";
 }
 
-bool isSkippedFolder(std::string_view PATH_TEXT) {
-  return std::any_of(skippedFolders.begin(), skippedFolders.end(), [&](std::string_view FOLDER) {
-    return PATH_TEXT.find(FOLDER) != std::string_view::npos;
+bool isSkippedFolder(std::string_view pathText) {
+  return std::any_of(skippedFolders.begin(), skippedFolders.end(), [&](std::string_view folder) {
+    return pathText.find(folder) != std::string_view::npos;
   });
 }
 
-std::string decodeIdentifier(std::uint32_t VALUE) {
+std::string decodeIdentifier(std::uint32_t value) {
   std::string text;
-  for (std::uint32_t rest = VALUE >> 5; rest != 0; rest /= 38) {
+  for (std::uint32_t rest = value >> 5; rest != 0; rest /= 38) {
     const std::uint32_t digit = rest % 38;
     if (digit == 0) continue;
     text.insert(text.begin(), static_cast<char>(digit >= 2 && digit <= 11 ? digit + 46 : digit + 53));
@@ -175,26 +175,26 @@ std::string decodeIdentifier(std::uint32_t VALUE) {
   return text;
 }
 
-double decodeLatitude(std::uint32_t RAW) {
-  return 90.0 - RAW * 3.3527612686157227e-07;
+double decodeLatitude(std::uint32_t raw) {
+  return 90.0 - raw * 3.3527612686157227e-07;
 }
 
-double decodeLongitude(std::uint32_t RAW) {
-  return RAW * 4.470348358154297e-07 - 180.0;
+double decodeLongitude(std::uint32_t raw) {
+  return raw * 4.470348358154297e-07 - 180.0;
 }
 
-std::string parkingNameText(std::uint32_t CODE) {
-  if (CODE < parkingNames.size()) return std::string(parkingNames[CODE]);
-  if (CODE == 11) return {};
-  return std::string(1, static_cast<char>(CODE + 0x35));
+std::string parkingNameText(std::uint32_t code) {
+  if (code < parkingNames.size()) return std::string(parkingNames[code]);
+  if (code == 11) return {};
+  return std::string(1, static_cast<char>(code + 0x35));
 }
 
-void readBgl(const std::filesystem::path& PATH) {
+void readBgl(const std::filesystem::path& path) {
   BglWords bgl;
-  if (!readBglFile(PATH, bgl) || bgl.words.size() < 2) return;
+  if (!readBglFile(path, bgl) || bgl.words.size() < 2) return;
   std::string damage;
   for (const AirportRecordRef& airport : findAirportRecords(bgl, damage))
-    toParkingPositions(bgl, airport, PATH);
+    toParkingPositions(bgl, airport, path);
   if (!damage.empty()) throw BglRangeError(damage);
 }
 

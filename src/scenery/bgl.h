@@ -1,5 +1,5 @@
 #pragma once
-// Compiled scenery files (BGL) of FSX and Prepar3D, read only for their airports, parking positions and
+// Compiled scenery files (bgl) of FSX and Prepar3D, read only for their airports, parking positions and
 // helipads. README.md in this folder tells which records are decoded and where the layout comes from.
 
 #include <cstddef>
@@ -23,13 +23,13 @@ public:
   using std::out_of_range::out_of_range;
 };
 
-BglWords bglFromBytes(std::string_view BYTES);                      // a trailing part word is dropped
-bool readBglFile(const std::filesystem::path& PATH, BglWords& BGL); // false when unreadable
+BglWords bglFromBytes(std::string_view bytes);                      // a trailing part word is dropped
+bool readBglFile(const std::filesystem::path& path, BglWords& bgl); // false when unreadable
 
-std::uint32_t bglWord(const BglWords& BGL, std::size_t INDEX);
-float bglFloat(const BglWords& BGL, std::size_t INDEX);
-std::uint8_t bglByte(const BglWords& BGL, std::size_t OFFSET);  // OFFSET in bytes
-std::uint16_t bglHalf(const BglWords& BGL, std::size_t OFFSET); // OFFSET in bytes, little endian
+std::uint32_t bglWord(const BglWords& bgl, std::size_t index);
+float bglFloat(const BglWords& bgl, std::size_t index);
+std::uint8_t bglByte(const BglWords& bgl, std::size_t offset);  // offset in bytes
+std::uint16_t bglHalf(const BglWords& bgl, std::size_t offset); // offset in bytes, little endian
 
 // The head shared by records and sub-records: id in the low half of the first word, size in bytes in the high
 // half of the first and the low half of the second.
@@ -37,7 +37,7 @@ struct BglRecordHead {
   std::uint16_t id = 0;
   std::uint32_t size = 0; // bytes, including the head
 };
-BglRecordHead bglRecordHead(const BglWords& BGL, std::size_t INDEX);
+BglRecordHead bglRecordHead(const BglWords& bgl, std::size_t index);
 
 // An airport record (0x3C, or 0xAB from Prepar3D v5 on) whose identifier could be decoded.
 struct AirportRecordRef {
@@ -48,26 +48,26 @@ struct AirportRecordRef {
 };
 
 // Every airport record of the file's airport sections, in file order. A damaged part of the file ends the
-// walk: the airports found before it are returned with the text of the damage in ERROR_TEXT.
-std::vector<AirportRecordRef> findAirportRecords(const BglWords& BGL, std::string& ERROR_TEXT);
+// walk: the airports found before it are returned with the text of the damage in errorText.
+std::vector<AirportRecordRef> findAirportRecords(const BglWords& bgl, std::string& errorText);
 
 // Reads only the header and the section table: true when the file has an airport section.
-bool hasAirportSection(const std::filesystem::path& PATH);
-// The extension is exactly ".BGL" or ".bgl".
-bool isBgl(const std::filesystem::path& PATH);
-// The folder holds stock scenery without airports of interest (World, regional base folders, ...). PATH_TEXT
+bool hasAirportSection(const std::filesystem::path& path);
+// The extension is exactly ".bgl" or ".bgl".
+bool isBgl(const std::filesystem::path& path);
+// The folder holds stock scenery without airports of interest (World, regional base folders, ...). pathText
 // is written with backslashes.
-bool isSkippedFolder(std::string_view PATH_TEXT);
+bool isSkippedFolder(std::string_view pathText);
 
 // Airport identifiers and region codes: base-38 digits above the low 5 bits; empty when nothing decodes.
-std::string decodeIdentifier(std::uint32_t VALUE);
-double decodeLatitude(std::uint32_t RAW);  // degrees
-double decodeLongitude(std::uint32_t RAW); // degrees
+std::string decodeIdentifier(std::uint32_t value);
+double decodeLatitude(std::uint32_t raw);  // degrees
+double decodeLongitude(std::uint32_t raw); // degrees
 // The name code of a taxi parking as the text in front of its number: "g" for a gate, "A" for GATE_A.
-std::string parkingNameText(std::uint32_t CODE);
+std::string parkingNameText(std::uint32_t code);
 
 // Reads one file and hands every airport to the generated-file step. A damaged file costs its own airports:
 // those found before the damage are handed over, then BglRangeError tells of it.
-void readBgl(const std::filesystem::path& PATH);
+void readBgl(const std::filesystem::path& path);
 
 } // namespace ory

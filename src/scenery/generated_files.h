@@ -13,9 +13,9 @@ namespace ory {
 
 extern std::atomic<std::int32_t> linkedAirports; // airports of this scan that found an archived file
 
-// One airport record of a BGL file, on a scan worker. Never throws: a failure costs this airport, with a line
+// One airport record of a bgl file, on a scan worker. Never throws: a failure costs this airport, with a line
 // in the scan log.
-void toParkingPositions(const BglWords& BGL, const AirportRecordRef& AIRPORT,
-                        const std::filesystem::path& PATH);
+void toParkingPositions(const BglWords& bgl, const AirportRecordRef& airport,
+                        const std::filesystem::path& path);
 
 } // namespace ory

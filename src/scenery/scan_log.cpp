@@ -10,9 +10,9 @@ std::mutex lf_lock;
 std::vector<std::string> lf_lines;
 } // namespace
 
-void scanLog(std::string TEXT) {
+void scanLog(std::string text) {
   const std::lock_guard hold(lf_lock);
-  lf_lines.push_back(std::move(TEXT));
+  lf_lines.push_back(std::move(text));
 }
 
 std::vector<std::string> scanLogLines() {
@@ -26,8 +26,8 @@ void clearScanLog() {
   lf_lines.reserve(2048);
 }
 
-bool writeScanLog(const std::filesystem::path& PATH) {
-  std::ofstream out(PATH, std::ios::binary | std::ios::trunc);
+bool writeScanLog(const std::filesystem::path& path) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
   const std::lock_guard hold(lf_lock);
   for (const std::string& line : lf_lines)
     out << line << '\n';

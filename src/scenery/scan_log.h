@@ -8,9 +8,9 @@
 
 namespace ory {
 
-void scanLog(std::string TEXT);
+void scanLog(std::string text);
 std::vector<std::string> scanLogLines(); // a copy, in the order of arrival
 void clearScanLog();                     // and keeps room for 2048 lines
-bool writeScanLog(const std::filesystem::path& PATH);
+bool writeScanLog(const std::filesystem::path& path);
 
 } // namespace ory

@@ -30,31 +30,31 @@ constexpr std::array<std::string_view, 3> areaWords = {"Area", "AREA", "area"};
 constexpr std::array<std::string_view, 3> trueWords = {"True", "TRUE", "true"};
 
 template <std::size_t N>
-bool lf_isOneOf(std::string_view TEXT, const std::array<std::string_view, N>& WORDS) {
-  return std::find(WORDS.begin(), WORDS.end(), TEXT) != WORDS.end();
+bool lf_isOneOf(std::string_view text, const std::array<std::string_view, N>& words) {
+  return std::find(words.begin(), words.end(), text) != words.end();
 }
 
 template <std::size_t N>
-bool lf_holdsOneOf(std::string_view TEXT, const std::array<std::string_view, N>& WORDS) {
-  return std::any_of(WORDS.begin(), WORDS.end(),
-                     [&](std::string_view WORD) { return TEXT.find(WORD) != std::string_view::npos; });
+bool lf_holdsOneOf(std::string_view text, const std::array<std::string_view, N>& words) {
+  return std::any_of(words.begin(), words.end(),
+                     [&](std::string_view word) { return text.find(word) != std::string_view::npos; });
 }
 
-std::string lf_lower(std::string TEXT) {
-  std::transform(TEXT.begin(), TEXT.end(), TEXT.begin(), [](unsigned char C) { return std::tolower(C); });
-  return TEXT;
+std::string lf_lower(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
+  return text;
 }
 
 // The simulator writes Windows paths; the headless build reads them with its own separator.
-fs::path lf_nativePath(std::string TEXT) {
-  if constexpr (fs::path::preferred_separator == '/') std::replace(TEXT.begin(), TEXT.end(), '\\', '/');
-  return utf8ToPath(TEXT);
+fs::path lf_nativePath(std::string text) {
+  if constexpr (fs::path::preferred_separator == '/') std::replace(text.begin(), text.end(), '\\', '/');
+  return utf8ToPath(text);
 }
 
-// A path without a drive is relative to the simulator's folder.
-fs::path lf_configPath(const std::string& TEXT) {
-  const fs::path path = lf_nativePath(TEXT);
-  if (TEXT.find(":\\") != std::string::npos || path.is_absolute()) return path;
+// a path without a drive is relative to the simulator's folder.
+fs::path lf_configPath(const std::string& text) {
+  const fs::path path = lf_nativePath(text);
+  if (text.find(":\\") != std::string::npos || path.is_absolute()) return path;
   return lf_nativePath(SIM_INSTALL_PATH.value) / path;
 }
 
@@ -65,37 +65,37 @@ struct CfgArea {
   SceneryArea area;
 };
 
-void lf_closeArea(CfgArea& CURRENT, std::vector<SceneryArea>& AREAS) {
-  if (CURRENT.inArea && CURRENT.active && !CURRENT.local.empty() && !isSkippedFolder(CURRENT.local)) {
-    CURRENT.area.path = lf_configPath(CURRENT.local);
-    logLine(fmt::format("      found:{}", pathText(CURRENT.area.path)));
-    AREAS.push_back(std::move(CURRENT.area));
+void lf_closeArea(CfgArea& current, std::vector<SceneryArea>& areas) {
+  if (current.inArea && current.active && !current.local.empty() && !isSkippedFolder(current.local)) {
+    current.area.path = lf_configPath(current.local);
+    logLine(fmt::format("      found:{}", pathText(current.area.path)));
+    areas.push_back(std::move(current.area));
   }
-  CURRENT = {};
+  current = {};
 }
 
-void lf_takeKey(CfgArea& CURRENT, std::string_view KEY, std::string_view VALUE) {
-  if (lf_isOneOf(KEY, activeKeys))
-    CURRENT.active = lf_isOneOf(VALUE, trueWords);
-  else if (lf_isOneOf(KEY, localKeys))
-    CURRENT.local = std::string(VALUE);
-  else if (lf_isOneOf(KEY, titleKeys))
-    CURRENT.area.title = std::string(VALUE);
-  else if (lf_isOneOf(KEY, layerKeys))
-    CURRENT.area.layer = std::atoi(std::string(VALUE).c_str());
-  else if (lf_isOneOf(KEY, requiredKeys))
-    CURRENT.area.required = lf_isOneOf(VALUE, trueWords);
+void lf_takeKey(CfgArea& current, std::string_view key, std::string_view value) {
+  if (lf_isOneOf(key, activeKeys))
+    current.active = lf_isOneOf(value, trueWords);
+  else if (lf_isOneOf(key, localKeys))
+    current.local = std::string(value);
+  else if (lf_isOneOf(key, titleKeys))
+    current.area.title = std::string(value);
+  else if (lf_isOneOf(key, layerKeys))
+    current.area.layer = std::atoi(std::string(value).c_str());
+  else if (lf_isOneOf(key, requiredKeys))
+    current.area.required = lf_isOneOf(value, trueWords);
 }
 
-void lf_sortByLayer(std::vector<SceneryArea>& AREAS) {
-  std::stable_sort(AREAS.begin(), AREAS.end(),
-                   [](const SceneryArea& A, const SceneryArea& B) { return A.layer < B.layer; });
+void lf_sortByLayer(std::vector<SceneryArea>& areas) {
+  std::stable_sort(areas.begin(), areas.end(),
+                   [](const SceneryArea& a, const SceneryArea& b) { return a.layer < b.layer; });
 }
 
 } // namespace
 
-fs::path simulatorDataFolder(std::int32_t VERSION) {
-  return programDataFolder() / "Lockheed Martin" / fmt::format("Prepar3D v{}", VERSION);
+fs::path simulatorDataFolder(std::int32_t version) {
+  return programDataFolder() / "Lockheed Martin" / fmt::format("Prepar3D v{}", version);
 }
 
 fs::path stockAirportsPath() {
@@ -103,18 +103,18 @@ fs::path stockAirportsPath() {
   return lf_nativePath(SIM_INSTALL_PATH.value) / "Scenery";
 }
 
-bool isInStockAirports(const fs::path& PATH) {
+bool isInStockAirports(const fs::path& path) {
   const fs::path stock = stockAirportsPath();
   if (stock.empty()) return false;
   const std::string stockText = lf_lower(pathText(stock.lexically_normal()));
-  std::string text = lf_lower(pathText(PATH.lexically_normal()));
+  std::string text = lf_lower(pathText(path.lexically_normal()));
   if (!text.starts_with(stockText)) return false;
   return text.size() == stockText.size() || text[stockText.size()] == '/' || text[stockText.size()] == '\\' ||
          stockText.ends_with('/') || stockText.ends_with('\\');
 }
 
-std::vector<SceneryArea> readSceneryCfg(std::int32_t VERSION) {
-  const fs::path file = simulatorDataFolder(VERSION) / "scenery.cfg";
+std::vector<SceneryArea> readSceneryCfg(std::int32_t version) {
+  const fs::path file = simulatorDataFolder(version) / "scenery.cfg";
   logLine(fmt::format("\nReading: {} for airport add-ons ...", pathText(file)));
   std::vector<std::string> lines;
   std::vector<SceneryArea> areas;
@@ -140,8 +140,8 @@ std::vector<SceneryArea> readSceneryCfg(std::int32_t VERSION) {
   return areas;
 }
 
-std::vector<SceneryArea> readSceneryAddOns(std::int32_t VERSION) {
-  const fs::path file = simulatorDataFolder(VERSION) / "scenery_add-ons.xml";
+std::vector<SceneryArea> readSceneryAddOns(std::int32_t version) {
+  const fs::path file = simulatorDataFolder(version) / "scenery_add-ons.xml";
   logLine(fmt::format("\nReading {} for add-on airport ...", pathText(file)));
   std::vector<SceneryArea> areas;
   pugi::xml_document document;

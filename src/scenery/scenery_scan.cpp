@@ -32,22 +32,22 @@ bool lf_stopWanted() {
   return exiting || userClosed;
 }
 
-void lf_scanWorker(const fs::path& FILE, const fs::path& FOLDER) {
+void lf_scanWorker(const fs::path& file, const fs::path& folder) {
   try {
-    readBgl(FILE);
+    readBgl(file);
   } catch (const std::exception& error) {
-    scanLog(fmt::format("{} airports search in folder {} aborted, cause: {}", pathText(FILE),
-                        pathText(FOLDER), error.what()));
+    scanLog(fmt::format("{} airports search in folder {} aborted, cause: {}", pathText(file),
+                        pathText(folder), error.what()));
   } catch (...) {
-    scanLog(fmt::format("{} airports search in folder {} aborted, cause: unknown", pathText(FILE),
-                        pathText(FOLDER)));
+    scanLog(fmt::format("{} airports search in folder {} aborted, cause: unknown", pathText(file),
+                        pathText(folder)));
   }
   --scanWorkers;
 }
 
-void lf_waitOldest(std::deque<std::future<void>>& FUTURES, const fs::path& FOLDER) {
-  std::future<void> oldest = std::move(FUTURES.front());
-  FUTURES.pop_front();
+void lf_waitOldest(std::deque<std::future<void>>& futures, const fs::path& folder) {
+  std::future<void> oldest = std::move(futures.front());
+  futures.pop_front();
   if (!oldest.valid()) {
     scanLog(fmt::format("{}futs #1 not yet valid ? ...", warningPrefix));
     return;
@@ -56,31 +56,31 @@ void lf_waitOldest(std::deque<std::future<void>>& FUTURES, const fs::path& FOLDE
     oldest.get();
   } catch (const std::exception& error) {
     scanLog(fmt::format("{} airports search in {} aborted, futs outer error: {}", timeOfDay(),
-                        pathText(FOLDER), error.what()));
+                        pathText(folder), error.what()));
   }
 }
 
-bool lf_isAirportFile(const fs::directory_entry& ENTRY) {
+bool lf_isAirportFile(const fs::directory_entry& entry) {
   std::error_code error;
-  if (!ENTRY.is_regular_file(error) || !isBgl(ENTRY.path())) return false;
-  const std::string text = pathText(ENTRY.path());
+  if (!entry.is_regular_file(error) || !isBgl(entry.path())) return false;
+  const std::string text = pathText(entry.path());
   if (text.find("statics") != std::string::npos || text.find("_heliports") != std::string::npos) return false;
-  return hasAirportSection(ENTRY.path());
+  return hasAirportSection(entry.path());
 }
 
-void lf_iteratorProblem(const fs::path& FOLDER, std::string_view WHERE, const std::error_code& ERROR) {
+void lf_iteratorProblem(const fs::path& folder, std::string_view where, const std::error_code& error) {
   logLine(fmt::format("{} airports search in folder {} aborted because of iterator problem: {} {}",
-                      timeOfDay(), pathText(FOLDER), WHERE, ERROR.message()));
+                      timeOfDay(), pathText(folder), where, error.message()));
 }
 
-bool lf_usableFolder(const fs::path& FOLDER) {
+bool lf_usableFolder(const fs::path& folder) {
   std::error_code error;
-  if (!fs::exists(FOLDER, error)) {
-    logLine(pathText(FOLDER) + " does not exist, skipped!");
+  if (!fs::exists(folder, error)) {
+    logLine(pathText(folder) + " does not exist, skipped!");
     return false;
   }
-  if (!fs::is_directory(FOLDER, error)) {
-    logLine(pathText(FOLDER) + " is not a folder name, skipped!");
+  if (!fs::is_directory(folder, error)) {
+    logLine(pathText(folder) + " is not a folder name, skipped!");
     return false;
   }
   return true;
@@ -100,22 +100,22 @@ std::vector<fs::path> lf_foldersToScan() {
   return folders;
 }
 
-std::int32_t lf_countFiles(const fs::path& FOLDER) {
+std::int32_t lf_countFiles(const fs::path& folder) {
   std::error_code error;
   std::int32_t count = 0;
-  for (fs::directory_iterator it(FOLDER, error), end; !error && it != end; it.increment(error))
+  for (fs::directory_iterator it(folder, error), end; !error && it != end; it.increment(error))
     if (it->is_regular_file(error)) ++count;
   return count;
 }
 
 // Generated files hold stands the archive doesn't know yet; sent to its maintainer they come back with
 // statistics.
-std::int32_t lf_copyForLearning(const fs::path& FROM, const fs::path& TO, std::string_view ALL_DONE) {
+std::int32_t lf_copyForLearning(const fs::path& from, const fs::path& to, std::string_view allDone) {
   std::int32_t copied = 0;
   std::error_code error;
-  for (fs::directory_iterator it(FROM, error), end; !error && it != end; it.increment(error)) {
+  for (fs::directory_iterator it(from, error), end; !error && it != end; it.increment(error)) {
     if (it->path().extension() != ".xml") continue;
-    const fs::path target = TO / it->path().filename();
+    const fs::path target = to / it->path().filename();
     std::error_code copyError;
     if (fs::copy_file(it->path(), target, fs::copy_options::overwrite_existing, copyError)) {
       logLine(fmt::format("{} copied to {}", pathText(it->path()), pathText(target)));
@@ -125,7 +125,7 @@ std::int32_t lf_copyForLearning(const fs::path& FROM, const fs::path& TO, std::s
       logLine(fmt::format("\"{}\" failed to copy \"{}\"", copyError.message(), pathText(it->path())));
     }
   }
-  if (copied == 0) logLine(ALL_DONE);
+  if (copied == 0) logLine(allDone);
   return copied;
 }
 
@@ -177,17 +177,17 @@ void lf_emptyUserFolders() {
 
 } // namespace
 
-bool scanFolder(const fs::path& FOLDER) {
-  if (isInStockAirports(FOLDER)) { // its airports come with the archive
-    logLine(fmt::format("{} is stock scenery, skipped", pathText(FOLDER)));
+bool scanFolder(const fs::path& folder) {
+  if (isInStockAirports(folder)) { // its airports come with the archive
+    logLine(fmt::format("{} is stock scenery, skipped", pathText(folder)));
     return true;
   }
-  logLine(fmt::format("Scanning for addon airports in {}", pathText(FOLDER)));
+  logLine(fmt::format("Scanning for addon airports in {}", pathText(folder)));
   const auto limit = static_cast<std::size_t>(std::max(1, scanWorkerLimit.load()));
   std::deque<std::future<void>> futures;
   std::error_code error;
-  fs::recursive_directory_iterator it(FOLDER, fs::directory_options::skip_permission_denied, error);
-  if (error) lf_iteratorProblem(FOLDER, "recursive_directory_iterator::recursive_directory_iterator", error);
+  fs::recursive_directory_iterator it(folder, fs::directory_options::skip_permission_denied, error);
+  if (error) lf_iteratorProblem(folder, "recursive_directory_iterator::recursive_directory_iterator", error);
   bool stopped = false;
   for (const fs::recursive_directory_iterator end; !error && it != end; it.increment(error)) {
     if (lf_stopWanted()) {
@@ -201,19 +201,19 @@ bool scanFolder(const fs::path& FOLDER) {
     }
     if (!lf_isAirportFile(*it)) continue;
     while (futures.size() >= limit)
-      lf_waitOldest(futures, FOLDER);
+      lf_waitOldest(futures, folder);
     ++scanWorkers;
-    futures.push_back(std::async(std::launch::async, lf_scanWorker, it->path(), FOLDER));
+    futures.push_back(std::async(std::launch::async, lf_scanWorker, it->path(), folder));
   }
-  if (error && !stopped) lf_iteratorProblem(FOLDER, "recursive_directory_iterator::operator++", error);
+  if (error && !stopped) lf_iteratorProblem(folder, "recursive_directory_iterator::operator++", error);
   while (!futures.empty())
-    lf_waitOldest(futures, FOLDER);
+    lf_waitOldest(futures, folder);
   return !stopped;
 }
 
-AirportsScan scanAirports(bool FORCED) {
+AirportsScan scanAirports(bool forced) {
   AirportsScan outcome;
-  if (!FORCED && !SCAN_AIRPORTS.value) return outcome;
+  if (!forced && !SCAN_AIRPORTS.value) return outcome;
   const fs::path logPath = infoFolder / "AirportsScanLog.txt";
   std::error_code error;
   fs::remove(logPath, error);

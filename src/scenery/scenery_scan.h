@@ -19,20 +19,20 @@ struct SceneryArea {
 };
 
 // Lockheed Martin's folder of the simulator's configuration: ProgramData\Lockheed Martin\Prepar3D v5.
-std::filesystem::path simulatorDataFolder(std::int32_t VERSION);
+std::filesystem::path simulatorDataFolder(std::int32_t version);
 // The simulator's own scenery, SIM_INSTALL_PATH\Scenery; empty without an install path.
 std::filesystem::path stockAirportsPath();
-// True when PATH lies in the stock scenery.
-bool isInStockAirports(const std::filesystem::path& PATH);
+// True when path lies in the stock scenery.
+bool isInStockAirports(const std::filesystem::path& path);
 
 // The active areas of scenery.cfg that may hold airports, by layer.
-std::vector<SceneryArea> readSceneryCfg(std::int32_t VERSION);
+std::vector<SceneryArea> readSceneryCfg(std::int32_t version);
 // The scenery components of add-on packages, from scenery_add-ons.xml.
-std::vector<SceneryArea> readSceneryAddOns(std::int32_t VERSION);
+std::vector<SceneryArea> readSceneryAddOns(std::int32_t version);
 
-// Every BGL file with an airport below FOLDER is read on a worker thread of its own, at most scanWorkerLimit
+// Every BGL file with an airport below folder is read on a worker thread of its own, at most scanWorkerLimit
 // at a time. Returns false when an exit request ended the walk.
-bool scanFolder(const std::filesystem::path& FOLDER);
+bool scanFolder(const std::filesystem::path& folder);
 
 // The outcome of one scan.
 struct AirportsScan {
@@ -40,8 +40,8 @@ struct AirportsScan {
   std::int32_t airportFiles = 0; // files in my_thirdparty and my_ORBX afterwards
 };
 // The driver: the folders to scan (automatic or afolder), the walk, the log file and the offline folder. Runs
-// only when SCAN_AIRPORTS is on, unless FORCED.
-AirportsScan scanAirports(bool FORCED);
+// only when SCAN_AIRPORTS is on, unless forced.
+AirportsScan scanAirports(bool forced);
 
 // The airports step of the start-up: checks the afolder parameters (UserErrorException 42, 49), empties the
 // folders of the user's airports, scans, and switches SCAN_AIRPORTS off after a completed scan.

@@ -8,11 +8,11 @@
 
 namespace ory {
 
-// AICreateNonATCAircraft, and a PendingCreate that binds the coming object to REQUEST's aircraft.
-void createObject(const CreateRequest& REQUEST);
+// AICreateNonATCAircraft, and a PendingCreate that binds the coming object to request's aircraft.
+void createObject(const CreateRequest& request);
 // AIRemoveObject; the user's aircraft and anything at or below its id is refused.
-void removeObject(std::uint32_t OBJECT_ID);
+void removeObject(std::uint32_t objectId);
 // Releases the object from AI control at once, and queues the three freezes for the next frame.
-void freezeObject(std::uint32_t OBJECT_ID);
+void freezeObject(std::uint32_t objectId);
 
 } // namespace ory

@@ -11,14 +11,14 @@ std::vector<std::uint32_t> removeBatch;
 std::mutex commandLock;
 std::vector<SimCommand> simCommands;
 
-void pushSimCommand(const SimCommand& COMMAND) {
+void pushSimCommand(const SimCommand& command) {
   std::lock_guard lock(commandLock);
-  simCommands.push_back(COMMAND);
+  simCommands.push_back(command);
 }
 
-void takeSimCommands(std::vector<SimCommand>& INTO) {
+void takeSimCommands(std::vector<SimCommand>& into) {
   std::lock_guard lock(commandLock);
-  INTO.swap(simCommands);
+  into.swap(simCommands);
 }
 
 void resetBatches() {

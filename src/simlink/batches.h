@@ -82,9 +82,9 @@ extern std::vector<std::uint32_t> removeBatch; // object ids, under the batch lo
 extern std::mutex commandLock;
 extern std::vector<SimCommand> simCommands; // under the command lock; pushed here, drained by the engine
 
-void pushSimCommand(const SimCommand& COMMAND);
-// Swaps simCommands with INTO (which should be empty) under the command lock: the engine drains its copy.
-void takeSimCommands(std::vector<SimCommand>& INTO);
+void pushSimCommand(const SimCommand& command);
+// Swaps simCommands with into (which should be empty) under the command lock: the engine drains its copy.
+void takeSimCommands(std::vector<SimCommand>& into);
 // All batches and commands emptied, as at the start of a run.
 void resetBatches();
 

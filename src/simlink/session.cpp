@@ -156,18 +156,18 @@ constexpr double maxAboveGroundInRange = 2500; // feet; higher aircraft need no 
 std::uint32_t lf_frameCount = 0;
 bool lf_quitReceived = false;
 
-bool lf_stopWanted(const std::stop_token& STOP) {
-  return STOP.stop_requested() || exiting || userClosed;
+bool lf_stopWanted(const std::stop_token& stop) {
+  return stop.stop_requested() || exiting || userClosed;
 }
 
-void lf_sleepUnlessStopped(const std::stop_token& STOP, std::chrono::milliseconds TIME) {
-  for (auto left = TIME; left.count() > 0 && !lf_stopWanted(STOP); left -= 100ms)
+void lf_sleepUnlessStopped(const std::stop_token& stop, std::chrono::milliseconds time) {
+  for (auto left = time; left.count() > 0 && !lf_stopWanted(stop); left -= 100ms)
     std::this_thread::sleep_for(std::min<std::chrono::milliseconds>(left, 100ms));
 }
 
-void lf_setHandle(SimConnectHandle HANDLE) {
+void lf_setHandle(SimConnectHandle handle) {
   std::lock_guard lock(batchLock);
-  simHandle = HANDLE;
+  simHandle = handle;
 }
 
 // ------------------------------------------------------------------------------------------------------------
@@ -175,23 +175,23 @@ void lf_setHandle(SimConnectHandle HANDLE) {
 
 // Letters, digits and blanks of the application name: "Lockheed Martin® Prepar3D® v5" gives
 // "Lockheed Martin Prepar3D v5".
-std::string lf_simulatorName(const SIMCONNECT_RECV_OPEN& OPEN) {
+std::string lf_simulatorName(const SIMCONNECT_RECV_OPEN& open) {
   std::string name;
-  for (std::size_t i = 0; i < sizeof(OPEN.szApplicationName) && OPEN.szApplicationName[i] != '\0'; ++i) {
-    const char c = OPEN.szApplicationName[i];
+  for (std::size_t i = 0; i < sizeof(open.szApplicationName) && open.szApplicationName[i] != '\0'; ++i) {
+    const char c = open.szApplicationName[i];
     if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == ' ') name += c;
   }
   return name;
 }
 
-void lf_checkVersion(const SIMCONNECT_RECV_OPEN& OPEN) {
-  const std::string name = lf_simulatorName(OPEN);
+void lf_checkVersion(const SIMCONNECT_RECV_OPEN& open) {
+  const std::string name = lf_simulatorName(open);
   if (name.empty()) logLine("! Simulator name empty?");
   if (name == "KittyHawk")
     throw UserErrorException(78, fmt::format("{}, (MSFS 2020?) not being P3D connects ... ?", name));
   const std::string text =
-      fmt::format("{} ({}.{}.{}.{})", name, OPEN.dwApplicationVersionMajor, OPEN.dwApplicationVersionMinor,
-                  OPEN.dwApplicationBuildMajor, OPEN.dwApplicationBuildMinor);
+      fmt::format("{} ({}.{}.{}.{})", name, open.dwApplicationVersionMajor, open.dwApplicationVersionMinor,
+                  open.dwApplicationBuildMajor, open.dwApplicationBuildMinor);
   logLine(fmt::format("{} connected ", text));
   {
     std::lock_guard lock(windowTextLock);
@@ -210,9 +210,9 @@ void lf_checkVersion(const SIMCONNECT_RECV_OPEN& OPEN) {
 // ------------------------------------------------------------------------------------------------------------
 // Exceptions
 
-void lf_onCreateFailed(std::uint32_t SEND_ID) {
+void lf_onCreateFailed(std::uint32_t sendId) {
   for (auto it = pendingCreates.begin(); it != pendingCreates.end(); ++it) {
-    if (it->packetId != SEND_ID) continue;
+    if (it->packetId != sendId) continue;
     const std::uint32_t hexid = it->hexid;
     pendingCreates.erase(it);
     pushSimCommand({0, hexid, 0, commandNotCreated, 0, 0});
@@ -220,15 +220,15 @@ void lf_onCreateFailed(std::uint32_t SEND_ID) {
   }
 }
 
-void lf_onException(const SIMCONNECT_RECV_EXCEPTION& EXCEPTION) {
-  switch (EXCEPTION.dwException) {
+void lf_onException(const SIMCONNECT_RECV_EXCEPTION& exception) {
+  switch (exception.dwException) {
   case SIMCONNECT_EXCEPTION_UNRECOGNIZED_ID: {
     const UserAircraft user = readUserAircraft();
     if (!isNullPosition(user.lat, user.lon)) logLine("SIMCONNECT_EXCEPTION_UNRECOGNIZED_ID");
     return;
   }
   case SIMCONNECT_EXCEPTION_VERSION_MISMATCH:
-    throw UserErrorException(95, fmt::format("Simconnect Version Mismatch, dwindex: {} ", EXCEPTION.dwIndex));
+    throw UserErrorException(95, fmt::format("Simconnect Version Mismatch, dwindex: {} ", exception.dwIndex));
   case SIMCONNECT_EXCEPTION_TOO_MANY_OBJECTS:
     logLine("SimConnect: too many objects (max 1000)");
     return;
@@ -236,7 +236,7 @@ void lf_onException(const SIMCONNECT_RECV_EXCEPTION& EXCEPTION) {
     logLine("SIMCON EXCEP 19");
     return;
   case SIMCONNECT_EXCEPTION_CREATE_OBJECT_FAILED:
-    lf_onCreateFailed(EXCEPTION.dwSendID);
+    lf_onCreateFailed(exception.dwSendID);
     return;
   case SIMCONNECT_EXCEPTION_LOAD_FLIGHTPLAN_FAILED:
     logLine("Simconnect Exception: load flight plan failed");
@@ -245,7 +245,7 @@ void lf_onException(const SIMCONNECT_RECV_EXCEPTION& EXCEPTION) {
     logLine("SIMCON EXCEP 24");
     return;
   default:
-    logLine(fmt::format("SIMCON EXCEP {}", EXCEPTION.dwException));
+    logLine(fmt::format("SIMCON EXCEP {}", exception.dwException));
     return;
   }
 }
@@ -253,15 +253,15 @@ void lf_onException(const SIMCONNECT_RECV_EXCEPTION& EXCEPTION) {
 // ------------------------------------------------------------------------------------------------------------
 // Events
 
-void lf_scheduleRestart(std::string_view TEXT) {
-  logLine(TEXT);
+void lf_scheduleRestart(std::string_view text) {
+  logLine(text);
   requestExit(ExitReason::restart, 30);
 }
 
-void lf_onEvent(const SIMCONNECT_RECV_EVENT& EVENT) {
-  switch (EVENT.uEventID) {
+void lf_onEvent(const SIMCONNECT_RECV_EVENT& event) {
+  switch (event.uEventID) {
   case eventIdSim:
-    simRunning = EVENT.dwData == 1;
+    simRunning = event.dwData == 1;
     repaintWindow();
     return;
   case eventIdPositionChanged:
@@ -277,12 +277,12 @@ void lf_onEvent(const SIMCONNECT_RECV_EVENT& EVENT) {
   }
 }
 
-void lf_onAddRemove(const SIMCONNECT_RECV_EVENT_OBJECT_ADDREMOVE& EVENT) {
-  if (EVENT.eObjType != SIMCONNECT_SIMOBJECT_TYPE_AIRCRAFT) return;
-  if (EVENT.uEventID == eventIdObjectAdded && EVENT.dwData > userObjectId)
-    addedObjectIds.push_back(EVENT.dwData);
-  else if (EVENT.uEventID == eventIdObjectRemoved)
-    pushSimCommand({EVENT.dwData, 0, 0, commandRemoved, 0, 0});
+void lf_onAddRemove(const SIMCONNECT_RECV_EVENT_OBJECT_ADDREMOVE& event) {
+  if (event.eObjType != SIMCONNECT_SIMOBJECT_TYPE_AIRCRAFT) return;
+  if (event.uEventID == eventIdObjectAdded && event.dwData > userObjectId)
+    addedObjectIds.push_back(event.dwData);
+  else if (event.uEventID == eventIdObjectRemoved)
+    pushSimCommand({event.dwData, 0, 0, commandRemoved, 0, 0});
 }
 
 void lf_onFileName() {
@@ -291,43 +291,43 @@ void lf_onFileName() {
   requestExit(ExitReason::restart, 30);
 }
 
-void lf_onFrame(const SIMCONNECT_RECV_EVENT_FRAME& FRAME) {
+void lf_onFrame(const SIMCONNECT_RECV_EVENT_FRAME& frame) {
   sendBatches();
-  if (++lf_frameCount % 30 == 0) frameRate = FRAME.fFrameRate;
+  if (++lf_frameCount % 30 == 0) frameRate = frame.fFrameRate;
 }
 
 // ------------------------------------------------------------------------------------------------------------
 // Object data
 
-bool lf_dataLongEnough(const SIMCONNECT_RECV_SIMOBJECT_DATA& DATA, std::uint32_t BYTES) {
-  if (simObjectDataSize(&DATA) >= BYTES) return true;
-  logLine(fmt::format("! SimConnect data of request {} has {} bytes, {} expected", DATA.dwRequestID,
-                      simObjectDataSize(&DATA), BYTES));
+bool lf_dataLongEnough(const SIMCONNECT_RECV_SIMOBJECT_DATA& data, std::uint32_t bytes) {
+  if (simObjectDataSize(&data) >= bytes) return true;
+  logLine(fmt::format("! SimConnect data of request {} has {} bytes, {} expected", data.dwRequestID,
+                      simObjectDataSize(&data), bytes));
   return false;
 }
 
-void lf_onStaticData(const SIMCONNECT_RECV_SIMOBJECT_DATA& DATA) {
-  if (!lf_dataLongEnough(DATA, 16)) return;
-  const ByteReader block{simObjectData(&DATA), simObjectDataSize(&DATA)};
-  pushSimCommand({DATA.dwObjectID, 0, 0, commandGeometry, block.f64(0), block.f64(8)});
+void lf_onStaticData(const SIMCONNECT_RECV_SIMOBJECT_DATA& data) {
+  if (!lf_dataLongEnough(data, 16)) return;
+  const ByteReader block{simObjectData(&data), simObjectDataSize(&data)};
+  pushSimCommand({data.dwObjectID, 0, 0, commandGeometry, block.f64(0), block.f64(8)});
 }
 
-void lf_onObjectData(const SIMCONNECT_RECV_SIMOBJECT_DATA& DATA) {
-  switch (DATA.dwRequestID) {
+void lf_onObjectData(const SIMCONNECT_RECV_SIMOBJECT_DATA& data) {
+  switch (data.dwRequestID) {
   case requestIdStaticData:
-    lf_onStaticData(DATA);
+    lf_onStaticData(data);
     return;
   case requestIdUserTitle:
-    onUserTitle(&DATA);
+    onUserTitle(&data);
     return;
   case requestIdUserModel:
-    onUserModel(&DATA);
+    onUserModel(&data);
     return;
   case requestIdUserOnGround:
-    onUserOnGround(&DATA);
+    onUserOnGround(&data);
     return;
   case requestIdUserPosition:
-    onUserPosition(&DATA);
+    onUserPosition(&data);
     return;
   default:
     return;
@@ -335,38 +335,38 @@ void lf_onObjectData(const SIMCONNECT_RECV_SIMOBJECT_DATA& DATA) {
 }
 
 // A new object is ours when its "ATC ID" is the tail number of a create we sent; the first match counts.
-void lf_identifyNewObject(std::uint32_t OBJECT_ID, const std::string& ATC_ID, double ABOVE_GROUND) {
+void lf_identifyNewObject(std::uint32_t objectId, const std::string& atcId, double aboveGround) {
   for (auto it = pendingCreates.begin(); it != pendingCreates.end(); ++it) {
-    if (it->callsign != ATC_ID) continue;
+    if (it->callsign != atcId) continue;
     const std::uint32_t hexid = it->hexid;
     pendingCreates.erase(it);
-    freezeObject(OBJECT_ID);
+    freezeObject(objectId);
     if (hexid <= 10000)
-      pushSimCommand({OBJECT_ID, hexid, 0, commandParkedAdded, 0, 0});
+      pushSimCommand({objectId, hexid, 0, commandParkedAdded, 0, 0});
     else
-      pushSimCommand({OBJECT_ID, hexid, 0, commandLiveAdded, 0, ABOVE_GROUND});
+      pushSimCommand({objectId, hexid, 0, commandLiveAdded, 0, aboveGround});
     return;
   }
-  logLine(fmt::format("just created, but not by {}, oid: {}, callsign \"{}\" unknown", "Trovalyn", OBJECT_ID,
-                      ATC_ID));
+  logLine(fmt::format("just created, but not by {}, oid: {}, callsign \"{}\" unknown", "Trovalyn", objectId,
+                      atcId));
 }
 
-void lf_onInRange(const SIMCONNECT_RECV_SIMOBJECT_DATA& DATA) {
-  if (DATA.dwRequestID != requestIdInRange || DATA.dwObjectID <= userObjectId) return;
-  if (!lf_dataLongEnough(DATA, 56)) return;
-  const ByteReader block{simObjectData(&DATA), simObjectDataSize(&DATA)};
+void lf_onInRange(const SIMCONNECT_RECV_SIMOBJECT_DATA& data) {
+  if (data.dwRequestID != requestIdInRange || data.dwObjectID <= userObjectId) return;
+  if (!lf_dataLongEnough(data, 56)) return;
+  const ByteReader block{simObjectData(&data), simObjectDataSize(&data)};
   const double aboveGround = block.f64(0);
   const double groundAltitude = block.f64(8);
   const auto onGround = static_cast<std::uint32_t>(block.i64(16) != 0);
   const std::string atcId = block.text(24, 32);
-  const auto added = std::find(addedObjectIds.begin(), addedObjectIds.end(), DATA.dwObjectID);
+  const auto added = std::find(addedObjectIds.begin(), addedObjectIds.end(), data.dwObjectID);
   if (added != addedObjectIds.end()) {
     addedObjectIds.erase(added);
-    lf_identifyNewObject(DATA.dwObjectID, atcId, aboveGround);
+    lf_identifyNewObject(data.dwObjectID, atcId, aboveGround);
     return;
   }
   if (aboveGround > maxAboveGroundInRange || (!atcId.empty() && atcId.back() == '*')) return;
-  pushSimCommand({DATA.dwObjectID, onGround, 0, commandInRange, groundAltitude, aboveGround});
+  pushSimCommand({data.dwObjectID, onGround, 0, commandInRange, groundAltitude, aboveGround});
 }
 
 // ------------------------------------------------------------------------------------------------------------
@@ -389,9 +389,9 @@ void lf_announceWaiting() {
   repaintWindow();
 }
 
-void lf_dispatchLoop(const std::stop_token& STOP) {
+void lf_dispatchLoop(const std::stop_token& stop) {
   const TimerPeriod millisecondSleeps;
-  while (!STOP.stop_requested()) {
+  while (!stop.stop_requested()) {
     SimConnect_CallDispatch(simHandle, simDispatch, nullptr);
     if (lf_quitReceived) return;
     std::this_thread::sleep_for(1ms);
@@ -399,12 +399,12 @@ void lf_dispatchLoop(const std::stop_token& STOP) {
 }
 
 // One connected session: false when it ended by the simulator or an error, and the program stops.
-bool lf_runSession(const std::stop_token& STOP) {
+bool lf_runSession(const std::stop_token& stop) {
   lf_quitReceived = false;
   lf_frameCount = 0;
   declareSimObjects();
   try {
-    lf_dispatchLoop(STOP);
+    lf_dispatchLoop(stop);
     if (!lf_quitReceived) return true;
   } catch (const UserErrorException& e) {
     showError(e.what());
@@ -481,65 +481,65 @@ void sendBatches() {
   removeBatch.clear();
 }
 
-void simDispatch(const SIMCONNECT_RECV* DATA, std::uint32_t, void*) {
-  if (!DATA) return;
-  switch (DATA->dwID) {
+void simDispatch(const SIMCONNECT_RECV* data, std::uint32_t, void*) {
+  if (!data) return;
+  switch (data->dwID) {
   case SIMCONNECT_RECV_ID_NULL:
     return;
   case SIMCONNECT_RECV_ID_EXCEPTION:
-    lf_onException(*static_cast<const SIMCONNECT_RECV_EXCEPTION*>(DATA));
+    lf_onException(*static_cast<const SIMCONNECT_RECV_EXCEPTION*>(data));
     return;
   case SIMCONNECT_RECV_ID_OPEN:
-    lf_checkVersion(*static_cast<const SIMCONNECT_RECV_OPEN*>(DATA));
+    lf_checkVersion(*static_cast<const SIMCONNECT_RECV_OPEN*>(data));
     return;
   case SIMCONNECT_RECV_ID_QUIT:
     simRunning = false;
     lf_quitReceived = true;
     return;
   case SIMCONNECT_RECV_ID_EVENT:
-    lf_onEvent(*static_cast<const SIMCONNECT_RECV_EVENT*>(DATA));
+    lf_onEvent(*static_cast<const SIMCONNECT_RECV_EVENT*>(data));
     return;
   case SIMCONNECT_RECV_ID_EVENT_OBJECT_ADDREMOVE:
-    lf_onAddRemove(*static_cast<const SIMCONNECT_RECV_EVENT_OBJECT_ADDREMOVE*>(DATA));
+    lf_onAddRemove(*static_cast<const SIMCONNECT_RECV_EVENT_OBJECT_ADDREMOVE*>(data));
     return;
   case SIMCONNECT_RECV_ID_EVENT_FILENAME:
     lf_onFileName();
     return;
   case SIMCONNECT_RECV_ID_EVENT_FRAME:
-    lf_onFrame(*static_cast<const SIMCONNECT_RECV_EVENT_FRAME*>(DATA));
+    lf_onFrame(*static_cast<const SIMCONNECT_RECV_EVENT_FRAME*>(data));
     return;
   case SIMCONNECT_RECV_ID_SIMOBJECT_DATA:
-    lf_onObjectData(*static_cast<const SIMCONNECT_RECV_SIMOBJECT_DATA*>(DATA));
+    lf_onObjectData(*static_cast<const SIMCONNECT_RECV_SIMOBJECT_DATA*>(data));
     return;
   case SIMCONNECT_RECV_ID_SIMOBJECT_DATA_BYTYPE:
-    lf_onInRange(*static_cast<const SIMCONNECT_RECV_SIMOBJECT_DATA*>(DATA));
+    lf_onInRange(*static_cast<const SIMCONNECT_RECV_SIMOBJECT_DATA*>(data));
     return;
   case SIMCONNECT_RECV_ID_ASSIGNED_OBJECT_ID:
   case SIMCONNECT_RECV_ID_CLIENT_DATA:
     return;
   default:
-    logLine(fmt::format("! Unknown Dispatch dwID {}", DATA->dwID));
+    logLine(fmt::format("! Unknown Dispatch dwID {}", data->dwID));
     return;
   }
 }
 
-void simThread(std::stop_token STOP) {
+void simThread(std::stop_token stop) {
   ThreadCounter counted;
   try {
     lf_announceWaiting();
-    while (!lf_stopWanted(STOP)) {
+    while (!lf_stopWanted(stop)) {
       SimConnectHandle handle = nullptr;
       if (SimConnect_Open(&handle, programName, nullptr, 0, nullptr, 0) != simOk) {
-        lf_sleepUnlessStopped(STOP, 1000ms);
+        lf_sleepUnlessStopped(stop, 1000ms);
         continue;
       }
       lf_setHandle(handle);
-      if (lf_runSession(STOP)) {
+      if (lf_runSession(stop)) {
         lf_endSession();
         continue;
       }
       // Closed: the program stops, and this thread waits for its stop.
-      while (!lf_stopWanted(STOP))
+      while (!lf_stopWanted(stop))
         std::this_thread::sleep_for(100ms);
     }
     userStateReset();
@@ -557,10 +557,10 @@ void resetSimLink() {
   resetBatches();
 }
 
-std::int32_t simulatorVersion(std::string_view INSTALL_PATH) {
-  if (INSTALL_PATH.find("v5") != std::string_view::npos || INSTALL_PATH.find("V5") != std::string_view::npos)
+std::int32_t simulatorVersion(std::string_view installPath) {
+  if (installPath.find("v5") != std::string_view::npos || installPath.find("V5") != std::string_view::npos)
     return 5;
-  if (INSTALL_PATH.find("v6") != std::string_view::npos || INSTALL_PATH.find("V6") != std::string_view::npos)
+  if (installPath.find("v6") != std::string_view::npos || installPath.find("V6") != std::string_view::npos)
     return 6;
   if (P3D_VERSION.value >= 5) return P3D_VERSION.value;
   throw UserErrorException(

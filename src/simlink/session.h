@@ -89,7 +89,7 @@ extern std::vector<PendingCreate> pendingCreates; // simulator thread
 // use it only under the batch lock.
 extern SimConnectHandle simHandle;
 
-void simThread(std::stop_token STOP);
+void simThread(std::stop_token stop);
 void declareSimObjects();
 // Ends the session on the simulator's side and, unless the program already stops, stops it.
 void closeSession();
@@ -98,11 +98,11 @@ void reportRequestError();
 // At each "Frame": positions, events, creates and removes, unless the batch lock is busy.
 void sendBatches();
 // The dispatch function given to SimConnect_CallDispatch.
-void simDispatch(const SIMCONNECT_RECV* DATA, std::uint32_t SIZE, void* CONTEXT);
+void simDispatch(const SIMCONNECT_RECV* data, std::uint32_t size, void* context);
 // The state of the link back to that of a fresh start.
 void resetSimLink();
 
 // 5 or 6 from the install path text ("v5", "V5", "v6", "V6"), else P3D_VERSION; throws 77.
-std::int32_t simulatorVersion(std::string_view INSTALL_PATH);
+std::int32_t simulatorVersion(std::string_view installPath);
 
 } // namespace ory

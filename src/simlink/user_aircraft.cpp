@@ -36,21 +36,21 @@ double lf_lastLat = 0;
 double lf_lastLon = 0;
 std::vector<void (*)()> lf_resets;
 
-void lf_request(SIMCONNECT_DATA_REQUEST_ID REQUEST, SIMCONNECT_DATA_DEFINITION_ID DEFINITION,
-                SIMCONNECT_PERIOD PERIOD, std::string_view FAILURE) {
+void lf_request(SIMCONNECT_DATA_REQUEST_ID request, SIMCONNECT_DATA_DEFINITION_ID definition,
+                SIMCONNECT_PERIOD period, std::string_view failure) {
   SimResult result = simFail;
   {
     std::lock_guard lock(batchLock);
     result =
-        SimConnect_RequestDataOnSimObject(simHandle, REQUEST, DEFINITION, SIMCONNECT_OBJECT_ID_USER, PERIOD);
+        SimConnect_RequestDataOnSimObject(simHandle, request, definition, SIMCONNECT_OBJECT_ID_USER, period);
   }
   if (result == simOk) return;
-  logLine(FAILURE);
+  logLine(failure);
   reportRequestError();
 }
 
-ByteReader lf_block(const SIMCONNECT_RECV_SIMOBJECT_DATA* DATA) {
-  return {simObjectData(DATA), simObjectDataSize(DATA)};
+ByteReader lf_block(const SIMCONNECT_RECV_SIMOBJECT_DATA* data) {
+  return {simObjectData(data), simObjectDataSize(data)};
 }
 
 } // namespace
@@ -60,9 +60,9 @@ UserAircraft readUserAircraft() {
   return lf_user;
 }
 
-void writeUserAircraft(const UserAircraft& USER) {
+void writeUserAircraft(const UserAircraft& user) {
   std::lock_guard lock(lf_userLock);
-  lf_user = USER;
+  lf_user = user;
 }
 
 std::string userTitle() {
@@ -92,20 +92,20 @@ void requestUserIdentity() {
              "SimConnect reques user ac model fails");
 }
 
-void requestRange(std::uint32_t RADIUS_METRES) {
+void requestRange(std::uint32_t radiusMetres) {
   SimResult result = simFail;
   {
     std::lock_guard lock(batchLock);
     result = SimConnect_RequestDataOnSimObjectType(simHandle, requestIdInRange, definitionIdInRange,
-                                                   RADIUS_METRES, SIMCONNECT_SIMOBJECT_TYPE_AIRCRAFT);
+                                                   radiusMetres, SIMCONNECT_SIMOBJECT_TYPE_AIRCRAFT);
   }
   if (result == simOk) return;
   logLine("SimConnect request ac within range fails");
   reportRequestError();
 }
 
-void onUserTitle(const SIMCONNECT_RECV_SIMOBJECT_DATA* DATA) {
-  const ByteReader block = lf_block(DATA);
+void onUserTitle(const SIMCONNECT_RECV_SIMOBJECT_DATA* data) {
+  const ByteReader block = lf_block(data);
   const std::string title = block.text(0, block.size);
   {
     std::lock_guard lock(lf_userLock);
@@ -121,8 +121,8 @@ void onUserTitle(const SIMCONNECT_RECV_SIMOBJECT_DATA* DATA) {
   display.simSubText = title.substr(0, titleShown);
 }
 
-void onUserModel(const SIMCONNECT_RECV_SIMOBJECT_DATA* DATA) {
-  const ByteReader block = lf_block(DATA);
+void onUserModel(const SIMCONNECT_RECV_SIMOBJECT_DATA* data) {
+  const ByteReader block = lf_block(data);
   if (block.size == 0)
     throw UserErrorException(73, "It looks like you have not selected an aircraft as user vehicle");
   const std::string model = block.text(0, 32);
@@ -135,8 +135,8 @@ void onUserModel(const SIMCONNECT_RECV_SIMOBJECT_DATA* DATA) {
   logLine(fmt::format("SimConnect: User aircraft model: {}", model));
 }
 
-void onUserOnGround(const SIMCONNECT_RECV_SIMOBJECT_DATA* DATA) {
-  const ByteReader block = lf_block(DATA);
+void onUserOnGround(const SIMCONNECT_RECV_SIMOBJECT_DATA* data) {
+  const ByteReader block = lf_block(data);
   const UserAircraft user = readUserAircraft();
   if (block.has(0, 8) && !isNullPosition(user.lat, user.lon)) {
     userOnGround = block.i64(0) != 0;
@@ -145,10 +145,10 @@ void onUserOnGround(const SIMCONNECT_RECV_SIMOBJECT_DATA* DATA) {
   secondTick = true; // the user's data pace the slow beat of the main loop
 }
 
-void onUserPosition(const SIMCONNECT_RECV_SIMOBJECT_DATA* DATA) {
-  const ByteReader block = lf_block(DATA);
+void onUserPosition(const SIMCONNECT_RECV_SIMOBJECT_DATA* data) {
+  const ByteReader block = lf_block(data);
   if (!block.has(0, 96)) {
-    logLine(fmt::format("! SimConnect data of request {} has {} bytes, 96 expected", DATA->dwRequestID,
+    logLine(fmt::format("! SimConnect data of request {} has {} bytes, 96 expected", data->dwRequestID,
                         block.size));
     return;
   }
@@ -171,7 +171,7 @@ void onUserPosition(const SIMCONNECT_RECV_SIMOBJECT_DATA* DATA) {
     lf_lastLon = user.lon;
   }
   writeUserAircraft(user);
-  userObjectId = DATA->dwObjectID;
+  userObjectId = data->dwObjectID;
 }
 
 void userStateReset() {
@@ -190,8 +190,8 @@ void userStateReset() {
     reset();
 }
 
-void onUserStateReset(void (*RESET)()) {
-  lf_resets.push_back(RESET);
+void onUserStateReset(void (*reset)()) {
+  lf_resets.push_back(reset);
 }
 
 } // namespace ory

@@ -28,7 +28,7 @@ struct UserAircraft {
 };
 
 UserAircraft readUserAircraft();                  // a copy of the raw block
-void writeUserAircraft(const UserAircraft& USER); // the simulator thread's answer 109, and resets
+void writeUserAircraft(const UserAircraft& user); // the simulator thread's answer 109, and resets
 extern std::atomic<std::uint32_t> userObjectId;   // the object id of the user's aircraft, 0 while unknown
 extern std::atomic<bool> userOnGround;            // "SIM ON GROUND" of the user's aircraft
 extern std::atomic<bool> userOnGroundKnown;       // userOnGround holds a report of a known position
@@ -39,17 +39,17 @@ std::string userModel();                          // "ATC MODEL", empty while un
 void requestUserOnGround(); // 108, every simulator second: it paces the program's slow beat
 void requestUserPosition(); // 109, once
 void requestUserIdentity(); // 106 and 107, once
-void requestRange(std::uint32_t RADIUS_METRES); // 101, every aircraft within the radius, once
+void requestRange(std::uint32_t radiusMetres); // 101, every aircraft within the radius, once
 
 // The data answers of requests 106 to 109 (the dispatch hands them over).
-void onUserTitle(const SIMCONNECT_RECV_SIMOBJECT_DATA* DATA);
-void onUserModel(const SIMCONNECT_RECV_SIMOBJECT_DATA* DATA);
-void onUserOnGround(const SIMCONNECT_RECV_SIMOBJECT_DATA* DATA);
-void onUserPosition(const SIMCONNECT_RECV_SIMOBJECT_DATA* DATA);
+void onUserTitle(const SIMCONNECT_RECV_SIMOBJECT_DATA* data);
+void onUserModel(const SIMCONNECT_RECV_SIMOBJECT_DATA* data);
+void onUserOnGround(const SIMCONNECT_RECV_SIMOBJECT_DATA* data);
+void onUserPosition(const SIMCONNECT_RECV_SIMOBJECT_DATA* data);
 
 // The state reset on "FlightLoaded", a new file, and when the simulator thread ends: the user's block here,
 // and whatever the other subsystems registered with onUserStateReset (their queues, tables and park airport).
 void userStateReset();
-void onUserStateReset(void (*RESET)());
+void onUserStateReset(void (*reset)());
 
 } // namespace ory

@@ -11,9 +11,9 @@
 namespace ory {
 namespace {
 
-std::vector<std::string_view> fieldsOf(std::string_view LINE) {
+std::vector<std::string_view> fieldsOf(std::string_view line) {
   std::vector<std::string_view> fields;
-  splitFields(LINE, fields);
+  splitFields(line, fields);
   return fields;
 }
 
@@ -84,9 +84,9 @@ TEST_F(CaptureFileTest, registryAndTypesFillWhatOpenSkyLacks) {
 }
 
 TEST_F(CaptureFileTest, brokenInputIsNamedByFileAndLine) {
-  const auto failure = [](const auto& CALL) {
+  const auto failure = [](const auto& call) {
     try {
-      CALL();
+      call();
     } catch (const std::runtime_error& e) {
       return std::string(e.what());
     }

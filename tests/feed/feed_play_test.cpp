@@ -24,15 +24,15 @@ using namespace std::chrono_literals;
 using test::ChildProcess;
 using test::eventually;
 
-std::vector<std::string_view> fieldsOf(std::string_view LINE) {
+std::vector<std::string_view> fieldsOf(std::string_view line) {
   std::vector<std::string_view> fields;
-  splitFields(LINE, fields);
+  splitFields(line, fields);
   return fields;
 }
 
-double numberOf(std::string_view TEXT) {
+double numberOf(std::string_view text) {
   double value = 0;
-  std::from_chars(TEXT.data(), TEXT.data() + TEXT.size(), value);
+  std::from_chars(text.data(), text.data() + text.size(), value);
   return value;
 }
 
@@ -54,26 +54,26 @@ protected:
     closeLog();
   }
 
-  int run(const std::vector<std::string>& ARGUMENTS) {
-    ChildProcess tool(FEEDPLAY_PATH, ARGUMENTS, scratch.path(), scratch.path(),
+  int run(const std::vector<std::string>& arguments) {
+    ChildProcess tool(FEEDPLAY_PATH, arguments, scratch.path(), scratch.path(),
                       scratch.path() / "convert.txt");
     return tool.waitExit(60s).value_or(-1);
   }
-  // A converted real track: the first LINES traffic entries of SOURCE.
-  std::vector<CaptureEntry> realTrack(const std::string& SOURCE, std::size_t LINES) {
-    EXPECT_EQ(run({"convert", test::realData("adsb/" + SOURCE).string(), "full.cap", "--registry",
+  // A converted real track: the first lines traffic entries of source.
+  std::vector<CaptureEntry> realTrack(const std::string& source, std::size_t lines) {
+    EXPECT_EQ(run({"convert", test::realData("adsb/" + source).string(), "full.cap", "--registry",
                    test::realData("adsb/sample_hex_registry_subset.csv").string(), "--types",
                    test::realData("reference/tar1090-db/icao_aircraft_types2.json").string()}),
               0)
         << test::readFile(scratch.path() / "convert.txt");
     std::vector<CaptureEntry> entries;
     for (CaptureEntry& entry : readCapture("full.cap"))
-      if (entry.kind == CaptureKind::traffic && entries.size() < LINES) entries.push_back(std::move(entry));
+      if (entry.kind == CaptureKind::traffic && entries.size() < lines) entries.push_back(std::move(entry));
     return entries;
   }
-  static void writeCapture(const std::string& PATH, const std::vector<CaptureEntry>& ENTRIES) {
-    std::ofstream out(PATH);
-    for (const CaptureEntry& entry : ENTRIES)
+  static void writeCapture(const std::string& path, const std::vector<CaptureEntry>& entries) {
+    std::ofstream out(path);
+    for (const CaptureEntry& entry : entries)
       out << captureText(entry) << '\n';
   }
   void startReaders() {

@@ -14,41 +14,41 @@
 namespace ory {
 namespace {
 
-std::vector<std::string> corpus(std::string_view EXTENSION) {
+std::vector<std::string> corpus(std::string_view extension) {
   std::vector<std::string> inputs;
   for (const auto& entry :
        std::filesystem::directory_iterator(std::filesystem::path(ORY_SOURCE_DIR) / "tests/feed/corpus"))
-    if (entry.path().extension() == EXTENSION) inputs.push_back(test::readFile(entry.path()));
+    if (entry.path().extension() == extension) inputs.push_back(test::readFile(entry.path()));
   return inputs;
 }
 
-const std::uint8_t* bytes(const std::string& TEXT) {
-  return reinterpret_cast<const std::uint8_t*>(TEXT.data());
+const std::uint8_t* bytes(const std::string& text) {
+  return reinterpret_cast<const std::uint8_t*>(text.data());
 }
 
 // Damage of the kinds a broken sender makes: characters replaced, dropped or doubled, fields cut.
-std::string damaged(std::string TEXT, std::mt19937& RANDOM) {
+std::string damaged(std::string text, std::mt19937& random) {
   static constexpr char palette[] = {',', '-', '.', '0', '9',  'n',    'a', 'i',
                                      'f', 'e', '@', ' ', '\0', '\xff', '"'};
-  const int changes = 1 + static_cast<int>(RANDOM() % 4);
-  for (int i = 0; i < changes && !TEXT.empty(); ++i) {
-    const std::size_t at = RANDOM() % TEXT.size();
-    switch (RANDOM() % 4) {
+  const int changes = 1 + static_cast<int>(random() % 4);
+  for (int i = 0; i < changes && !text.empty(); ++i) {
+    const std::size_t at = random() % text.size();
+    switch (random() % 4) {
     case 0:
-      TEXT[at] = palette[RANDOM() % sizeof(palette)];
+      text[at] = palette[random() % sizeof(palette)];
       break;
     case 1:
-      TEXT.erase(at, 1 + RANDOM() % 8);
+      text.erase(at, 1 + random() % 8);
       break;
     case 2:
-      TEXT.insert(at, TEXT.substr(at, 1 + RANDOM() % 12));
+      text.insert(at, text.substr(at, 1 + random() % 12));
       break;
     default:
-      TEXT.resize(at);
+      text.resize(at);
       break;
     }
   }
-  return TEXT;
+  return text;
 }
 
 class LineCorpusTest : public test::InScratchFolder {

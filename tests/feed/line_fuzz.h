@@ -9,8 +9,8 @@
 
 namespace ory::test {
 
-// Runs the traffic reader's processData on DATA; the result of processLine when the line was split.
-void feedTrafficLine(const std::uint8_t* DATA, std::size_t SIZE);
-void feedWeatherReport(const std::uint8_t* DATA, std::size_t SIZE);
+// Runs the traffic reader's processData on data; the result of processLine when the line was split.
+void feedTrafficLine(const std::uint8_t* data, std::size_t size);
+void feedWeatherReport(const std::uint8_t* data, std::size_t size);
 
 } // namespace ory::test

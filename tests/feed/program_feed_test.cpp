@@ -43,9 +43,9 @@ std::uint16_t lf_freeTcpPort() {
   return port;
 }
 
-double lf_number(std::string_view TEXT) {
+double lf_number(std::string_view text) {
   double value = 0;
-  std::from_chars(TEXT.data(), TEXT.data() + TEXT.size(), value);
+  std::from_chars(text.data(), text.data() + text.size(), value);
   return value;
 }
 
@@ -55,9 +55,9 @@ struct Received {
   std::string text;
 };
 
-std::vector<Received> lf_received(const std::filesystem::path& RECORD) {
+std::vector<Received> lf_received(const std::filesystem::path& record) {
   std::vector<Received> lines;
-  for (const std::string& entry : test::fileLines(RECORD)) {
+  for (const std::string& entry : test::fileLines(record)) {
     const std::size_t blank = entry.find(' ');
     if (blank != std::string::npos)
       lines.push_back({lf_number(entry.substr(0, blank)), entry.substr(blank + 1)});
@@ -77,9 +77,9 @@ protected:
                       fmt::format("  <parameter name=\"PORT_NUMBER\" value=\"{}\" />\n", port));
     test::writeBytes(parametersFile, parameters);
   }
-  // A real helicopter flight over Zurich, one report a second, with the link dropped for AWAY seconds after
+  // A real helicopter flight over Zurich, one report a second, with the link dropped for away seconds after
   // the fourth report.
-  void writeCapture(double AWAY) const {
+  void writeCapture(double away) const {
     ChildProcess convert(FEEDPLAY_PATH,
                          {"convert", test::realData("adsb/rega_zh.json.gz").string(), "rega.cap",
                           "--registry", test::realData("adsb/sample_hex_registry_subset.csv").string()},
@@ -91,12 +91,12 @@ protected:
       if (entry.kind != CaptureKind::traffic || offset > 20) continue;
       entry.offset = offset;
       out << captureText(entry) << '\n';
-      if (offset == 3) out << captureText({3.5, CaptureKind::drop, fmt::format("{}", AWAY), AWAY}) << '\n';
+      if (offset == 3) out << captureText({3.5, CaptureKind::drop, fmt::format("{}", away), away}) << '\n';
       offset += 1;
     }
   }
-  bool shown(std::string_view TEXT) const {
-    return readFile(folder / "program.out").find(TEXT) != std::string::npos;
+  bool shown(std::string_view text) const {
+    return readFile(folder / "program.out").find(text) != std::string::npos;
   }
 
   std::filesystem::path folder = scratch.path();

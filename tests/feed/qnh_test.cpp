@@ -19,17 +19,17 @@ protected:
   }
   void TearDown() override { closeLog(); }
 
-  void report(const std::string& TEXT) {
-    text = TEXT;
+  void report(const std::string& rawText) {
+    text = rawText;
     qnhReader.line = text;
     qnhReader.processData();
   }
   // Every place the value goes to.
-  void expectQnh(std::int32_t HPA) {
-    EXPECT_EQ(qnhReader.lastQnh, HPA);
-    EXPECT_EQ(qnhForEngine, HPA);
-    EXPECT_EQ(display.qnh, HPA);
-    EXPECT_EQ(trafficReader.qnhShadow, HPA);
+  void expectQnh(std::int32_t hpa) {
+    EXPECT_EQ(qnhReader.lastQnh, hpa);
+    EXPECT_EQ(qnhForEngine, hpa);
+    EXPECT_EQ(display.qnh, hpa);
+    EXPECT_EQ(trafficReader.qnhShadow, hpa);
   }
   std::string log() {
     flushLog();

@@ -49,8 +49,8 @@ protected:
     readerError = false;
     closeLog();
   }
-  void send(std::string_view DATAGRAM) const {
-    ASSERT_TRUE(sendDatagram(sender, "127.0.0.1", port, DATAGRAM.data(), DATAGRAM.size()));
+  void send(std::string_view datagram) const {
+    ASSERT_TRUE(sendDatagram(sender, "127.0.0.1", port, datagram.data(), datagram.size()));
   }
   std::string log() {
     flushLog();

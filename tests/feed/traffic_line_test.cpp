@@ -43,23 +43,23 @@ protected:
     setQueueOpen(false);
   }
 
-  LineResult take(const std::array<std::string, 30>& FIELDS) {
+  LineResult take(const std::array<std::string, 30>& fields) {
     std::string text;
-    for (const std::string& field : FIELDS)
+    for (const std::string& field : fields)
       text += field + ",";
     text.pop_back();
     return takeText(text);
   }
-  LineResult takeText(const std::string& TEXT) {
-    text = TEXT;
+  LineResult takeText(const std::string& rawText) {
+    text = rawText;
     reader.line = text;
     splitFields(reader.line, reader.fields);
     return reader.processLine();
   }
   // The line with one field changed.
-  LineResult takeWith(std::size_t INDEX, const std::string& VALUE) {
+  LineResult takeWith(std::size_t index, const std::string& value) {
     auto fields = flyingLine();
-    fields[INDEX] = VALUE;
+    fields[index] = value;
     return take(fields);
   }
   TrafficRecord queued() {
@@ -73,11 +73,11 @@ protected:
   std::string text;
 };
 
-bool isRefused(LineResult RESULT) {
-  return RESULT.outcome == LineOutcome::refused;
+bool isRefused(LineResult result) {
+  return result.outcome == LineOutcome::refused;
 }
-int failure(LineResult RESULT) {
-  return RESULT.outcome == LineOutcome::failed ? RESULT.failure : -1;
+int failure(LineResult result) {
+  return result.outcome == LineOutcome::failed ? result.failure : -1;
 }
 
 TEST_F(TrafficLineTest, aFlyingReportBecomesAFullRecordPlayedThirtySecondsLater) {

@@ -114,14 +114,14 @@ TEST_F(VersionReplyTest, anEmptyOrBrokenReplyIsTheStandardEdition) {
 // RealTraffic's side of the link, on loopback.
 class FakeRealTraffic {
 public:
-  explicit FakeRealTraffic(std::uint16_t PORT) : socket(connectTcp("127.0.0.1", PORT)) {}
+  explicit FakeRealTraffic(std::uint16_t port) : socket(connectTcp("127.0.0.1", port)) {}
   ~FakeRealTraffic() { closeSocket(socket); }
-  // What arrives within WAIT, or until TEXT_END has arrived.
-  std::string read(std::chrono::milliseconds WAIT, std::string_view UNTIL = {}) {
+  // What arrives within wait, or until TEXT_END has arrived.
+  std::string read(std::chrono::milliseconds wait, std::string_view until = {}) {
     std::string text;
-    const auto end = std::chrono::steady_clock::now() + WAIT;
+    const auto end = std::chrono::steady_clock::now() + wait;
     while (std::chrono::steady_clock::now() < end) {
-      if (!UNTIL.empty() && text.find(UNTIL) != std::string::npos) break;
+      if (!until.empty() && text.find(until) != std::string::npos) break;
       if (waitReadable(socket, 20) != 1) continue;
       char chunk[512];
       const long got = receiveSome(socket, chunk, sizeof(chunk));
@@ -133,7 +133,7 @@ public:
     }
     return text;
   }
-  void send(std::string_view TEXT) { ASSERT_TRUE(sendAll(socket, TEXT.data(), TEXT.size())); }
+  void send(std::string_view text) { ASSERT_TRUE(sendAll(socket, text.data(), text.size())); }
   SocketHandle socket;
   bool closed = false;
 };
@@ -176,12 +176,12 @@ protected:
     flushLog();
     return test::readFile("Log.txt");
   }
-  // Connects as RealTraffic while handshake() waits, and answers the version request with REPLY.
-  std::unique_ptr<FakeRealTraffic> connectWithHandshake(std::string_view REPLY) {
+  // Connects as RealTraffic while handshake() waits, and answers the version request with reply.
+  std::unique_ptr<FakeRealTraffic> connectWithHandshake(std::string_view reply) {
     auto waiting = std::async(std::launch::async, [] { handshake(); });
     auto peer = std::make_unique<FakeRealTraffic>(port);
     EXPECT_EQ(peer->read(2s, "\r\n"), "Qs999=version\r\n");
-    peer->send(REPLY);
+    peer->send(reply);
     EXPECT_EQ(waiting.wait_for(5s), std::future_status::ready);
     return peer;
   }

@@ -28,8 +28,8 @@ protected:
   void TearDown() override { closeLog(); }
 
   // Waits for the exit thread's posted message; 0 when none came in time.
-  static unsigned waitForPost(std::chrono::seconds LIMIT) {
-    return nextPostedMessage(static_cast<int>(std::chrono::milliseconds(LIMIT).count()));
+  static unsigned waitForPost(std::chrono::seconds limit) {
+    return nextPostedMessage(static_cast<int>(std::chrono::milliseconds(limit).count()));
   }
 };
 
@@ -61,9 +61,9 @@ TEST_F(ExitTest, aHungThreadKeepsTheExitForAboutTenSecondsOnly) {
 
 TEST_F(ExitTest, theRunThreadsAreStoppedByTheirTokens) {
   std::atomic<bool> ended{false};
-  startRunThread(RunThread::mainLoop, [&ended](std::stop_token STOP) {
+  startRunThread(RunThread::mainLoop, [&ended](std::stop_token stop) {
     ThreadCounter counted;
-    while (!STOP.stop_requested())
+    while (!stop.stop_requested())
       std::this_thread::sleep_for(5ms);
     ended = true;
   });
@@ -189,17 +189,17 @@ protected:
   }
   void TearDown() override { closeLog(); }
 
-  static std::size_t count(const std::string& TEXT, std::string_view PART) {
+  static std::size_t count(const std::string& text, std::string_view part) {
     std::size_t found = 0;
-    for (auto at = TEXT.find(PART); at != std::string::npos; at = TEXT.find(PART, at + 1))
+    for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
       ++found;
     return found;
   }
-  static bool logReaches(std::string_view LINE, std::size_t TIMES) {
+  static bool logReaches(std::string_view line, std::size_t times) {
     return test::eventually(
         [&] {
           flushLog();
-          return count(test::readFile("Log.txt"), LINE) >= TIMES;
+          return count(test::readFile("Log.txt"), line) >= times;
         },
         20s);
   }

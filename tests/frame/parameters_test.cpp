@@ -24,21 +24,21 @@ std::set<std::string> lf_namesInFile() {
   return names;
 }
 
-std::string lf_valueInFile(std::string_view NAME) {
+std::string lf_valueInFile(std::string_view name) {
   pugi::xml_document document;
   document.load_file(parametersPath().c_str());
   for (pugi::xml_node node : document.child("parameters").children("parameter"))
-    if (node.attribute("name").as_string() == NAME) return node.attribute("value").as_string();
+    if (node.attribute("name").as_string() == name) return node.attribute("value").as_string();
   return "<absent>";
 }
 
-void lf_writeParameters(std::string_view ENTRIES) {
+void lf_writeParameters(std::string_view entries) {
   writeBytes(parametersPath(),
-             "<?xml version=\"1.0\"?>\n<parameters>" + std::string(ENTRIES) + "</parameters>\n");
+             "<?xml version=\"1.0\"?>\n<parameters>" + std::string(entries) + "</parameters>\n");
 }
 
-std::string lf_entry(std::string_view NAME, std::string_view VALUE) {
-  return "<parameter name=\"" + std::string(NAME) + "\" value=\"" + std::string(VALUE) + "\" />";
+std::string lf_entry(std::string_view name, std::string_view value) {
+  return "<parameter name=\"" + std::string(name) + "\" value=\"" + std::string(value) + "\" />";
 }
 
 class ParametersTest : public test::InScratchFolder {

@@ -22,8 +22,8 @@ protected:
   void SetUp() override { test::installPreparedData(folder); }
 
   void presetInstallPath() { test::presetEarlierRun(folder, "C:\\P3D v5"); }
-  bool logHas(const std::string& TEXT) const {
-    return readFile(folder / "Log.txt").find(TEXT) != std::string::npos;
+  bool logHas(const std::string& text) const {
+    return readFile(folder / "Log.txt").find(text) != std::string::npos;
   }
 };
 

@@ -13,9 +13,9 @@ using Lines = std::vector<std::string>;
 
 class TextFilesTest : public test::InScratchFolder {};
 
-Lines lf_read(const std::filesystem::path& PATH) {
+Lines lf_read(const std::filesystem::path& path) {
   Lines lines;
-  EXPECT_TRUE(gf_readExtTextFileToStringVector(PATH, lines));
+  EXPECT_TRUE(gf_readExtTextFileToStringVector(path, lines));
   return lines;
 }
 

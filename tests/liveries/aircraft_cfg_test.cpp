@@ -42,27 +42,27 @@ protected:
     return test::readFile("Log.txt");
   }
   // Writes a standard file of one type in its own folder and reads it.
-  std::vector<LiveryData> read(const std::string& NAME, const test::CfgFile& FILE) {
-    const fs::path path = fs::path("SimObjects") / NAME / "aircraft.cfg";
-    test::writeCfg(path, FILE);
+  std::vector<LiveryData> read(const std::string& name, const test::CfgFile& file) {
+    const fs::path path = fs::path("SimObjects") / name / "aircraft.cfg";
+    test::writeCfg(path, file);
     return lf_searchLiveriesinFile(3, path);
   }
-  static std::string pathOf(const std::string& NAME) {
-    return pathText(fs::path("SimObjects") / NAME / "aircraft.cfg");
+  static std::string pathOf(const std::string& name) {
+    return pathText(fs::path("SimObjects") / name / "aircraft.cfg");
   }
-  static std::vector<std::string> titles(const std::vector<LiveryData>& LIVERIES) {
+  static std::vector<std::string> titles(const std::vector<LiveryData>& liveries) {
     std::vector<std::string> list;
-    for (const LiveryData& livery : LIVERIES)
+    for (const LiveryData& livery : liveries)
       list.push_back(livery.title);
     return list;
   }
 };
 
-test::CfgSection lf_section(std::string TITLE, std::string CODES, std::string ATC_ID = {}) {
+test::CfgSection lf_section(std::string title, std::string codes, std::string atcId = {}) {
   test::CfgSection section;
-  section.title = std::move(TITLE);
-  section.codes = std::move(CODES);
-  section.atcId = std::move(ATC_ID);
+  section.title = std::move(title);
+  section.codes = std::move(codes);
+  section.atcId = std::move(atcId);
   return section;
 }
 
@@ -231,11 +231,11 @@ TEST_F(AircraftCfgTest, folderNamesAreFoundAsTheSimulatorFindsThem) {
 // Of three missing paths only the first is reported: model, texture, flight model; IVAO files test the flight
 // model before the texture.
 TEST_F(AircraftCfgTest, theFirstMissingPathIsTheOneReported) {
-  const auto section = [](std::string TITLE, std::string MODEL, std::string TEXTURE, std::string SIM) {
-    test::CfgSection made = lf_section(std::move(TITLE), "KLM");
-    made.model = std::move(MODEL);
-    made.texture = std::move(TEXTURE);
-    made.sim = std::move(SIM);
+  const auto section = [](std::string title, std::string model, std::string texture, std::string sim) {
+    test::CfgSection made = lf_section(std::move(title), "KLM");
+    made.model = std::move(model);
+    made.texture = std::move(texture);
+    made.sim = std::move(sim);
     return made;
   };
   for (const char* folder : {"SimObjects/paths", "SimObjects/IVAO_MTL/IVAO_B738"}) {
@@ -253,8 +253,8 @@ TEST_F(AircraftCfgTest, theFirstMissingPathIsTheOneReported) {
               ElementsAre("KLM in SimObjects/paths"));
   EXPECT_THAT(titles(lf_searchIvaoLiveriesinFile(1, "SimObjects/IVAO_MTL/IVAO_B738/aircraft.cfg")),
               ElementsAre("KLM in SimObjects/IVAO_MTL/IVAO_B738"));
-  const auto missing = [](const char* FOLDER, const char* NAME, int SECTION) {
-    return fmt::format("{} [fltsim.{}] does not exist", pathText(fs::path(FOLDER) / NAME), SECTION);
+  const auto missing = [](const char* folder, const char* name, int section) {
+    return fmt::format("{} [fltsim.{}] does not exist", pathText(fs::path(folder) / name), section);
   };
   EXPECT_THAT(incompleteSectionsReport.lines(),
               ElementsAre(missing("SimObjects/paths", "model.gone", 0),
@@ -360,9 +360,9 @@ TEST_F(AircraftCfgTest, aCutOffFileGivesOnlyLiveriesOfTheWholeFile) {
   for (int n = 1; n <= 45; ++n)
     fs::create_directories(folder / fmt::format("texture.Ala 14_14-{:02}", n));
   test::writeBytes(folder / "NBAI_Typhoon_F2_AI_ONLY.air", "AIR");
-  const auto readCut = [&](std::size_t LENGTH) {
+  const auto readCut = [&](std::size_t length) {
     prepareScan();
-    test::writeBytes(folder / "aircraft.cfg", whole.substr(0, LENGTH));
+    test::writeBytes(folder / "aircraft.cfg", whole.substr(0, length));
     std::vector<std::string> liveries;
     for (const LiveryData& livery : lf_searchLiveriesinFile(1, folder / "aircraft.cfg"))
       liveries.push_back(livery.title + "|" + livery.regcode + "|" + livery.airline + "|" + livery.type);

@@ -16,36 +16,36 @@ namespace {
 
 using Matcher = std::optional<std::string_view> (*)(std::string_view);
 
-std::optional<std::string> lf_regexGroup(const std::regex& PATTERN, const std::string& TEXT,
-                                         std::size_t GROUP) {
+std::optional<std::string> lf_regexGroup(const std::regex& pattern, const std::string& text,
+                                         std::size_t group) {
   std::smatch match;
-  if (!std::regex_match(TEXT, match, PATTERN)) return std::nullopt;
-  return match[static_cast<int>(GROUP)].str();
+  if (!std::regex_match(text, match, pattern)) return std::nullopt;
+  return match[static_cast<int>(group)].str();
 }
 
-std::optional<std::string> lf_text(std::optional<std::string_view> VALUE) {
-  return VALUE ? std::optional<std::string>(std::string(*VALUE)) : std::nullopt;
+std::optional<std::string> lf_text(std::optional<std::string_view> value) {
+  return value ? std::optional<std::string>(std::string(*value)) : std::nullopt;
 }
 
-std::vector<std::string> lf_randomTexts(const std::vector<std::string>& PIECES, std::size_t COUNT) {
+std::vector<std::string> lf_randomTexts(const std::vector<std::string>& pieces, std::size_t count) {
   std::mt19937 engine(7);
   std::vector<std::string> texts;
-  for (std::size_t i = 0; i < COUNT; ++i) {
+  for (std::size_t i = 0; i < count; ++i) {
     std::string text;
     for (std::size_t n = 1 + engine() % 8; n > 0; --n)
-      text += PIECES[engine() % PIECES.size()];
+      text += pieces[engine() % pieces.size()];
     texts.push_back(std::move(text));
   }
   return texts;
 }
 
 // Texts made of one random choice per slot, each slot a list of alternatives.
-std::vector<std::string> lf_slotTexts(const std::vector<std::vector<std::string>>& SLOTS, std::size_t COUNT) {
+std::vector<std::string> lf_slotTexts(const std::vector<std::vector<std::string>>& slots, std::size_t count) {
   std::mt19937 engine(11);
   std::vector<std::string> texts;
-  for (std::size_t i = 0; i < COUNT; ++i) {
+  for (std::size_t i = 0; i < count; ++i) {
     std::string text;
-    for (const std::vector<std::string>& slot : SLOTS)
+    for (const std::vector<std::string>& slot : slots)
       text += slot[engine() % slot.size()];
     texts.push_back(std::move(text));
   }

@@ -21,9 +21,9 @@ namespace fs = std::filesystem;
 
 const fs::path rules = DATAPREP_RULES_DIR;
 
-bool lf_warned(std::string_view PART) {
+bool lf_warned(std::string_view part) {
   return std::any_of(prepWarnings.begin(), prepWarnings.end(),
-                     [&](const std::string& W) { return W.find(PART) != std::string::npos; });
+                     [&](const std::string& w) { return w.find(part) != std::string::npos; });
 }
 
 class DataprepTest : public test::InScratchFolder {
@@ -86,8 +86,8 @@ TEST_F(DataprepTest, realSourcesMakeFilesTheProgramReads) {
   EXPECT_NEAR(halfWingspan("B789"), 60.12 * 0.5 / 1852, 1e-6); // from the tool's own list
   for (std::size_t category = 0; category < modelCategoryCount; ++category)
     EXPECT_FALSE(std::isnan(categoryAverageHalfWingspan[category])) << category;
-  const auto family = std::find_if(similarGroups.begin(), similarGroups.end(), [](const auto& G) {
-    return std::find(G.begin(), G.end(), "B738") != G.end();
+  const auto family = std::find_if(similarGroups.begin(), similarGroups.end(), [](const auto& g) {
+    return std::find(g.begin(), g.end(), "B738") != g.end();
   });
   ASSERT_NE(family, similarGroups.end());
   EXPECT_EQ(*family, (std::vector<std::string>{"B736", "B737", "B738", "B739"}));
@@ -127,8 +127,8 @@ Sources lf_smallSources() {
   return sources;
 }
 
-void lf_writeRules(std::string_view CATEGORIES) {
-  test::writeBytes("rules/categories.txt", CATEGORIES);
+void lf_writeRules(std::string_view categories) {
+  test::writeBytes("rules/categories.txt", categories);
   test::writeBytes("rules/cargo_types.txt", "# comment\nname~freighter\nB744 XXXX\n");
   test::writeBytes("rules/similar.txt", "A320, C172 ZZZZ\nB744 QQQQ\n");
   test::writeBytes("rules/cargo_operators.txt", "CLX\nname~^fedex$\n");
@@ -256,8 +256,8 @@ TEST_F(DataprepTest, sourceFilesOfEveryShapeAreRead) {
 // The command line as the build and a person use it: default sources and rules, exit codes 0, 1 and 2.
 TEST_F(DataprepTest, theCommandLineBuildsShowsAndRefusesWhatItCannotDo) {
   const fs::path here = fs::current_path();
-  const auto run = [&](const std::vector<std::string>& ARGUMENTS) {
-    test::ChildProcess dataprep(DATAPREP_PROGRAM, ARGUMENTS, here, here, here / "output.txt");
+  const auto run = [&](const std::vector<std::string>& arguments) {
+    test::ChildProcess dataprep(DATAPREP_PROGRAM, arguments, here, here, here / "output.txt");
     return dataprep.waitExit(std::chrono::seconds(60));
   };
   test::writeBytes("aig.txt", "KLM 737 special;PH-BXB;#\n");

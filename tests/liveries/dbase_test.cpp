@@ -16,26 +16,26 @@ namespace {
 
 using Codes = std::initializer_list<std::string_view>;
 
-std::string lf_models(Codes CODES) {
+std::string lf_models(Codes codes) {
   std::string list;
-  for (const std::string_view code : CODES)
+  for (const std::string_view code : codes)
     list += (list.empty() ? "" : " , ") + scrambleModel(code);
   return list;
 }
 
-std::string lf_airlines(Codes CODES) {
+std::string lf_airlines(Codes codes) {
   std::string list;
-  for (const std::string_view code : CODES)
+  for (const std::string_view code : codes)
     list += (list.empty() ? "" : ",") + scrambleAirline(code);
   return list;
 }
 
 // A db element; empty texts stay empty attributes.
-std::string lf_record(std::string_view REG, std::string_view AIRL, std::string_view TYPE,
-                      std::string_view OPR, std::string_view CARGO) {
-  return fmt::format(R"(<db reg="{}" airl="{}" type="{}" opr="{}" cargo="{}"/>)", scrambleRegcode(REG),
-                     AIRL.empty() ? "" : scrambleAirline(AIRL), TYPE.empty() ? "" : scrambleModel(TYPE),
-                     OPR.empty() ? "" : scrambleAirline(OPR), CARGO);
+std::string lf_record(std::string_view reg, std::string_view airl, std::string_view type,
+                      std::string_view opr, std::string_view cargo) {
+  return fmt::format(R"(<db reg="{}" airl="{}" type="{}" opr="{}" cargo="{}"/>)", scrambleRegcode(reg),
+                     airl.empty() ? "" : scrambleAirline(airl), type.empty() ? "" : scrambleModel(type),
+                     opr.empty() ? "" : scrambleAirline(opr), cargo);
 }
 
 struct Sections {
@@ -50,7 +50,7 @@ struct Sections {
   std::string extra; // optional sections, before the required ones as dataprep writes them
 };
 
-void lf_writeDbase(const Sections& S) {
+void lf_writeDbase(const Sections& s) {
   test::writeBytes("input/dbase.xml",
                    fmt::format(R"(<?xml version="1.0"?>
 {}
@@ -63,8 +63,8 @@ void lf_writeDbase(const Sections& S) {
 <cargo_types><cargo_type types="{}"/></cargo_types>
 <ICAO_airlines><ICAO codes="{}"/><ICAO codes="{}"/></ICAO_airlines>
 <cargo_operators><ICAO codes="{}"/></cargo_operators>)",
-                               S.extra, S.types, S.highPerf, S.heavy, S.large, S.buzjet, S.rotorcraft,
-                               lf_models({"B744"}), S.airlines, lf_airlines({"CLX"}), lf_airlines({"FDX"})));
+                               s.extra, s.types, s.highPerf, s.heavy, s.large, s.buzjet, s.rotorcraft,
+                               lf_models({"B744"}), s.airlines, lf_airlines({"CLX"}), lf_airlines({"FDX"})));
 }
 
 class DbaseTest : public test::InScratchFolder {

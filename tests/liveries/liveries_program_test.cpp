@@ -22,19 +22,19 @@ protected:
   fs::path output = scratch.path() / "stdout.txt";
 
   void SetUp() override { test::installPreparedData(folder); }
-  void writeParameters(const std::vector<std::pair<std::string, std::string>>& VALUES) {
+  void writeParameters(const std::vector<std::pair<std::string, std::string>>& values) {
     std::string text = "<parameters>";
-    for (const auto& [name, value] : VALUES)
+    for (const auto& [name, value] : values)
       text += fmt::format("<parameter name=\"{}\" value=\"{}\" />", name, value);
     test::writeBytes(folder / "AppData/Roaming/Trovalyn_P3D/parameters.xml", text + "</parameters>");
   }
   std::string logText() const { return test::readFile(folder / "Log.txt"); }
 };
 
-test::CfgSection lf_section(std::string TITLE, std::string CODES) {
+test::CfgSection lf_section(std::string title, std::string codes) {
   test::CfgSection section;
-  section.title = std::move(TITLE);
-  section.codes = std::move(CODES);
+  section.title = std::move(title);
+  section.codes = std::move(codes);
   return section;
 }
 

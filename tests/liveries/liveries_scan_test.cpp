@@ -80,20 +80,20 @@ protected:
   }
 };
 
-test::CfgSection lf_section(std::string TITLE, std::string CODES, std::string ATC_ID = {}) {
+test::CfgSection lf_section(std::string title, std::string codes, std::string atcId = {}) {
   test::CfgSection section;
-  section.title = std::move(TITLE);
-  section.codes = std::move(CODES);
-  section.atcId = std::move(ATC_ID);
+  section.title = std::move(title);
+  section.codes = std::move(codes);
+  section.atcId = std::move(atcId);
   return section;
 }
 
-void lf_package(const fs::path& FOLDER, const std::string& TYPE, std::vector<test::CfgSection> SECTIONS) {
-  test::writeCfg(FOLDER / "aircraft.cfg", {.atcModel = TYPE, .sections = std::move(SECTIONS)});
+void lf_package(const fs::path& folder, const std::string& type, std::vector<test::CfgSection> sections) {
+  test::writeCfg(folder / "aircraft.cfg", {.atcModel = type, .sections = std::move(sections)});
 }
 
-std::vector<std::string> lf_lines(const fs::path& FILE) {
-  return fs::exists(FILE) ? test::fileLines(FILE) : std::vector<std::string>();
+std::vector<std::string> lf_lines(const fs::path& file) {
+  return fs::exists(file) ? test::fileLines(file) : std::vector<std::string>();
 }
 
 TEST_F(LiveriesScanTest, aGeneratedTreeFullOfFaultsLosesNoGoodLivery) {
@@ -133,9 +133,9 @@ TEST_F(LiveriesScanTest, aGeneratedTreeFullOfFaultsLosesNoGoodLivery) {
   for (const std::size_t count : {facts.utf16Files, facts.invalidFiles, facts.missingFolders,
                                   facts.doubleTitles, facts.invalidAirlines})
     EXPECT_GT(count, 0u) << "the tree must hold every kind of fault";
-  const auto hasFault = [&facts](const std::string& LINE, const std::string& FAULT) {
-    return std::any_of(facts.faultyFiles.begin(), facts.faultyFiles.end(), [&](const auto& ENTRY) {
-      return ENTRY.second == FAULT && LINE.find(ENTRY.first) != std::string::npos;
+  const auto hasFault = [&facts](const std::string& line, const std::string& fault) {
+    return std::any_of(facts.faultyFiles.begin(), facts.faultyFiles.end(), [&](const auto& entry) {
+      return entry.second == fault && line.find(entry.first) != std::string::npos;
     });
   };
   const auto invalidFiles = lf_lines(errorsFolder / "InvalidAircraftCfgFiles.txt");

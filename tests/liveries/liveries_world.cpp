@@ -21,42 +21,42 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string lf_join(const std::vector<std::string>& CODES, std::string (*SCRAMBLE)(std::string_view)) {
+std::string lf_join(const std::vector<std::string>& codes, std::string (*scramble)(std::string_view)) {
   std::string list;
-  for (const std::string& code : CODES)
-    list += (list.empty() ? "" : ",") + SCRAMBLE(code);
+  for (const std::string& code : codes)
+    list += (list.empty() ? "" : ",") + scramble(code);
   return list;
 }
 
-void lf_section(pugi::xml_node DOCUMENT, const char* SECTION, const char* CHILD, const char* ATTRIBUTE,
-                const std::string& VALUE) {
-  DOCUMENT.append_child(SECTION).append_child(CHILD).append_attribute(ATTRIBUTE) = VALUE.c_str();
+void lf_section(pugi::xml_node document, const char* section, const char* child, const char* attribute,
+                const std::string& value) {
+  document.append_child(section).append_child(child).append_attribute(attribute) = value.c_str();
 }
 
-void lf_writeDbase(const DbaseContent& DBASE) {
+void lf_writeDbase(const DbaseContent& dbase) {
   std::vector<std::string> all;
   for (const auto* category :
-       {&DBASE.light, &DBASE.buzjets, &DBASE.large, &DBASE.heavy, &DBASE.highPerf, &DBASE.rotorcraft})
+       {&dbase.light, &dbase.buzjets, &dbase.large, &dbase.heavy, &dbase.highPerf, &dbase.rotorcraft})
     all.insert(all.end(), category->begin(), category->end());
   pugi::xml_document document;
   lf_section(document, "aircrafts", "aircraft", "types", lf_join(all, scrambleModel));
   // Every category section must hold a token; an unused model keeps an empty category readable.
-  const auto orFiller = [](const std::vector<std::string>& TYPES) {
-    return TYPES.empty() ? std::vector<std::string>{"ZZ"} : TYPES;
+  const auto orFiller = [](const std::vector<std::string>& types) {
+    return types.empty() ? std::vector<std::string>{"ZZ"} : types;
   };
-  lf_section(document, "high_performance", "hpf", "types", lf_join(orFiller(DBASE.highPerf), scrambleModel));
-  lf_section(document, "heavy", "hvy", "types", lf_join(orFiller(DBASE.heavy), scrambleModel));
-  lf_section(document, "large", "lar", "types", lf_join(orFiller(DBASE.large), scrambleModel));
-  lf_section(document, "buzjet", "bzj", "types", lf_join(orFiller(DBASE.buzjets), scrambleModel));
-  lf_section(document, "rotorcraft", "rot", "types", lf_join(orFiller(DBASE.rotorcraft), scrambleModel));
-  lf_section(document, "cargo_types", "cargo_type", "types", lf_join(orFiller(DBASE.heavy), scrambleModel));
-  lf_section(document, "ICAO_airlines", "ICAO", "codes", lf_join(DBASE.airlines, scrambleAirline));
-  lf_section(document, "cargo_operators", "ICAO", "codes", lf_join(DBASE.airlines, scrambleAirline));
+  lf_section(document, "high_performance", "hpf", "types", lf_join(orFiller(dbase.highPerf), scrambleModel));
+  lf_section(document, "heavy", "hvy", "types", lf_join(orFiller(dbase.heavy), scrambleModel));
+  lf_section(document, "large", "lar", "types", lf_join(orFiller(dbase.large), scrambleModel));
+  lf_section(document, "buzjet", "bzj", "types", lf_join(orFiller(dbase.buzjets), scrambleModel));
+  lf_section(document, "rotorcraft", "rot", "types", lf_join(orFiller(dbase.rotorcraft), scrambleModel));
+  lf_section(document, "cargo_types", "cargo_type", "types", lf_join(orFiller(dbase.heavy), scrambleModel));
+  lf_section(document, "ICAO_airlines", "ICAO", "codes", lf_join(dbase.airlines, scrambleAirline));
+  lf_section(document, "cargo_operators", "ICAO", "codes", lf_join(dbase.airlines, scrambleAirline));
   pugi::xml_node similar = document.append_child("similar_types");
-  for (const std::vector<std::string>& group : DBASE.similar)
+  for (const std::vector<std::string>& group : dbase.similar)
     similar.append_child("similar").append_attribute("types") = lf_join(group, scrambleModel).c_str();
   pugi::xml_node records = document.append_child("dbase");
-  for (const DbaseAirframe& airframe : DBASE.airframes) {
+  for (const DbaseAirframe& airframe : dbase.airframes) {
     pugi::xml_node record = records.append_child("db");
     record.append_attribute("reg") = scrambleRegcode(airframe.reg).c_str();
     record.append_attribute("airl") = airframe.airl.empty() ? "" : scrambleAirline(airframe.airl).c_str();
@@ -68,15 +68,15 @@ void lf_writeDbase(const DbaseContent& DBASE) {
   if (!document.save_file(dbaseFile.c_str())) throw std::runtime_error("dbase.xml not written");
 }
 
-void lf_writeFixes(const FixesContent& FIXES) {
+void lf_writeFixes(const FixesContent& fixes) {
   pugi::xml_document document;
   pugi::xml_node models = document.append_child("fixes");
-  for (const auto& [wrong, correct] : FIXES.models) {
+  for (const auto& [wrong, correct] : fixes.models) {
     pugi::xml_node fix = models.append_child("fix");
     fix.append_attribute("wrong") = wrong.c_str();
     fix.append_attribute("correct") = correct.c_str();
   }
-  for (const auto& [section, codes] : {std::pair{"PVT_fixes", &FIXES.pvt}, {"GOV_fixes", &FIXES.gov}}) {
+  for (const auto& [section, codes] : {std::pair{"PVT_fixes", &fixes.pvt}, {"GOV_fixes", &fixes.gov}}) {
     pugi::xml_node node = document.append_child(section);
     for (const std::string& code : *codes)
       node.append_child("fix").append_attribute("wrong") = code.c_str();
@@ -181,10 +181,10 @@ damaging-speed=250
 blowout-speed=300
 )";
 
-std::string lf_cfgText(const CfgFile& FILE) {
+std::string lf_cfgText(const CfgFile& file) {
   std::string text = "// generated for the tests of the liveries scan\n\n";
-  for (std::size_t i = 0; i < FILE.sections.size(); ++i) {
-    const CfgSection& section = FILE.sections[i];
+  for (std::size_t i = 0; i < file.sections.size(); ++i) {
+    const CfgSection& section = file.sections[i];
     text += section.header.empty() ? fmt::format("[fltsim.{}]\n", i) : section.header + "\n";
     if (!section.title.empty()) text += "title=" + section.title + "\n";
     text += "sim=" + section.sim + "\nmodel=" + section.model + "\ntexture=" + section.texture + "\n";
@@ -195,22 +195,22 @@ std::string lf_cfgText(const CfgFile& FILE) {
     text += "\n";
   }
   text += "[General]\natc_type=Boeing\n";
-  if (!FILE.atcModel.empty()) text += "atc_model=" + FILE.atcModel + "\n";
+  if (!file.atcModel.empty()) text += "atc_model=" + file.atcModel + "\n";
   text += "editable=1\nperformance=generated\nCategory=airplane\n\n";
   return text + fillerSections;
 }
 
-std::string lf_utf16Bytes(std::string_view TEXT) {
+std::string lf_utf16Bytes(std::string_view text) {
   std::string bytes = "\xFF\xFE";
-  for (const char16_t unit : utf8ToUtf16(TEXT)) {
+  for (const char16_t unit : utf8ToUtf16(text)) {
     bytes += static_cast<char>(unit & 0xFF);
     bytes += static_cast<char>(unit >> 8);
   }
   return bytes;
 }
 
-fs::path lf_pathOf(std::string_view UTF8) {
-  return fs::path(std::u8string(UTF8.begin(), UTF8.end()));
+fs::path lf_pathOf(std::string_view utf8) {
+  return fs::path(std::u8string(utf8.begin(), utf8.end()));
 }
 
 struct Kinds {
@@ -219,21 +219,21 @@ struct Kinds {
 };
 
 // Transport types come up more often than the others, as in real collections.
-Kinds lf_worldKinds(const DbaseContent& DBASE) {
+Kinds lf_worldKinds(const DbaseContent& dbase) {
   Kinds kinds;
-  for (const auto* category : {&DBASE.large, &DBASE.large, &DBASE.heavy, &DBASE.light, &DBASE.buzjets,
-                               &DBASE.rotorcraft, &DBASE.highPerf})
+  for (const auto* category : {&dbase.large, &dbase.large, &dbase.heavy, &dbase.light, &dbase.buzjets,
+                               &dbase.rotorcraft, &dbase.highPerf})
     kinds.types.insert(kinds.types.end(), category->begin(), category->end());
-  for (const std::string& airline : DBASE.airlines)
+  for (const std::string& airline : dbase.airlines)
     if (airline != "ZZZ" && airline != "PVT") kinds.airlines.push_back(airline);
   return kinds;
 }
 
 enum class Fault { none, noAtcModel, gap, noTexture, doubleTitle, utf16, badAirline };
 
-Fault lf_faultOf(std::size_t FILE_NUMBER, bool FAULTS) {
-  if (!FAULTS || FILE_NUMBER % 8 != 7) return Fault::none;
-  return static_cast<Fault>(1 + (FILE_NUMBER / 8) % 6);
+Fault lf_faultOf(std::size_t fileNumber, bool faults) {
+  if (!faults || fileNumber % 8 != 7) return Fault::none;
+  return static_cast<Fault>(1 + (fileNumber / 8) % 6);
 }
 
 } // namespace
@@ -259,9 +259,9 @@ DbaseContent worldDbase() {
   return dbase;
 }
 
-void installDatabase(const DbaseContent& DBASE, const FixesContent& FIXES) {
-  lf_writeDbase(DBASE);
-  lf_writeFixes(FIXES);
+void installDatabase(const DbaseContent& dbase, const FixesContent& fixes) {
+  lf_writeDbase(dbase);
+  lf_writeFixes(fixes);
   readDbase();
   readFixes();
 }
@@ -271,12 +271,12 @@ void clearDatabase() {
   clearFixes();
 }
 
-void writeCfg(const fs::path& PATH, const CfgFile& FILE) {
-  const std::string text = lf_cfgText(FILE);
-  writeBytes(PATH, FILE.utf16 ? lf_utf16Bytes(text) : text);
-  if (!FILE.makeFolders) return;
-  const fs::path folder = PATH.parent_path();
-  for (const CfgSection& section : FILE.sections) {
+void writeCfg(const fs::path& path, const CfgFile& file) {
+  const std::string text = lf_cfgText(file);
+  writeBytes(path, file.utf16 ? lf_utf16Bytes(text) : text);
+  if (!file.makeFolders) return;
+  const fs::path folder = path.parent_path();
+  for (const CfgSection& section : file.sections) {
     fs::create_directories(folder / lf_pathOf(section.model.empty() ? "model" : "model." + section.model));
     fs::create_directories(folder /
                            lf_pathOf(section.texture.empty() ? "texture" : "texture." + section.texture));
@@ -284,14 +284,14 @@ void writeCfg(const fs::path& PATH, const CfgFile& FILE) {
   }
 }
 
-TreeFacts generateSimObjects(const fs::path& ROOT, const TreeShape& SHAPE) {
+TreeFacts generateSimObjects(const fs::path& root, const TreeShape& shape) {
   const DbaseContent dbase = worldDbase();
   const Kinds kinds = lf_worldKinds(dbase);
-  std::mt19937 engine(SHAPE.seed);
-  const auto draw = [&engine](std::size_t COUNT) { return static_cast<std::size_t>(engine() % COUNT); };
+  std::mt19937 engine(shape.seed);
+  const auto draw = [&engine](std::size_t count) { return static_cast<std::size_t>(engine() % count); };
   TreeFacts facts;
-  for (std::size_t i = 0; i < SHAPE.files; ++i) {
-    const Fault fault = lf_faultOf(i, SHAPE.faults);
+  for (std::size_t i = 0; i < shape.files; ++i) {
+    const Fault fault = lf_faultOf(i, shape.faults);
     const std::string& type = kinds.types[draw(kinds.types.size())];
     CfgFile file;
     file.atcModel = fault == Fault::noAtcModel ? "" : type;
@@ -322,7 +322,7 @@ TreeFacts generateSimObjects(const fs::path& ROOT, const TreeShape& SHAPE) {
       file.sections[victim].title = *facts.goodTitles.begin();
     const std::string name = i % 10 == 3 ? "sim.cfg" : i % 10 == 5 ? "Aircraft.CFG" : "aircraft.cfg";
     const fs::path path =
-        ROOT /
+        root /
         (dbase.rotorcraft.end() != std::find(dbase.rotorcraft.begin(), dbase.rotorcraft.end(), type)
              ? "Rotorcraft"
              : "Airplanes") /

@@ -45,7 +45,7 @@ struct FixesContent {
 // The airlines, types and look-alikes of the generated trees.
 DbaseContent worldDbase();
 // Writes input\dbase.xml and input\fixes.xml and reads them as the start-up does.
-void installDatabase(const DbaseContent& DBASE, const FixesContent& FIXES = {});
+void installDatabase(const DbaseContent& dbase, const FixesContent& fixes = {});
 void clearDatabase();
 
 // One [fltsim.x] section; an empty value leaves its key out.
@@ -67,8 +67,8 @@ struct CfgFile {
   bool makeFolders = true; // the model and texture folders and the .air file of every section
 };
 
-// Writes PATH and, with makeFolders, what its sections need beside it.
-void writeCfg(const std::filesystem::path& PATH, const CfgFile& FILE);
+// Writes path and, with makeFolders, what its sections need beside it.
+void writeCfg(const std::filesystem::path& path, const CfgFile& file);
 
 struct TreeShape {
   std::size_t files = 500;
@@ -90,8 +90,8 @@ struct TreeFacts {
                                                   // "title", "airline"
 };
 
-// A SimObjects tree below ROOT: packages of one type each, aircraft.cfg or sim.cfg, several airlines per
+// A SimObjects tree below root: packages of one type each, aircraft.cfg or sim.cfg, several airlines per
 // file.
-TreeFacts generateSimObjects(const std::filesystem::path& ROOT, const TreeShape& SHAPE);
+TreeFacts generateSimObjects(const std::filesystem::path& root, const TreeShape& shape);
 
 } // namespace ory::test

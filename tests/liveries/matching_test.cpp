@@ -50,47 +50,47 @@ protected:
     closeLog();
     return test::readFile("Log.txt");
   }
-  // Installs LIVERIES as the liveries step would, with REGCODE_LINES in a regcode file of the user.
-  static void install(std::vector<LiveryData> LIVERIES, const std::string& REGCODE_LINES = {}) {
+  // Installs liveries as the liveries step would, with regcodeLines in a regcode file of the user.
+  static void install(std::vector<LiveryData> liveries, const std::string& regcodeLines = {}) {
     clearLiveries();
-    if (!REGCODE_LINES.empty()) test::writeBytes(myRegcodesFolder / "mine.txt", REGCODE_LINES);
-    std::stable_sort(LIVERIES.begin(), LIVERIES.end(), [](const LiveryData& A, const LiveryData& B) {
-      return std::tie(A.airline, A.type, A.regcode) < std::tie(B.airline, B.type, B.regcode);
+    if (!regcodeLines.empty()) test::writeBytes(myRegcodesFolder / "mine.txt", regcodeLines);
+    std::stable_sort(liveries.begin(), liveries.end(), [](const LiveryData& a, const LiveryData& b) {
+      return std::tie(a.airline, a.type, a.regcode) < std::tie(b.airline, b.type, b.regcode);
     });
-    scannedLiveries = std::move(LIVERIES);
+    scannedLiveries = std::move(liveries);
     processLiveries();
     scannedLiveries.clear();
   }
-  static MatchAircraft aircraft(std::string AIRLINE, std::string TYPE, std::string REGCODE = {},
-                                std::uint32_t HEXID = 0x484000) {
+  static MatchAircraft aircraft(std::string airline, std::string type, std::string regcode = {},
+                                std::uint32_t hexid = 0x484000) {
     MatchAircraft match;
-    match.airline = std::move(AIRLINE);
-    match.type = std::move(TYPE);
-    match.regcode = std::move(REGCODE);
+    match.airline = std::move(airline);
+    match.type = std::move(type);
+    match.regcode = std::move(regcode);
     match.category = modelCategory(match.type);
-    match.hexid = HEXID;
-    match.callsign = fmt::format("T{:06x}", HEXID);
+    match.hexid = hexid;
+    match.callsign = fmt::format("T{:06x}", hexid);
     match.text = match.callsign;
     return match;
   }
   // The title and the step it was counted at; "-" for no match.
-  static std::string live(MatchAircraft AIRCRAFT) {
+  static std::string live(MatchAircraft aircraft) {
     const auto before = matchCounts;
-    if (!matchLiveAircraft(AIRCRAFT)) return "-";
+    if (!matchLiveAircraft(aircraft)) return "-";
     for (std::size_t step = 0; step < matchCounts.size(); ++step)
-      if (matchCounts[step] != before[step]) return fmt::format("{} @{}", AIRCRAFT.liveryTitle, step + 1);
-    return std::string(AIRCRAFT.liveryTitle) + " @cached";
+      if (matchCounts[step] != before[step]) return fmt::format("{} @{}", aircraft.liveryTitle, step + 1);
+    return std::string(aircraft.liveryTitle) + " @cached";
   }
-  static std::string at(int DEPTH, const MatchAircraft& AIRCRAFT) {
-    MATCHING_DEPTH.value = DEPTH;
+  static std::string at(int depth, const MatchAircraft& aircraft) {
+    MATCHING_DEPTH.value = depth;
     hexidLiveries.clear();
-    return live(AIRCRAFT);
+    return live(aircraft);
   }
 };
 
-LiveryData lf_livery(std::string AIRLINE, std::string TYPE, std::string TITLE, bool CARGO = false,
-                     std::string REGCODE = {}) {
-  return {std::move(AIRLINE), std::move(TYPE), std::move(TITLE), std::move(REGCODE), 1, CARGO};
+LiveryData lf_livery(std::string airline, std::string type, std::string title, bool cargo = false,
+                     std::string regcode = {}) {
+  return {std::move(airline), std::move(type), std::move(title), std::move(regcode), 1, cargo};
 }
 
 // Each row: an aircraft and what it gets at the depths 1 to 4, with the step it is counted at.
@@ -121,7 +121,7 @@ TEST_F(MatchingTest, theLadderGoesAsDeepAsTheParameterAllows) {
       {aircraft("PVT", "B77W"), {"-", "Generic 777 @4", "Generic 777 @4", "Generic 777 @4"}},
       {aircraft("PVT", "B744"), {"-", "Private 747 @2", "Private 747 @2", "Private 747 @2"}},
       {aircraft("PVT", "PA28"), {"-", "-", "Private 172 @3", "Private 172 @3"}},
-      // A rotorcraft type of no group borrows from one installed rotorcraft type; no buzjet is installed.
+      // a rotorcraft type of no group borrows from one installed rotorcraft type; no buzjet is installed.
       {aircraft("DAL", "R44"), {"-", "-", "KLM heli @6", "KLM heli @6"}},
       {aircraft("", "C56X"), {"-", "-", "-", "-"}}};
   for (const Row& row : rows)

@@ -34,12 +34,12 @@ protected:
     closeLog();
     return test::readFile("Log.txt");
   }
-  static std::string_view boundTitle(std::string_view REGCODE) {
-    const auto it = regcodeLiveries.find(REGCODE);
+  static std::string_view boundTitle(std::string_view regcode) {
+    const auto it = regcodeLiveries.find(regcode);
     return it == regcodeLiveries.end() ? std::string_view() : it->second;
   }
-  static bool isSpecial(std::string_view TITLE) {
-    return std::find(specialLiveries.begin(), specialLiveries.end(), TITLE) != specialLiveries.end();
+  static bool isSpecial(std::string_view title) {
+    return std::find(specialLiveries.begin(), specialLiveries.end(), title) != specialLiveries.end();
   }
 };
 

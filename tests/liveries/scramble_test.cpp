@@ -14,8 +14,8 @@ namespace {
 
 class ScrambleTest : public test::InScratchFolder {};
 
-bool lf_allInRange(std::string_view TEXT) {
-  return isScrambleSafe(TEXT, false);
+bool lf_allInRange(std::string_view text) {
+  return isScrambleSafe(text, false);
 }
 
 TEST_F(ScrambleTest, regcodesComeBackAndLeaveNoPlainTextBehind) {

@@ -21,8 +21,8 @@ namespace fs = std::filesystem;
 using test::readFile;
 using test::writeBytes;
 
-const fs::path archived = "airports/archive/stock/EHAM.xml";
-const fs::path learned = "airports/learned/stock/EHAM.xml";
+const fs::path archivedPath = "airports/archive/stock/EHAM.xml";
+const fs::path learnedPath = "airports/learned/stock/EHAM.xml";
 
 constexpr const char* archivedText = R"(<?xml version="1.0"?>
 <meta><info name="author" value="Trovalyn_P3D"/></meta>
@@ -68,9 +68,9 @@ void lf_resetParkingParameters() {
   manualLateralRange = 40;
 }
 
-const Stand& lf_stand(const std::vector<Stand>& STANDS, std::string_view ID) {
-  const auto found = std::find_if(STANDS.begin(), STANDS.end(), [&](const Stand& S) { return S.id == ID; });
-  if (found == STANDS.end()) throw std::runtime_error(fmt::format("no stand {}", ID));
+const Stand& lf_stand(const std::vector<Stand>& stands, std::string_view id) {
+  const auto found = std::find_if(stands.begin(), stands.end(), [&](const Stand& s) { return s.id == id; });
+  if (found == stands.end()) throw std::runtime_error(fmt::format("no stand {}", id));
   return *found;
 }
 
@@ -94,10 +94,10 @@ protected:
     flushLog();
     return readFile("Log.txt");
   }
-  bool logged(std::string_view TEXT) { return log().find(TEXT) != std::string::npos; }
+  bool logged(std::string_view text) { return log().find(text) != std::string::npos; }
   // Reads the archived file with what lies on top, as the park airport would.
   std::string open() {
-    const std::string result = gf_readApf(archived, parkAirportName, stands, qualityFactors);
+    const std::string result = gf_readApf(archivedPath, parkAirportName, stands, qualityFactors);
     return result;
   }
 };
@@ -108,8 +108,8 @@ protected:
 TEST_F(AirportFileTest, findAirportFileTakesTheFirstOfFivePlaces) {
   EXPECT_EQ(findAirportFile("EHAM"), fs::path());
   EXPECT_FALSE(airportHasFile("EHAM"));
-  writeBytes(archived, archivedText);
-  EXPECT_EQ(findAirportFile("EHAM"), archived);
+  writeBytes(archivedPath, archivedText);
+  EXPECT_EQ(findAirportFile("EHAM"), archivedPath);
   writeBytes("airports/my_ORBX/EHAM.xml", "x");
   EXPECT_EQ(findAirportFile("EHAM"), fs::path("airports/my_ORBX/EHAM.xml"));
   writeBytes("airports/archive/ORBX/EHAM.xml", "x");
@@ -143,7 +143,7 @@ TEST_F(AirportFileTest, learnedPathsMirrorTheirFilesAndThirdPartyOnesTheirPublis
 // ----------------------------------------------------------------------------------------------------
 
 TEST_F(AirportFileTest, anArchivedFileGivesItsStandsOptionsOverlapsAndValues) {
-  writeBytes(archived, archivedText);
+  writeBytes(archivedPath, archivedText);
   ASSERT_EQ(open(), "");
   EXPECT_EQ(parkAirportName, "Amsterdam Schiphol");
   EXPECT_EQ(parkPublisher, "stock");
@@ -193,11 +193,12 @@ TEST_F(AirportFileTest, anArchivedFileGivesItsStandsOptionsOverlapsAndValues) {
 
 TEST_F(AirportFileTest, brokenFilesGiveTheirMessages) {
   EXPECT_EQ(open().find("airports/archive/stock/EHAM.xml found, but could not be loaded: "), 0u);
-  writeBytes(archived, "<parameters><parameter name=\"altitude\" value=\"3\"/></parameters><parkpositions>");
+  writeBytes(archivedPath,
+             "<parameters><parameter name=\"altitude\" value=\"3\"/></parameters><parkpositions>");
   EXPECT_EQ(open().find("airports/archive/stock/EHAM.xml found, but could not be loaded: "), 0u);
-  writeBytes(archived, R"(<parameters><parameter name="altitude" value="3"/></parameters>)");
+  writeBytes(archivedPath, R"(<parameters><parameter name="altitude" value="3"/></parameters>)");
   EXPECT_EQ(open(), "no stands found");
-  writeBytes(archived, R"(<parameters/><parkpositions><parkpos id="A1"/></parkpositions>)");
+  writeBytes(archivedPath, R"(<parameters/><parkpositions><parkpos id="A1"/></parkpositions>)");
   EXPECT_THROW(
       {
         try {
@@ -208,7 +209,7 @@ TEST_F(AirportFileTest, brokenFilesGiveTheirMessages) {
         }
       },
       UserErrorException);
-  writeBytes(archived, R"(<parameters><parameter name="altitude" value="3"/></parameters>
+  writeBytes(archivedPath, R"(<parameters><parameter name="altitude" value="3"/></parameters>
 <parkpositions><parkpos id="A1"/><parkpos id="A2"/><parkpos id="A1"/></parkpositions>)");
   try {
     open();
@@ -221,7 +222,7 @@ TEST_F(AirportFileTest, brokenFilesGiveTheirMessages) {
 }
 
 TEST_F(AirportFileTest, aCustomParkingPercentageOverrulesTheDefault) {
-  writeBytes(archived, archivedText);
+  writeBytes(archivedPath, archivedText);
   CUSTOM_PARKING_PERCENTAGE.value = 55;
   ASSERT_EQ(open(), "");
   EXPECT_EQ(parking_percentage.value, 55);
@@ -233,8 +234,8 @@ TEST_F(AirportFileTest, aCustomParkingPercentageOverrulesTheDefault) {
 // -----------------------------------------------------------------------------------------------
 
 TEST_F(AirportFileTest, aLearnedFileIsMergedOnTopAndSetsTheParkingParameters) {
-  writeBytes(archived, archivedText);
-  writeBytes(learned, R"(<parameters>
+  writeBytes(archivedPath, archivedText);
+  writeBytes(learnedPath, R"(<parameters>
   <parameter name="airport_name" value="Schiphol"/>
   <parameter name="LATERAL_RANGE" value="25"/>
   <parameter name="AUTO_RANGE" value="false"/>
@@ -300,8 +301,8 @@ TEST_F(AirportFileTest, aLearnedFileIsMergedOnTopAndSetsTheParkingParameters) {
 }
 
 TEST_F(AirportFileTest, theAutomaticRangeOfALearnedFileKeepsTheManualRangeToGoBackTo) {
-  writeBytes(archived, archivedText);
-  writeBytes(learned, R"(<parameters><parameter name="LATERAL_RANGE" value="33"/>
+  writeBytes(archivedPath, archivedText);
+  writeBytes(learnedPath, R"(<parameters><parameter name="LATERAL_RANGE" value="33"/>
 <parameter name="AUTO_RANGE" value="true"/></parameters>)");
   AUTO_RANGE.value = false;
   ASSERT_EQ(open(), "");
@@ -310,15 +311,15 @@ TEST_F(AirportFileTest, theAutomaticRangeOfALearnedFileKeepsTheManualRangeToGoBa
 
   resetStands();
   LATERAL_RANGE.value = 70;
-  writeBytes(learned, R"(<parameters><parameter name="AUTO_RANGE" value="false"/></parameters>)");
+  writeBytes(learnedPath, R"(<parameters><parameter name="AUTO_RANGE" value="false"/></parameters>)");
   ASSERT_EQ(open(), "");
   EXPECT_FALSE(AUTO_RANGE.value);
   EXPECT_EQ(LATERAL_RANGE.value, 33) << "the kept range returns";
 }
 
 TEST_F(AirportFileTest, aHandmadeFileReplacesAllStandsWhateverItsValue) {
-  writeBytes(archived, archivedText);
-  writeBytes(learned, R"(<parameters><parameter name="handmade" value="false"/>
+  writeBytes(archivedPath, archivedText);
+  writeBytes(learnedPath, R"(<parameters><parameter name="handmade" value="false"/>
 <parameter name="altitude" value="-12"/></parameters>
 <parkpositions><parkpos id="X1" latitude="52.3" longitude="4.7" heading="10" radius="20"/></parkpositions>)");
   ASSERT_EQ(open(), "");
@@ -331,8 +332,8 @@ TEST_F(AirportFileTest, aHandmadeFileReplacesAllStandsWhateverItsValue) {
 }
 
 TEST_F(AirportFileTest, aBrokenLearnedFileIsKeptAsideAndTheArchiveServes) {
-  writeBytes(archived, archivedText);
-  writeBytes(learned, "<parkpositions><parkpos id=");
+  writeBytes(archivedPath, archivedText);
+  writeBytes(learnedPath, "<parkpositions><parkpos id=");
   ASSERT_EQ(open(), "");
   EXPECT_EQ(stands.size(), 3u);
   EXPECT_EQ(readFile("airports/learned/stock/EHAM0.xml"), "<parkpositions><parkpos id=");
@@ -340,8 +341,8 @@ TEST_F(AirportFileTest, aBrokenLearnedFileIsKeptAsideAndTheArchiveServes) {
 }
 
 // What a save writes after the meta block; the learned files below are in that form already.
-std::string lf_afterMeta(const fs::path& PATH) {
-  const std::string text = readFile(PATH);
+std::string lf_afterMeta(const fs::path& path) {
+  const std::string text = readFile(path);
   const auto start = text.find("<parameters>");
   return start == std::string::npos ? text : text.substr(start);
 }
@@ -382,12 +383,12 @@ TEST_F(AirportFileTest, learnedFilesAreWrittenBackAsTheyWereRead) {
 )";
   const std::size_t unlisted = unlistedAircraft().size();
   for (const std::string& learned : {difference, handmade}) {
-    writeBytes(archived, archivedText);
-    writeBytes(learned, "<?xml version=\"1.0\"?>\n" + learned);
+    writeBytes(archivedPath, archivedText);
+    writeBytes(learnedPath, "<?xml version=\"1.0\"?>\n" + learned);
     ASSERT_EQ(open(), "");
     updateCount = 1;
     closeParkAirport();
-    EXPECT_EQ(lf_afterMeta(learned), learned);
+    EXPECT_EQ(lf_afterMeta(learnedPath), learned);
     EXPECT_FALSE(parkingSessionOpen);
     resetStands();
   }
@@ -396,17 +397,17 @@ TEST_F(AirportFileTest, learnedFilesAreWrittenBackAsTheyWereRead) {
 }
 
 TEST_F(AirportFileTest, aFailedSaveOrAFullDiskLeavesTheOldLearnedFileAsItWas) {
-  writeBytes(archived, archivedText);
+  writeBytes(archivedPath, archivedText);
   const std::string old =
       "<?xml version=\"1.0\"?>\n<parkpositions><parkpos id=\"D4\"><opt reg=\"PH-BXA\" day=\"5\" "
       "hh=\"3\"/></parkpos></parkpositions>";
-  writeBytes(learned, old);
+  writeBytes(learnedPath, old);
   ASSERT_EQ(open(), "");
   const fs::path beside = "airports/learned/stock/EHAM.xml.saving";
   fs::create_directories(beside / "blocked"); // the writer's place beside is taken
   updateCount = 3;
   saveLearnedFile();
-  EXPECT_EQ(readFile(learned), old);
+  EXPECT_EQ(readFile(learnedPath), old);
   EXPECT_TRUE(logged(" saving \"airports/learned/stock/EHAM.xml\" did not succeed"));
   EXPECT_EQ(updateCount, 0);
 
@@ -414,12 +415,12 @@ TEST_F(AirportFileTest, aFailedSaveOrAFullDiskLeavesTheOldLearnedFileAsItWas) {
   fs::create_symlink("/dev/full", beside); // every write there fails as on a full disk
   updateCount = 1;
   saveLearnedFile();
-  EXPECT_EQ(readFile(learned), old);
+  EXPECT_EQ(readFile(learnedPath), old);
   EXPECT_FALSE(fs::exists(fs::symlink_status(beside))) << "nothing is left beside";
 
   updateCount = 1;
   saveLearnedFile();
-  EXPECT_NE(readFile(learned).find("<opt reg=\"PH-BXA\" day=\"5\" hh=\"3\" />"), std::string::npos);
+  EXPECT_NE(readFile(learnedPath).find("<opt reg=\"PH-BXA\" day=\"5\" hh=\"3\" />"), std::string::npos);
   EXPECT_TRUE(logged(" \"airports/learned/stock/EHAM.xml\" saved with 1 update "));
 }
 
@@ -494,9 +495,9 @@ TEST_F(AirportFileTest, aGeneratedFileHoldsFullEntriesAndNoStatistics) {
 }
 
 TEST_F(AirportFileTest, smallReadersAndTheGateCheckAnswerSafelyForBadFiles) {
-  writeBytes(archived, archivedText);
-  EXPECT_TRUE(hasQualityFactors(archived)) << "0 is a valid factor";
-  EXPECT_EQ(readStandCount(archived), 3);
+  writeBytes(archivedPath, archivedText);
+  EXPECT_TRUE(hasQualityFactors(archivedPath)) << "0 is a valid factor";
+  EXPECT_EQ(readStandCount(archivedPath), 3);
   EXPECT_TRUE(gf_readApfForGateCheck("EHAM", "D6"));
   EXPECT_FALSE(gf_readApfForGateCheck("EHAM", "D7"));
   EXPECT_FALSE(gf_readApfForGateCheck("EDDF", "A1"));
@@ -504,7 +505,7 @@ TEST_F(AirportFileTest, smallReadersAndTheGateCheckAnswerSafelyForBadFiles) {
   EXPECT_EQ(readStandCount("bad.xml"), 0);
   EXPECT_EQ(readPublisher("bad.xml"), "");
   EXPECT_FALSE(hasQualityFactors("bad.xml"));
-  writeBytes(archived, "<parkpositions><parkpos id=\"D6\"");
+  writeBytes(archivedPath, "<parkpositions><parkpos id=\"D6\"");
   EXPECT_FALSE(gf_readApfForGateCheck("EHAM", "D6"));
 }
 

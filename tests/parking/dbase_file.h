@@ -17,6 +17,6 @@ struct DbaseContent {
   std::vector<std::string> publishers; // one "names" list each, as "FlyTampa, Fly Tampa"
 };
 
-void loadDbase(const DbaseContent& CONTENT); // in the current folder; clearDbase() empties it again
+void loadDbase(const DbaseContent& content); // in the current folder; clearDbase() empties it again
 
 } // namespace ory::test

@@ -35,9 +35,9 @@ struct AirportSpec {
   std::vector<HelipadSpec> helipads;
 };
 
-std::string buildBgl(const std::vector<AirportSpec>& AIRPORTS, std::uint32_t HEADER_SIZE = 0x38);
+std::string buildBgl(const std::vector<AirportSpec>& airports, std::uint32_t headerSize = 0x38);
 // A file with one section of another kind, as most scenery files are.
-std::string buildBglWithoutAirports(std::size_t PAYLOAD_BYTES);
-std::uint32_t encodeIdentifier(const std::string& CODE);
+std::string buildBglWithoutAirports(std::size_t payloadBytes);
+std::uint32_t encodeIdentifier(const std::string& code);
 
 } // namespace ory::test

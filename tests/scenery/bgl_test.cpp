@@ -25,8 +25,8 @@ using test::ParkingSpec;
 using test::readFile;
 using test::realData;
 
-std::vector<Stand> lf_decodeAll(const std::string& BYTES) {
-  const BglWords bgl = bglFromBytes(BYTES);
+std::vector<Stand> lf_decodeAll(const std::string& bytes) {
+  const BglWords bgl = bglFromBytes(bytes);
   std::string damage;
   std::vector<Stand> stands;
   for (const AirportRecordRef& airport : findAirportRecords(bgl, damage)) {
@@ -36,8 +36,8 @@ std::vector<Stand> lf_decodeAll(const std::string& BYTES) {
   return stands;
 }
 
-ScanResult lf_decodeOne(const AirportSpec& AIRPORT) {
-  const BglWords bgl = bglFromBytes(buildBgl({AIRPORT}));
+ScanResult lf_decodeOne(const AirportSpec& airport) {
+  const BglWords bgl = bglFromBytes(buildBgl({airport}));
   std::string damage;
   const auto airports = findAirportRecords(bgl, damage);
   EXPECT_EQ(airports.size(), 1u);
@@ -45,17 +45,17 @@ ScanResult lf_decodeOne(const AirportSpec& AIRPORT) {
   return airports.empty() ? ScanResult{} : decodeAirportRecord(bgl, airports.front(), "test.bgl");
 }
 
-std::vector<std::string> lf_ids(const std::vector<Stand>& STANDS) {
+std::vector<std::string> lf_ids(const std::vector<Stand>& stands) {
   std::vector<std::string> ids;
-  for (const Stand& stand : STANDS)
+  for (const Stand& stand : stands)
     ids.push_back(stand.id);
   return ids;
 }
 
-bool lf_logHas(std::string_view TEXT) {
+bool lf_logHas(std::string_view text) {
   const auto lines = scanLogLines();
   return std::any_of(lines.begin(), lines.end(),
-                     [&](const std::string& L) { return L.find(TEXT) != std::string::npos; });
+                     [&](const std::string& l) { return l.find(text) != std::string::npos; });
 }
 
 // ---- The real files against the XML each was compiled from
@@ -68,8 +68,8 @@ struct Expected {
 };
 
 // "40.1M", "60F", "20.0": a length in metres.
-double lf_metres(const char* TEXT) {
-  const std::string text = TEXT;
+double lf_metres(const char* rawText) {
+  const std::string text = rawText;
   const double value = std::stod(text);
   return !text.empty() && (text.back() == 'F' || text.back() == 'f') ? value * 0.3048 : value;
 }
@@ -83,9 +83,9 @@ const std::map<std::string, int> xmlTypes = {
 const std::map<std::string, std::string> xmlNames = {
     {"NONE", ""}, {"PARKING", "r"}, {"GATE", "g"}, {"DOCK", ""}};
 
-std::vector<Expected> lf_expectedFromXml(const std::filesystem::path& PATH) {
+std::vector<Expected> lf_expectedFromXml(const std::filesystem::path& path) {
   pugi::xml_document document;
-  EXPECT_TRUE(document.load_file(PATH.c_str()));
+  EXPECT_TRUE(document.load_file(path.c_str()));
   std::vector<Expected> expected;
   for (const auto& node : document.select_nodes("//Helipad")) {
     const pugi::xml_node pad = node.node();
@@ -119,7 +119,7 @@ TEST_P(RealBgl, decodesTheParkingsAndHelipadsOfItsXmlSource) {
   ASSERT_EQ(decoded.size(), expected.size());
   for (const Expected& want : expected) {
     const auto found =
-        std::find_if(decoded.begin(), decoded.end(), [&](const Stand& S) { return S.id == want.id; });
+        std::find_if(decoded.begin(), decoded.end(), [&](const Stand& s) { return s.id == want.id; });
     ASSERT_NE(found, decoded.end()) << want.id;
     // The file holds positions in steps of 180 / 2^29 and 360 / 2^30 degrees: the decoding must land within
     // half a step of the source, well inside the sixth decimal.
@@ -231,7 +231,7 @@ TEST(BglParking, sevenEqualIdsGiveTheIdAndSixSuffixesAndAnEighthIsDropped) {
       << "renamed by size, the largest keeps the name";
   EXPECT_TRUE(lf_logHas("===> KTST Warning more then 6 the same ids g5, in test.bgl"));
   EXPECT_TRUE(
-      std::none_of(result.stands.begin(), result.stands.end(), [](const Stand& S) { return S.idDoubled; }));
+      std::none_of(result.stands.begin(), result.stands.end(), [](const Stand& s) { return s.idDoubled; }));
 }
 
 TEST(BglParking, doubledNamesAreRenumberedBySizeNotByFileOrder) {
@@ -325,9 +325,9 @@ TEST(BglDamage, everyTruncationOfTheRealFilesCostsOnlyWhatIsCut) {
 }
 
 // Whatever the bytes, a stand that comes out is one the parking can use.
-void lf_expectUsable(const ScanResult& RESULT) {
+void lf_expectUsable(const ScanResult& result) {
   TextSet ids;
-  for (const Stand& stand : RESULT.stands) {
+  for (const Stand& stand : result.stands) {
     EXPECT_TRUE(ids.insert(stand.id).second) << stand.id;
     EXPECT_FALSE(stand.id.empty());
     EXPECT_TRUE(stand.lat >= -90 && stand.lat <= 90 && stand.lon >= -180 && stand.lon <= 180) << stand.id;

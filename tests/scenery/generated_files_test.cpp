@@ -35,37 +35,37 @@ protected:
     closeLog();
     clearDbase();
   }
-  static bool logged(std::string_view TEXT) {
+  static bool logged(std::string_view text) {
     const auto lines = scanLogLines();
     return std::any_of(lines.begin(), lines.end(),
-                       [&](const std::string& L) { return L.find(TEXT) != std::string::npos; });
+                       [&](const std::string& l) { return l.find(text) != std::string::npos; });
   }
-  static void scan(const fs::path& PATH, const std::vector<AirportSpec>& AIRPORTS) {
-    writeBytes(PATH, test::buildBgl(AIRPORTS));
-    readBgl(PATH);
+  static void scan(const fs::path& path, const std::vector<AirportSpec>& airports) {
+    writeBytes(path, test::buildBgl(airports));
+    readBgl(path);
   }
-  static std::vector<std::string> ids(const fs::path& FILE) {
+  static std::vector<std::string> ids(const fs::path& file) {
     pugi::xml_document document;
-    EXPECT_TRUE(document.load_file(FILE.c_str())) << FILE;
+    EXPECT_TRUE(document.load_file(file.c_str())) << file;
     std::vector<std::string> result;
     for (const pugi::xml_node parkpos : document.child("parkpositions").children("parkpos"))
       result.push_back(parkpos.attribute("id").value());
     return result;
   }
-  static std::string parameter(const fs::path& FILE, const char* NAME) {
+  static std::string parameter(const fs::path& file, const char* name) {
     pugi::xml_document document;
-    document.load_file(FILE.c_str());
-    return document.select_node(fmt::format("/parameters/parameter[@name='{}']", NAME).c_str())
+    document.load_file(file.c_str());
+    return document.select_node(fmt::format("/parameters/parameter[@name='{}']", name).c_str())
         .node()
         .attribute("value")
         .value();
   }
 };
 
-AirportSpec lf_airport(std::string CODE, int STANDS) {
+AirportSpec lf_airport(std::string code, int stands) {
   AirportSpec airport;
-  airport.code = std::move(CODE);
-  for (int k = 1; k <= STANDS; ++k)
+  airport.code = std::move(code);
+  for (int k = 1; k <= stands; ++k)
     airport.parkings.push_back({10, 8, static_cast<std::uint32_t>(k), 20.0f, 90.0f, 52.0 + k * 0.001, 4.0});
   return airport;
 }

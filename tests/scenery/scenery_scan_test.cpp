@@ -24,9 +24,9 @@ using test::AirportSpec;
 using test::readFile;
 using test::writeBytes;
 
-AirportSpec lf_airport(std::string CODE) {
+AirportSpec lf_airport(std::string code) {
   AirportSpec airport;
-  airport.code = std::move(CODE);
+  airport.code = std::move(code);
   airport.parkings = {{10, 8, 1}, {10, 8, 2, 20.0f, 90.0f, 52.01, 4.0}};
   return airport;
 }
@@ -51,15 +51,15 @@ protected:
       folder.value.clear();
     exiting = false;
   }
-  std::string pathOf(std::string_view RELATIVE) const { return (scratch.path() / RELATIVE).string(); }
+  std::string pathOf(std::string_view relative) const { return (scratch.path() / relative).string(); }
   std::string log() {
     flushLog();
     return readFile("Log.txt");
   }
-  static bool scanLogged(std::string_view TEXT) {
+  static bool scanLogged(std::string_view text) {
     const auto lines = scanLogLines();
     return std::any_of(lines.begin(), lines.end(),
-                       [&](const std::string& L) { return L.find(TEXT) != std::string::npos; });
+                       [&](const std::string& l) { return l.find(text) != std::string::npos; });
   }
 };
 
@@ -183,8 +183,8 @@ TEST_F(SceneryScanTest, anAutomaticScanTakesItsFoldersFromTheSimulator) {
 }
 
 // A library of airport files, many more than the workers can take at once.
-void lf_writeLibrary(int FILES) {
-  for (int k = 0; k < FILES; ++k)
+void lf_writeLibrary(int files) {
+  for (int k = 0; k < files; ++k)
     writeBytes(fmt::format("Library/Area{:02}/scenery/AF_{:03}.bgl", k % 10, k),
                test::buildBgl({lf_airport(fmt::format("Z{:03}", k))}));
 }

@@ -18,10 +18,10 @@ namespace {
 
 using Json = nlohmann::json;
 
-// A user parked at Munich; NAME is the simulator's, EXTRA more keys of the scenario.
-std::string lf_scenario(std::string_view TIMELINE,
-                        std::string_view NAME = "Lockheed Martin\\u00ae Prepar3D\\u00ae v5",
-                        std::string_view SIMULATOR_EXTRA = "") {
+// A user parked at Munich; name is the simulator's, EXTRA more keys of the scenario.
+std::string lf_scenario(std::string_view timeline,
+                        std::string_view name = "Lockheed Martin\\u00ae Prepar3D\\u00ae v5",
+                        std::string_view simulatorExtra = "") {
   return fmt::format(R"({{
     "simulator": {{"name": "{}" {}}},
     "frames": {{"rate": 30, "frameRate": 41}},
@@ -29,37 +29,37 @@ std::string lf_scenario(std::string_view TIMELINE,
     "terrain": {{"areas": [{{"lat": 48.3538, "lon": 11.7861, "radiusNm": 12, "elevation": 1487}}]}},
     "timeline": [{}]
   }})",
-                     NAME, SIMULATOR_EXTRA, TIMELINE);
+                     name, simulatorExtra, timeline);
 }
 
 class ProgramTest : public test::InScratchFolder {
 protected:
-  void start(const std::string& SCENARIO, std::string_view INSTALL_PATH = "/opt/Prepar3D v5") {
-    test::presetEarlierRun(scratch.path(), INSTALL_PATH);
+  void start(const std::string& scenario, std::string_view installPath = "/opt/Prepar3D v5") {
+    test::presetEarlierRun(scratch.path(), installPath);
     program.reset();
     stand.reset();
     std::filesystem::remove("Log.txt"); // a run's log is its own, not the one before it
     test::installPreparedData(scratch.path());
-    stand = std::make_unique<test::StandIn>(SCENARIO);
+    stand = std::make_unique<test::StandIn>(scenario);
     stand->writeSimConnectCfg();
     program = std::make_unique<test::ChildProcess>(ORY_PROGRAM, std::vector<std::string>{}, scratch.path(),
                                                    scratch.path(), scratch.path() / "program.out");
   }
   // Log.txt as far as it reached the disk: lines are flushed every 30 seconds and at the end.
   std::string log() const { return test::readFile("Log.txt"); }
-  bool logHas(std::string_view TEXT) const { return log().find(TEXT) != std::string::npos; }
-  bool waitForLog(std::string_view TEXT) const {
-    return test::eventually([&] { return logHas(TEXT); }, std::chrono::seconds(30));
+  bool logHas(std::string_view text) const { return log().find(text) != std::string::npos; }
+  bool waitForLog(std::string_view text) const {
+    return test::eventually([&] { return logHas(text); }, std::chrono::seconds(30));
   }
   // The program ends by itself, and well.
-  void expectEnd(std::string_view REASON) {
+  void expectEnd(std::string_view reason) {
     EXPECT_EQ(program->waitExit(std::chrono::seconds(25)), 0) << log() << test::readFile("program.out");
-    EXPECT_TRUE(logHas(fmt::format("Exiting: {}\n", REASON))) << log();
+    EXPECT_TRUE(logHas(fmt::format("Exiting: {}\n", reason))) << log();
   }
-  std::size_t calls(std::string_view NAME) const {
+  std::size_t calls(std::string_view name) const {
     std::size_t count = 0;
     for (const Json& line : stand->trace())
-      if (line.value("call", "") == NAME) ++count;
+      if (line.value("call", "") == name) ++count;
     return count;
   }
 

@@ -14,21 +14,21 @@ namespace {
 
 using test::Bytes;
 
-Bytes lf_payload(std::initializer_list<std::uint32_t> WORDS, std::size_t PADDING = 0) {
+Bytes lf_payload(std::initializer_list<std::uint32_t> words, std::size_t padding = 0) {
   Bytes bytes;
-  for (const std::uint32_t word : WORDS)
+  for (const std::uint32_t word : words)
     for (int i = 0; i < 4; ++i)
       bytes.push_back(static_cast<unsigned char>(word >> (8 * i)));
-  bytes.insert(bytes.end(), PADDING, 0);
+  bytes.insert(bytes.end(), padding, 0);
   return bytes;
 }
 
-Bytes lf_data(std::uint32_t RECORD_ID, std::uint32_t REQUEST, std::uint32_t OBJECT, std::size_t BLOCK) {
-  Bytes block(BLOCK, 0);
-  if (BLOCK >= 56) std::memcpy(block.data() + 24, "DLH4AB", 6);
-  Bytes payload = lf_payload({REQUEST, OBJECT, 0, 0, 1, 1, 1});
+Bytes lf_data(std::uint32_t recordId, std::uint32_t request, std::uint32_t object, std::size_t rawBlock) {
+  Bytes block(rawBlock, 0);
+  if (rawBlock >= 56) std::memcpy(block.data() + 24, "DLH4AB", 6);
+  Bytes payload = lf_payload({request, object, 0, 0, 1, 1, 1});
   payload.insert(payload.end(), block.begin(), block.end());
-  return test::serverRecord(RECORD_ID, payload);
+  return test::serverRecord(recordId, payload);
 }
 
 // One of every record id the dispatch reads, each producing a command where it can.
@@ -61,11 +61,11 @@ std::vector<Bytes> lf_corpus() {
 class RecordCorpus : public ::testing::Test {
 protected:
   void SetUp() override { test::prepareRecordFeed(); }
-  bool feedExactly(const Bytes& BYTES) {
+  bool feedExactly(const Bytes& bytes) {
     // A buffer of exactly this size, so the sanitizer sees any read past its end.
-    const std::unique_ptr<unsigned char[]> exact(new unsigned char[BYTES.size() + (BYTES.empty() ? 1 : 0)]);
-    std::copy(BYTES.begin(), BYTES.end(), exact.get());
-    return test::feedRecords(exact.get(), BYTES.size());
+    const std::unique_ptr<unsigned char[]> exact(new unsigned char[bytes.size() + (bytes.empty() ? 1 : 0)]);
+    std::copy(bytes.begin(), bytes.end(), exact.get());
+    return test::feedRecords(exact.get(), bytes.size());
   }
 };
 

@@ -22,10 +22,10 @@ void prepareRecordFeed() {
   userObjectId = 1;
 }
 
-bool feedRecords(const unsigned char* BYTES, std::size_t SIZE) {
+bool feedRecords(const unsigned char* bytes, std::size_t size) {
   RecordStream stream;
   stream.maxSize = 41088;
-  appendBytes(stream, BYTES, SIZE);
+  appendBytes(stream, bytes, size);
   bool framed = true;
   for (;;) {
     const TakenRecord taken = takeRecord(stream);

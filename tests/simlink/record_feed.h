@@ -8,9 +8,9 @@ namespace ory::test {
 
 // Prepares the session for feeding: no exits, a known user object.
 void prepareRecordFeed();
-// Feeds BYTES; a UserErrorException of the dispatch is caught as the simulator thread catches it. False when
+// Feeds bytes; a UserErrorException of the dispatch is caught as the simulator thread catches it. False when
 // the stream can't be framed any further. Leaves the batches and commands empty again.
-bool feedRecords(const unsigned char* BYTES, std::size_t SIZE);
+bool feedRecords(const unsigned char* bytes, std::size_t size);
 // Commands the last feed produced, before they were thrown away.
 std::size_t lastFeedCommands();
 

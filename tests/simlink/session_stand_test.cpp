@@ -51,8 +51,8 @@ protected:
     flushLog();
     return test::readFile("Log.txt");
   }
-  // Commands until one with CODE and VALUE came, asking for the aircraft in range twice a second.
-  bool awaitCommand(std::uint32_t CODE, std::uint32_t VALUE, SimCommand& FOUND) {
+  // Commands until one with code and value came, asking for the aircraft in range twice a second.
+  bool awaitCommand(std::uint32_t code, std::uint32_t value, SimCommand& found) {
     return test::eventually(
         [&] {
           requestRange(20000);
@@ -60,8 +60,8 @@ protected:
           takeSimCommands(taken);
           received.insert(received.end(), taken.begin(), taken.end());
           for (const SimCommand& command : received)
-            if (command.code == CODE && command.value == VALUE) FOUND = command;
-          return FOUND.code == CODE && FOUND.value == VALUE;
+            if (command.code == code && command.value == value) found = command;
+          return found.code == code && found.value == value;
         },
         10000ms);
   }
@@ -70,16 +70,16 @@ protected:
   std::vector<SimCommand> received;
 };
 
-Json lf_lastState(const test::StandIn& STAND) {
+Json lf_lastState(const test::StandIn& stand) {
   Json last;
-  for (const Json& line : STAND.trace())
+  for (const Json& line : stand.trace())
     if (line.value("kind", "") == "state") last = line;
   return last;
 }
 
-Json lf_object(const Json& STATE, std::string_view ATC_ID) {
-  for (const Json& object : STATE.value("objects", Json::array()))
-    if (object.value("atcId", "") == ATC_ID) return object;
+Json lf_object(const Json& state, std::string_view atcId) {
+  for (const Json& object : state.value("objects", Json::array()))
+    if (object.value("atcId", "") == atcId) return object;
   return Json::object();
 }
 

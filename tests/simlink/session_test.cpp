@@ -27,63 +27,63 @@ namespace {
 using test::Bytes;
 using test::u32At;
 
-void lf_put(Bytes& OUT, const void* DATA, std::size_t SIZE) {
-  const auto* bytes = static_cast<const unsigned char*>(DATA);
-  OUT.insert(OUT.end(), bytes, bytes + SIZE);
+void lf_put(Bytes& out, const void* data, std::size_t size) {
+  const auto* bytes = static_cast<const unsigned char*>(data);
+  out.insert(out.end(), bytes, bytes + size);
 }
-void lf_u32(Bytes& OUT, std::uint32_t VALUE) {
-  lf_put(OUT, &VALUE, 4);
+void lf_u32(Bytes& out, std::uint32_t value) {
+  lf_put(out, &value, 4);
 }
-void lf_f64(Bytes& OUT, double VALUE) {
-  lf_put(OUT, &VALUE, 8);
+void lf_f64(Bytes& out, double value) {
+  lf_put(out, &value, 8);
 }
-void lf_i64(Bytes& OUT, std::int64_t VALUE) {
-  lf_put(OUT, &VALUE, 8);
+void lf_i64(Bytes& out, std::int64_t value) {
+  lf_put(out, &value, 8);
 }
-void lf_text(Bytes& OUT, std::string_view TEXT, std::size_t FIELD) {
-  Bytes field(FIELD, 0);
-  std::memcpy(field.data(), TEXT.data(), std::min(TEXT.size(), FIELD - 1));
-  OUT.insert(OUT.end(), field.begin(), field.end());
+void lf_text(Bytes& out, std::string_view text, std::size_t rawField) {
+  Bytes field(rawField, 0);
+  std::memcpy(field.data(), text.data(), std::min(text.size(), rawField - 1));
+  out.insert(out.end(), field.begin(), field.end());
 }
 
-Bytes lf_event(std::uint32_t RECORD_ID, std::uint32_t EVENT, std::uint32_t DATA, std::uint32_t EXTRA = 0) {
+Bytes lf_event(std::uint32_t recordId, std::uint32_t event, std::uint32_t data, std::uint32_t extra = 0) {
   Bytes payload;
-  for (const std::uint32_t v : {0xFFFFFFFFu, EVENT, DATA})
+  for (const std::uint32_t v : {0xFFFFFFFFu, event, data})
     lf_u32(payload, v);
-  if (RECORD_ID == 5) lf_u32(payload, EXTRA); // the object type
-  if (RECORD_ID == 6) lf_text(payload, "flight.fxml", 264);
-  if (RECORD_ID == 7) {
-    const float frame[2] = {static_cast<float>(EXTRA), 1.0f};
+  if (recordId == 5) lf_u32(payload, extra); // the object type
+  if (recordId == 6) lf_text(payload, "flight.fxml", 264);
+  if (recordId == 7) {
+    const float frame[2] = {static_cast<float>(extra), 1.0f};
     lf_put(payload, frame, 8);
   }
-  return test::serverRecord(RECORD_ID, payload);
+  return test::serverRecord(recordId, payload);
 }
 
-Bytes lf_data(std::uint32_t RECORD_ID, std::uint32_t REQUEST, std::uint32_t OBJECT, const Bytes& BLOCK) {
+Bytes lf_data(std::uint32_t recordId, std::uint32_t request, std::uint32_t object, const Bytes& block) {
   Bytes payload;
-  for (const std::uint32_t v : {REQUEST, OBJECT, 0u, 0u, 1u, 1u, 1u})
+  for (const std::uint32_t v : {request, object, 0u, 0u, 1u, 1u, 1u})
     lf_u32(payload, v);
-  payload.insert(payload.end(), BLOCK.begin(), BLOCK.end());
-  return test::serverRecord(RECORD_ID, payload);
+  payload.insert(payload.end(), block.begin(), block.end());
+  return test::serverRecord(recordId, payload);
 }
 
-Bytes lf_inRange(std::uint32_t OBJECT, double ABOVE_GROUND, std::string_view ATC_ID, bool ON_GROUND = false,
-                 double GROUND = 1500) {
+Bytes lf_inRange(std::uint32_t object, double aboveGround, std::string_view atcId, bool onGround = false,
+                 double ground = 1500) {
   Bytes block;
-  lf_f64(block, ABOVE_GROUND);
-  lf_f64(block, GROUND);
-  lf_i64(block, ON_GROUND ? 1 : 0);
-  lf_text(block, ATC_ID, 32);
-  return lf_data(9, requestIdInRange, OBJECT, block);
+  lf_f64(block, aboveGround);
+  lf_f64(block, ground);
+  lf_i64(block, onGround ? 1 : 0);
+  lf_text(block, atcId, 32);
+  return lf_data(9, requestIdInRange, object, block);
 }
 
-Bytes lf_userPosition(std::uint32_t OBJECT, double LAT, double LON, double ALTITUDE = 1200) {
+Bytes lf_userPosition(std::uint32_t object, double lat, double lon, double altitude = 1200) {
   Bytes block;
-  for (const double v : {LAT, LON, -0.01, 0.0, 1.2, ALTITUDE, 0.0, 0.0})
+  for (const double v : {lat, lon, -0.01, 0.0, 1.2, altitude, 0.0, 0.0})
     lf_f64(block, v);
   for (const std::int64_t v : {43200, 150, 2024, 5})
     lf_i64(block, v);
-  return lf_data(8, requestIdUserPosition, OBJECT, block);
+  return lf_data(8, requestIdUserPosition, object, block);
 }
 
 class SessionTest : public test::InScratchFolder {
@@ -111,9 +111,9 @@ protected:
     closeLog();
   }
 
-  void dispatch(const Bytes& RECORD) {
-    simDispatch(reinterpret_cast<const SIMCONNECT_RECV*>(RECORD.data()),
-                static_cast<std::uint32_t>(RECORD.size()), nullptr);
+  void dispatch(const Bytes& record) {
+    simDispatch(reinterpret_cast<const SIMCONNECT_RECV*>(record.data()),
+                static_cast<std::uint32_t>(record.size()), nullptr);
   }
   std::vector<SimCommand> commands() {
     std::vector<SimCommand> taken;
@@ -124,7 +124,7 @@ protected:
     flushLog();
     return test::readFile("Log.txt");
   }
-  bool logged(std::string_view TEXT) { return log().find(TEXT) != std::string::npos; }
+  bool logged(std::string_view text) { return log().find(text) != std::string::npos; }
   // A real connection to the peer, as the session's handle.
   void connect() {
     simHandle = test::openAgainst(peer, test::openRecord("Lockheed Martin Prepar3D v5"));
@@ -194,10 +194,10 @@ TEST_F(SessionTest, TheOpenRecordNamesTheSimulatorAndChecksItsVersion) {
     std::lock_guard lock(windowTextLock);
     EXPECT_EQ(display.simText, "Lockheed Martin Prepar3D v5 (5.3.17.28160)");
   }
-  const auto refusal = [&](std::string_view NAME, std::int32_t DETECTED) {
-    detectedSimVersion = DETECTED;
+  const auto refusal = [&](std::string_view name, std::int32_t detected) {
+    detectedSimVersion = detected;
     try {
-      dispatch(test::openRecord(NAME));
+      dispatch(test::openRecord(name));
     } catch (const UserErrorException& e) {
       EXPECT_EQ(e.number, 78);
       return std::string(e.what());
@@ -309,8 +309,8 @@ TEST_F(SessionTest, NewObjectsAreBoundByTheirAtcIdAndFrozen) {
 
 TEST_F(SessionTest, KnownAircraftInRangeReportGroundStateBelow2500Feet) {
   userObjectId = 10;
-  const auto sentFor = [&](const Bytes& RECORD) {
-    dispatch(RECORD);
+  const auto sentFor = [&](const Bytes& record) {
+    dispatch(record);
     return commands();
   };
   const auto at2500 = sentFor(lf_inRange(11, 2500.0, "DLH4AB", false, 1487.0));
@@ -398,9 +398,9 @@ TEST_F(SessionTest, UserTitleAndModel) {
   lf_text(model, "C130", 32);
   dispatch(lf_data(8, requestIdUserModel, 1, model));
   EXPECT_EQ(userModel(), "C130");
-  const auto modelError = [&](const Bytes& BLOCK) {
+  const auto modelError = [&](const Bytes& block) {
     try {
-      dispatch(lf_data(8, requestIdUserModel, 1, BLOCK));
+      dispatch(lf_data(8, requestIdUserModel, 1, block));
     } catch (const UserErrorException& e) {
       return e.number;
     }

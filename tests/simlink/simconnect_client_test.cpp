@@ -36,27 +36,27 @@ struct Received {
   std::function<void(const SIMCONNECT_RECV*)> onRecord;
 };
 
-void lf_collect(const SIMCONNECT_RECV* DATA, std::uint32_t SIZE, void* CONTEXT) {
-  auto* received = static_cast<Received*>(CONTEXT);
-  const auto* bytes = reinterpret_cast<const unsigned char*>(DATA);
-  received->records.emplace_back(bytes, bytes + SIZE);
-  if (received->onRecord) received->onRecord(DATA);
+void lf_collect(const SIMCONNECT_RECV* data, std::uint32_t size, void* context) {
+  auto* received = static_cast<Received*>(context);
+  const auto* bytes = reinterpret_cast<const unsigned char*>(data);
+  received->records.emplace_back(bytes, bytes + size);
+  if (received->onRecord) received->onRecord(data);
 }
 
 class ClientTest : public test::InScratchFolder {
 protected:
   void TearDown() override { SimConnect_Close(sim); }
 
-  // Opens against the peer, which answers the Open packet with ANSWER.
-  SimResult open(const Bytes& ANSWER = test::openRecord("Lockheed Martin\xae Prepar3D\xae v5")) {
-    sim = test::openAgainst(peer, ANSWER, &openPacket);
+  // Opens against the peer, which answers the Open packet with answer.
+  SimResult open(const Bytes& answer = test::openRecord("Lockheed Martin\xae Prepar3D\xae v5")) {
+    sim = test::openAgainst(peer, answer, &openPacket);
     return sim ? simOk : simFail;
   }
 
-  // Dispatches until COUNT records came, or two seconds passed.
-  void dispatchUntil(std::size_t COUNT) {
+  // Dispatches until count records came, or two seconds passed.
+  void dispatchUntil(std::size_t count) {
     const auto until = std::chrono::steady_clock::now() + 2s;
-    while (received.records.size() < COUNT && std::chrono::steady_clock::now() < until) {
+    while (received.records.size() < count && std::chrono::steady_clock::now() < until) {
       if (SimConnect_CallDispatch(sim, lf_collect, &received) != simOk) return;
       std::this_thread::sleep_for(1ms);
     }
@@ -107,124 +107,124 @@ TEST_F(ClientTest, EveryCallHasItsSizeTypeAndFieldOrder) {
   const std::string longTitle(300, 'T');
   const std::vector<CallCase> cases = {
       {"map",
-       [](SimConnectHandle S) { return SimConnect_MapClientEventToSimEvent(S, 207, "BEACON_LIGHTS_SET"); },
+       [](SimConnectHandle s) { return SimConnect_MapClientEventToSimEvent(s, 207, "BEACON_LIGHTS_SET"); },
        276, 0x04,
-       [](const Bytes& P) {
-         EXPECT_EQ(u32At(P, 16), 207u);
-         EXPECT_EQ(textAt(P, 20, 256), "BEACON_LIGHTS_SET");
+       [](const Bytes& p) {
+         EXPECT_EQ(u32At(p, 16), 207u);
+         EXPECT_EQ(textAt(p, 20, 256), "BEACON_LIGHTS_SET");
        }},
-      {"transmit", [](SimConnectHandle S) { return SimConnect_TransmitClientEvent(S, 5, 215, 1, 301, 0x10); },
+      {"transmit", [](SimConnectHandle s) { return SimConnect_TransmitClientEvent(s, 5, 215, 1, 301, 0x10); },
        36, 0x05,
-       [](const Bytes& P) {
-         EXPECT_EQ(u32At(P, 16), 5u);
-         EXPECT_EQ(u32At(P, 20), 215u);
-         EXPECT_EQ(u32At(P, 24), 1u);
-         EXPECT_EQ(u32At(P, 28), 301u);
-         EXPECT_EQ(u32At(P, 32), 0x10u);
+       [](const Bytes& p) {
+         EXPECT_EQ(u32At(p, 16), 5u);
+         EXPECT_EQ(u32At(p, 20), 215u);
+         EXPECT_EQ(u32At(p, 24), 1u);
+         EXPECT_EQ(u32At(p, 28), 301u);
+         EXPECT_EQ(u32At(p, 32), 0x10u);
        }},
       {"group",
-       [](SimConnectHandle S) { return SimConnect_AddClientEventToNotificationGroup(S, 301, 208, true); }, 28,
+       [](SimConnectHandle s) { return SimConnect_AddClientEventToNotificationGroup(s, 301, 208, true); }, 28,
        0x07,
-       [](const Bytes& P) {
-         EXPECT_EQ(u32At(P, 16), 301u);
-         EXPECT_EQ(u32At(P, 20), 208u);
-         EXPECT_EQ(u32At(P, 24), 1u);
+       [](const Bytes& p) {
+         EXPECT_EQ(u32At(p, 16), 301u);
+         EXPECT_EQ(u32At(p, 20), 208u);
+         EXPECT_EQ(u32At(p, 24), 1u);
        }},
-      {"priority", [](SimConnectHandle S) { return SimConnect_SetNotificationGroupPriority(S, 301, 1); }, 24,
+      {"priority", [](SimConnectHandle s) { return SimConnect_SetNotificationGroupPriority(s, 301, 1); }, 24,
        0x09,
-       [](const Bytes& P) {
-         EXPECT_EQ(u32At(P, 16), 301u);
-         EXPECT_EQ(u32At(P, 20), 1u);
+       [](const Bytes& p) {
+         EXPECT_EQ(u32At(p, 16), 301u);
+         EXPECT_EQ(u32At(p, 20), 1u);
        }},
       {"define",
-       [](SimConnectHandle S) {
-         return SimConnect_AddToDataDefinition(S, 404, "ATC ID", "", SIMCONNECT_DATATYPE_STRING32, 0.5f);
+       [](SimConnectHandle s) {
+         return SimConnect_AddToDataDefinition(s, 404, "ATC ID", "", SIMCONNECT_DATATYPE_STRING32, 0.5f);
        },
        544, 0x0C,
-       [](const Bytes& P) {
-         EXPECT_EQ(u32At(P, 16), 404u);
-         EXPECT_EQ(textAt(P, 20, 256), "ATC ID");
-         EXPECT_EQ(textAt(P, 276, 256), "");
-         EXPECT_EQ(u32At(P, 532), 6u);
+       [](const Bytes& p) {
+         EXPECT_EQ(u32At(p, 16), 404u);
+         EXPECT_EQ(textAt(p, 20, 256), "ATC ID");
+         EXPECT_EQ(textAt(p, 276, 256), "");
+         EXPECT_EQ(u32At(p, 532), 6u);
          float epsilon = 0;
-         std::memcpy(&epsilon, P.data() + 536, 4);
+         std::memcpy(&epsilon, p.data() + 536, 4);
          EXPECT_EQ(epsilon, 0.5f);
-         EXPECT_EQ(u32At(P, 540), 0xFFFFFFFFu);
+         EXPECT_EQ(u32At(p, 540), 0xFFFFFFFFu);
        }},
-      {"clear", [](SimConnectHandle S) { return SimConnect_ClearDataDefinition(S, 407); }, 20, 0x0D,
-       [](const Bytes& P) { EXPECT_EQ(u32At(P, 16), 407u); }},
+      {"clear", [](SimConnectHandle s) { return SimConnect_ClearDataDefinition(s, 407); }, 20, 0x0D,
+       [](const Bytes& p) { EXPECT_EQ(u32At(p, 16), 407u); }},
       {"request",
-       [](SimConnectHandle S) {
-         return SimConnect_RequestDataOnSimObject(S, 108, 409, SIMCONNECT_OBJECT_ID_USER,
+       [](SimConnectHandle s) {
+         return SimConnect_RequestDataOnSimObject(s, 108, 409, SIMCONNECT_OBJECT_ID_USER,
                                                   SIMCONNECT_PERIOD_SECOND, 1, 2, 3, 4);
        },
        48, 0x0E,
-       [](const Bytes& P) {
+       [](const Bytes& p) {
          for (std::uint32_t i = 0; i < 8; ++i)
-           EXPECT_EQ(u32At(P, 16 + 4 * i), (std::vector<std::uint32_t>{108, 409, 0, 4, 1, 2, 3, 4}[i]));
+           EXPECT_EQ(u32At(p, 16 + 4 * i), (std::vector<std::uint32_t>{108, 409, 0, 4, 1, 2, 3, 4}[i]));
        }},
       {"by type",
-       [](SimConnectHandle S) {
-         return SimConnect_RequestDataOnSimObjectType(S, 101, 404, 14816, SIMCONNECT_SIMOBJECT_TYPE_AIRCRAFT);
+       [](SimConnectHandle s) {
+         return SimConnect_RequestDataOnSimObjectType(s, 101, 404, 14816, SIMCONNECT_SIMOBJECT_TYPE_AIRCRAFT);
        },
        32, 0x0F,
-       [](const Bytes& P) {
-         EXPECT_EQ(u32At(P, 16), 101u);
-         EXPECT_EQ(u32At(P, 20), 404u);
-         EXPECT_EQ(u32At(P, 24), 14816u);
-         EXPECT_EQ(u32At(P, 28), 2u);
+       [](const Bytes& p) {
+         EXPECT_EQ(u32At(p, 16), 101u);
+         EXPECT_EQ(u32At(p, 20), 404u);
+         EXPECT_EQ(u32At(p, 24), 14816u);
+         EXPECT_EQ(u32At(p, 28), 2u);
        }},
       {"set data",
-       [&](SimConnectHandle S) { return SimConnect_SetDataOnSimObject(S, 402, 7, 0, 0, 64, block); }, 100,
+       [&](SimConnectHandle s) { return SimConnect_SetDataOnSimObject(s, 402, 7, 0, 0, 64, block); }, 100,
        0x10,
-       [&](const Bytes& P) {
-         EXPECT_EQ(u32At(P, 16), 402u);
-         EXPECT_EQ(u32At(P, 20), 7u);
-         EXPECT_EQ(u32At(P, 24), 0u);
-         EXPECT_EQ(u32At(P, 28), 1u) << "an array count of 0 means one element";
-         EXPECT_EQ(u32At(P, 32), 64u);
+       [&](const Bytes& p) {
+         EXPECT_EQ(u32At(p, 16), 402u);
+         EXPECT_EQ(u32At(p, 20), 7u);
+         EXPECT_EQ(u32At(p, 24), 0u);
+         EXPECT_EQ(u32At(p, 28), 1u) << "an array count of 0 means one element";
+         EXPECT_EQ(u32At(p, 32), 64u);
          for (int i = 0; i < 8; ++i)
-           EXPECT_EQ(f64At(P, 36 + 8 * i), block[i]);
+           EXPECT_EQ(f64At(p, 36 + 8 * i), block[i]);
        }},
-      {"subscribe", [](SimConnectHandle S) { return SimConnect_SubscribeToSystemEvent(S, 204, "Frame"); },
-       276, 0x17, [](const Bytes& P) { EXPECT_EQ(textAt(P, 20, 256), "Frame"); }},
-      {"unsubscribe", [](SimConnectHandle S) { return SimConnect_UnsubscribeFromSystemEvent(S, 204); }, 20,
-       0x18, [](const Bytes& P) { EXPECT_EQ(u32At(P, 16), 204u); }},
+      {"subscribe", [](SimConnectHandle s) { return SimConnect_SubscribeToSystemEvent(s, 204, "Frame"); },
+       276, 0x17, [](const Bytes& p) { EXPECT_EQ(textAt(p, 20, 256), "Frame"); }},
+      {"unsubscribe", [](SimConnectHandle s) { return SimConnect_UnsubscribeFromSystemEvent(s, 204); }, 20,
+       0x18, [](const Bytes& p) { EXPECT_EQ(u32At(p, 16), 204u); }},
       {"create",
-       [&](SimConnectHandle S) {
-         return SimConnect_AICreateNonATCAircraft(S, longTitle, "ABCDEFGHIJKLMN", init, 104);
+       [&](SimConnectHandle s) {
+         return SimConnect_AICreateNonATCAircraft(s, longTitle, "ABCDEFGHIJKLMN", init, 104);
        },
        344, 0x29,
-       [&](const Bytes& P) {
-         EXPECT_EQ(textAt(P, 16, 256), longTitle.substr(0, 255))
+       [&](const Bytes& p) {
+         EXPECT_EQ(textAt(p, 16, 256), longTitle.substr(0, 255))
              << "a title is cut to leave room for its NUL";
-         EXPECT_EQ(textAt(P, 272, 12), "ABCDEFGHIJK");
-         EXPECT_EQ(f64At(P, 284), 48.1);
-         EXPECT_EQ(f64At(P, 292), 11.5);
-         EXPECT_EQ(f64At(P, 300), 1700.0);
-         EXPECT_EQ(f64At(P, 308), -0.6);
-         EXPECT_EQ(f64At(P, 324), 270.0);
-         EXPECT_EQ(u32At(P, 332), 1u);
-         EXPECT_EQ(u32At(P, 336), 0u);
-         EXPECT_EQ(u32At(P, 340), 104u);
+         EXPECT_EQ(textAt(p, 272, 12), "ABCDEFGHIJK");
+         EXPECT_EQ(f64At(p, 284), 48.1);
+         EXPECT_EQ(f64At(p, 292), 11.5);
+         EXPECT_EQ(f64At(p, 300), 1700.0);
+         EXPECT_EQ(f64At(p, 308), -0.6);
+         EXPECT_EQ(f64At(p, 324), 270.0);
+         EXPECT_EQ(u32At(p, 332), 1u);
+         EXPECT_EQ(u32At(p, 336), 0u);
+         EXPECT_EQ(u32At(p, 340), 104u);
        }},
-      {"release", [](SimConnectHandle S) { return SimConnect_AIReleaseControl(S, 9, 103); }, 24, 0x2B,
-       [](const Bytes& P) {
-         EXPECT_EQ(u32At(P, 16), 9u);
-         EXPECT_EQ(u32At(P, 20), 103u);
+      {"release", [](SimConnectHandle s) { return SimConnect_AIReleaseControl(s, 9, 103); }, 24, 0x2B,
+       [](const Bytes& p) {
+         EXPECT_EQ(u32At(p, 16), 9u);
+         EXPECT_EQ(u32At(p, 20), 103u);
        }},
-      {"remove", [](SimConnectHandle S) { return SimConnect_AIRemoveObject(S, 9, 105); }, 24, 0x2C,
-       [](const Bytes& P) {
-         EXPECT_EQ(u32At(P, 16), 9u);
-         EXPECT_EQ(u32At(P, 20), 105u);
+      {"remove", [](SimConnectHandle s) { return SimConnect_AIRemoveObject(s, 9, 105); }, 24, 0x2C,
+       [](const Bytes& p) {
+         EXPECT_EQ(u32At(p, 16), 9u);
+         EXPECT_EQ(u32At(p, 20), 105u);
        }},
       {"flight plan",
-       [](SimConnectHandle S) { return SimConnect_AISetAircraftFlightPlan(S, 9, "C:\\plans\\DLH4AB", 110); },
+       [](SimConnectHandle s) { return SimConnect_AISetAircraftFlightPlan(s, 9, "C:\\plans\\DLH4AB", 110); },
        284, 0x2D,
-       [](const Bytes& P) {
-         EXPECT_EQ(u32At(P, 16), 9u);
-         EXPECT_EQ(textAt(P, 20, 260), "C:\\plans\\DLH4AB");
-         EXPECT_EQ(u32At(P, 280), 110u);
+       [](const Bytes& p) {
+         EXPECT_EQ(u32At(p, 16), 9u);
+         EXPECT_EQ(textAt(p, 20, 260), "C:\\plans\\DLH4AB");
+         EXPECT_EQ(u32At(p, 280), 110u);
        }},
   };
   std::uint32_t sendId = 1;
@@ -267,12 +267,12 @@ TEST_F(ClientTest, CapturedRecordsArriveWithTheirFields) {
   EXPECT_EQ(SimConnect_CallDispatch(sim, lf_collect, &received), simFail) << "nothing follows a quit";
 }
 
-Bytes lf_event(std::uint32_t EVENT, std::uint32_t DATA, std::size_t EXTRA = 0) {
+Bytes lf_event(std::uint32_t event, std::uint32_t data, std::size_t extra = 0) {
   Bytes payload = test::fromHex("ffffffff");
-  for (const std::uint32_t v : {EVENT, DATA})
+  for (const std::uint32_t v : {event, data})
     for (int i = 0; i < 4; ++i)
       payload.push_back(static_cast<unsigned char>(v >> (8 * i)));
-  payload.insert(payload.end(), EXTRA, 0xEE);
+  payload.insert(payload.end(), extra, 0xEE);
   return test::serverRecord(4, payload);
 }
 
@@ -347,8 +347,8 @@ TEST_F(ClientTest, CallsMadeInsideTheDispatchLeaveTogetherWhenItReturns) {
   ASSERT_EQ(open(), simOk);
   const double block[8] = {};
   bool heldBack = false;
-  received.onRecord = [&](const SIMCONNECT_RECV* DATA) {
-    if (DATA->dwID != SIMCONNECT_RECV_ID_EVENT_FRAME) return;
+  received.onRecord = [&](const SIMCONNECT_RECV* data) {
+    if (data->dwID != SIMCONNECT_RECV_ID_EVENT_FRAME) return;
     for (int i = 0; i < 300; ++i)
       SimConnect_SetDataOnSimObject(sim, 402, 100 + i, 0, 0, sizeof(block), block);
     heldBack = peer.readPacket(50).empty();

@@ -62,16 +62,16 @@ TEST_F(SimConnectConfigFiles, PublicDocumentsComeFirstThenUserDocumentsThenTheCu
   EXPECT_EQ(readSimConnectConfig(1).port, "1");
 }
 
-std::string lf_published(SimProtocol PROTOCOL) {
-  return PROTOCOL == SimProtocol::ipv4 ? "49001" : "49002";
+std::string lf_published(SimProtocol protocol) {
+  return protocol == SimProtocol::ipv4 ? "49001" : "49002";
 }
 std::string lf_nonePublished(SimProtocol) {
   return {};
 }
 
-std::vector<std::string> lf_plan(const SimConnectConfig& CONFIG, std::string (*PUBLISHED)(SimProtocol)) {
+std::vector<std::string> lf_plan(const SimConnectConfig& config, std::string (*published)(SimProtocol)) {
   std::vector<std::string> texts;
-  for (const SimEndpoint& endpoint : connectionPlan(CONFIG, PUBLISHED))
+  for (const SimEndpoint& endpoint : connectionPlan(config, published))
     texts.push_back(endpoint.text());
   return texts;
 }

@@ -22,8 +22,8 @@ using Json = nlohmann::json;
 using test::Bytes;
 using namespace std::chrono_literals;
 
-// A user parked at Munich with one title installed; EXTRA more keys of the scenario.
-std::string lf_scenario(std::string_view EXTRA = "") {
+// A user parked at Munich with one title installed; extra more keys of the scenario.
+std::string lf_scenario(std::string_view extra = "") {
   return fmt::format(R"({{
     "frames": {{"rate": 40}},
     "user": {{"track": [{{"t": 0, "lat": 48.35378, "lon": 11.78609, "heading": 82}}]}},
@@ -31,39 +31,39 @@ std::string lf_scenario(std::string_view EXTRA = "") {
     "titles": [{{"title": "Airbus A320 Lufthansa", "staticCg": 7.3, "staticPitch": -0.012}}]
     {}
   }})",
-                     EXTRA);
+                     extra);
 }
 
 class SimstandTest : public test::InScratchFolder {
 protected:
   void TearDown() override { SimConnect_Close(sim); }
 
-  void start(const std::string& SCENARIO) {
-    stand = std::make_unique<test::StandIn>(SCENARIO);
+  void start(const std::string& scenario) {
+    stand = std::make_unique<test::StandIn>(scenario);
     stand->writeSimConnectCfg();
     ASSERT_EQ(SimConnect_Open(&sim, "Trovalyn_P3D", nullptr, 0, nullptr, 0), simOk);
-    ASSERT_TRUE(next([](const Bytes& R) { return test::u32At(R, 8) == SIMCONNECT_RECV_ID_OPEN; }).size());
+    ASSERT_TRUE(next([](const Bytes& r) { return test::u32At(r, 8) == SIMCONNECT_RECV_ID_OPEN; }).size());
   }
-  static void collect(const SIMCONNECT_RECV* DATA, std::uint32_t SIZE, void* CONTEXT) {
-    const auto* bytes = reinterpret_cast<const unsigned char*>(DATA);
-    static_cast<std::vector<Bytes>*>(CONTEXT)->emplace_back(bytes, bytes + SIZE);
+  static void collect(const SIMCONNECT_RECV* data, std::uint32_t size, void* context) {
+    const auto* bytes = reinterpret_cast<const unsigned char*>(data);
+    static_cast<std::vector<Bytes>*>(context)->emplace_back(bytes, bytes + size);
   }
-  // The next record that WANTED accepts, received within five seconds; empty if none came.
-  Bytes next(const std::function<bool(const Bytes&)>& WANTED) {
+  // The next record that wanted accepts, received within five seconds; empty if none came.
+  Bytes next(const std::function<bool(const Bytes&)>& wanted) {
     const auto until = std::chrono::steady_clock::now() + 5s;
     for (;;) {
       while (!pending.empty()) {
         const Bytes record = pending.front();
         pending.erase(pending.begin());
-        if (WANTED(record)) return record;
+        if (wanted(record)) return record;
       }
       if (std::chrono::steady_clock::now() > until) return {};
       if (SimConnect_CallDispatch(sim, collect, &pending) != simOk) return {};
       std::this_thread::sleep_for(2ms);
     }
   }
-  Bytes nextOf(std::uint32_t ID) {
-    return next([ID](const Bytes& R) { return test::u32At(R, 8) == ID; });
+  Bytes nextOf(std::uint32_t id) {
+    return next([id](const Bytes& r) { return test::u32At(r, 8) == id; });
   }
   std::uint32_t lastSendId() {
     std::uint32_t id = 0;
@@ -71,20 +71,20 @@ protected:
     return id;
   }
   // An A320 on the ground beside the user, by request 104; its object id.
-  std::uint32_t createAircraft(std::string_view TITLE = "Airbus A320 Lufthansa") {
+  std::uint32_t createAircraft(std::string_view title = "Airbus A320 Lufthansa") {
     const SIMCONNECT_DATA_INITPOSITION init{48.3550, 11.7850, 0, 0, 0, 82, 1, 0};
-    EXPECT_EQ(SimConnect_AICreateNonATCAircraft(sim, TITLE, "DLH4AB", init, 104), simOk);
+    EXPECT_EQ(SimConnect_AICreateNonATCAircraft(sim, title, "DLH4AB", init, 104), simOk);
     const Bytes assigned = nextOf(SIMCONNECT_RECV_ID_ASSIGNED_OBJECT_ID);
     EXPECT_EQ(test::u32At(assigned, 12), 104u);
     return test::u32At(assigned, 16);
   }
-  bool traced(const std::function<bool(const Json&)>& PREDICATE) {
-    return stand->waitForTrace(PREDICATE, 5000ms);
+  bool traced(const std::function<bool(const Json&)>& predicate) {
+    return stand->waitForTrace(predicate, 5000ms);
   }
-  bool exceptionTraced(std::uint32_t EXCEPTION, std::uint32_t SEND_ID) {
-    return traced([&](const Json& L) {
-      return L.value("kind", "") == "exception" && L.value("exception", 0u) == EXCEPTION &&
-             L.value("sendId", 0u) == SEND_ID;
+  bool exceptionTraced(std::uint32_t exception, std::uint32_t sendId) {
+    return traced([&](const Json& l) {
+      return l.value("kind", "") == "exception" && l.value("exception", 0u) == exception &&
+             l.value("sendId", 0u) == sendId;
     });
   }
 
@@ -93,9 +93,9 @@ protected:
   std::vector<Bytes> pending;
 };
 
-Json lf_object(const Json& STATE, std::uint32_t ID) {
-  for (const Json& object : STATE.value("objects", Json::array()))
-    if (object.value("id", 0u) == ID) return object;
+Json lf_object(const Json& state, std::uint32_t id) {
+  for (const Json& object : state.value("objects", Json::array()))
+    if (object.value("id", 0u) == id) return object;
   return Json::object();
 }
 
@@ -197,16 +197,16 @@ TEST_F(SimstandTest, RequestsByTypeKeepToTheirRadius) {
   // Another client's aircraft two nautical miles north of the user.
   start(lf_scenario(R"(, "traffic": [{"t": 0, "title": "Cessna Citation X", "atcId": "DCIXX",
                                         "lat": 48.38711, "lon": 11.78609, "alt": 4000}])"));
-  ASSERT_TRUE(traced([](const Json& L) { return L.value("kind", "") == "traffic"; }));
+  ASSERT_TRUE(traced([](const Json& l) { return l.value("kind", "") == "traffic"; }));
   SimConnect_AddToDataDefinition(sim, 404, "ATC ID", "", SIMCONNECT_DATATYPE_STRING32);
-  const auto found = [&](std::uint32_t RADIUS, SIMCONNECT_SIMOBJECT_TYPE TYPE) {
+  const auto found = [&](std::uint32_t radius, SIMCONNECT_SIMOBJECT_TYPE type) {
     pending.clear();
-    SimConnect_RequestDataOnSimObjectType(sim, 101, 404, RADIUS, TYPE);
+    SimConnect_RequestDataOnSimObjectType(sim, 101, 404, radius, type);
     SimConnect_SubscribeToSystemEvent(sim, 900, "Sim"); // answered at once: the end marker
     std::vector<std::string> names;
     for (;;) {
       const Bytes record =
-          next([](const Bytes& R) { return test::u32At(R, 8) != SIMCONNECT_RECV_ID_EVENT_FRAME; });
+          next([](const Bytes& r) { return test::u32At(r, 8) != SIMCONNECT_RECV_ID_EVENT_FRAME; });
       if (record.empty() || test::u32At(record, 8) != SIMCONNECT_RECV_ID_SIMOBJECT_DATA_BYTYPE) break;
       names.push_back(fmt::format("{}/{} {}", test::u32At(record, 28), test::u32At(record, 32),
                                   test::textAt(record, 40, 32)));

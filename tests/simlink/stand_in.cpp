@@ -11,18 +11,18 @@ namespace ory::test {
 
 using namespace std::chrono_literals;
 
-StandIn::StandIn(const std::string& SCENARIO, const std::string& NAME, std::uint16_t PORT) {
+StandIn::StandIn(const std::string& scenario, const std::string& name, std::uint16_t port) {
   const std::filesystem::path folder = std::filesystem::current_path();
-  traceFile = folder / (NAME + ".jsonl");
-  outputFile = folder / (NAME + ".out");
-  writeBytes(folder / (NAME + ".json"), SCENARIO);
+  traceFile = folder / (name + ".jsonl");
+  outputFile = folder / (name + ".out");
+  writeBytes(folder / (name + ".json"), scenario);
   // A stand-in before this one may have left its files; their port is not this one's.
   std::filesystem::remove(outputFile);
   std::filesystem::remove(traceFile);
   child = std::make_unique<ChildProcess>(SIMSTAND_EXE,
-                                         std::vector<std::string>{"--scenario", NAME + ".json", "--trace",
+                                         std::vector<std::string>{"--scenario", name + ".json", "--trace",
                                                                   traceFile.string(), "--port",
-                                                                  std::to_string(PORT)},
+                                                                  std::to_string(port)},
                                          folder, folder, outputFile);
   const std::string prefix = "listening on ";
   if (!eventually([&] { return readFile(outputFile).find('\n') != std::string::npos; }, 10s) ||
@@ -35,8 +35,8 @@ StandIn::~StandIn() {
   stop(SIGTERM);
 }
 
-std::optional<int> StandIn::stop(int SIGNAL_NUMBER) {
-  if (child->running()) child->signal(SIGNAL_NUMBER);
+std::optional<int> StandIn::stop(int signalNumber) {
+  if (child->running()) child->signal(signalNumber);
   return child->waitExit(5s);
 }
 
@@ -53,15 +53,15 @@ std::vector<nlohmann::json> StandIn::trace() const {
   return lines;
 }
 
-bool StandIn::waitForTrace(const std::function<bool(const nlohmann::json&)>& PREDICATE,
-                           std::chrono::milliseconds LIMIT) const {
+bool StandIn::waitForTrace(const std::function<bool(const nlohmann::json&)>& predicate,
+                           std::chrono::milliseconds limit) const {
   return eventually(
       [&] {
         for (const nlohmann::json& line : trace())
-          if (PREDICATE(line)) return true;
+          if (predicate(line)) return true;
         return false;
       },
-      LIMIT);
+      limit);
 }
 
 void StandIn::writeSimConnectCfg() const {

@@ -19,9 +19,9 @@ namespace ory::test {
 
 class StandIn {
 public:
-  // Runs simstand with SCENARIO (JSON text) as NAME.json, tracing to NAME.jsonl in the current folder, on
-  // PORT (0: a free one).
-  explicit StandIn(const std::string& SCENARIO, const std::string& NAME = "stand", std::uint16_t PORT = 0);
+  // Runs simstand with scenario (JSON text) as name.json, tracing to name.jsonl in the current folder, on
+  // port (0: a free one).
+  explicit StandIn(const std::string& scenario, const std::string& name = "stand", std::uint16_t port = 0);
   ~StandIn();
   StandIn(const StandIn&) = delete;
   StandIn& operator=(const StandIn&) = delete;
@@ -29,12 +29,12 @@ public:
   std::uint16_t port() const { return listenPort; }
   std::vector<nlohmann::json> trace() const; // every whole line written so far
   std::string output() const;                // what it printed
-  // Waits up to LIMIT for a trace line that PREDICATE accepts.
-  bool waitForTrace(const std::function<bool(const nlohmann::json&)>& PREDICATE,
-                    std::chrono::milliseconds LIMIT) const;
+  // Waits up to limit for a trace line that predicate accepts.
+  bool waitForTrace(const std::function<bool(const nlohmann::json&)>& predicate,
+                    std::chrono::milliseconds limit) const;
   void writeSimConnectCfg() const; // SimConnect.cfg in the current folder: IPv4 to this stand-in
   // Stops it as Ctrl-C or a service manager would; its exit code.
-  std::optional<int> stop(int SIGNAL_NUMBER);
+  std::optional<int> stop(int signalNumber);
 
 private:
   std::filesystem::path traceFile;

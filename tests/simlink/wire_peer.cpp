@@ -9,69 +9,69 @@
 
 namespace ory::test {
 
-Bytes fromHex(std::string_view HEX) {
+Bytes fromHex(std::string_view hex) {
   Bytes bytes;
   std::string digits;
-  for (const char c : HEX)
+  for (const char c : hex)
     if (c != ' ' && c != '\n') digits += c;
   for (std::size_t i = 0; i + 1 < digits.size(); i += 2)
     bytes.push_back(static_cast<unsigned char>(std::stoi(digits.substr(i, 2), nullptr, 16)));
   return bytes;
 }
 
-std::uint32_t u32At(const Bytes& BYTES, std::size_t AT) {
+std::uint32_t u32At(const Bytes& bytes, std::size_t at) {
   std::uint32_t value = 0;
-  if (AT + 4 <= BYTES.size()) std::memcpy(&value, BYTES.data() + AT, 4);
+  if (at + 4 <= bytes.size()) std::memcpy(&value, bytes.data() + at, 4);
   return value;
 }
 
-double f64At(const Bytes& BYTES, std::size_t AT) {
+double f64At(const Bytes& bytes, std::size_t at) {
   double value = 0;
-  if (AT + 8 <= BYTES.size()) std::memcpy(&value, BYTES.data() + AT, 8);
+  if (at + 8 <= bytes.size()) std::memcpy(&value, bytes.data() + at, 8);
   return value;
 }
 
-std::string textAt(const Bytes& BYTES, std::size_t AT, std::size_t FIELD) {
-  if (AT + FIELD > BYTES.size()) return "<beyond the packet>";
-  const auto* first = reinterpret_cast<const char*>(BYTES.data() + AT);
-  return std::string(first, strnlen(first, FIELD));
+std::string textAt(const Bytes& bytes, std::size_t at, std::size_t field) {
+  if (at + field > bytes.size()) return "<beyond the packet>";
+  const auto* first = reinterpret_cast<const char*>(bytes.data() + at);
+  return std::string(first, strnlen(first, field));
 }
 
 namespace {
-void lf_put(Bytes& OUT, std::uint32_t VALUE) {
-  const std::size_t at = OUT.size();
-  OUT.resize(at + 4);
-  std::memcpy(OUT.data() + at, &VALUE, 4);
+void lf_put(Bytes& out, std::uint32_t value) {
+  const std::size_t at = out.size();
+  out.resize(at + 4);
+  std::memcpy(out.data() + at, &value, 4);
 }
 } // namespace
 
-Bytes serverRecord(std::uint32_t ID, const Bytes& PAYLOAD, std::uint32_t VERSION) {
+Bytes serverRecord(std::uint32_t id, const Bytes& payload, std::uint32_t version) {
   Bytes record;
-  lf_put(record, static_cast<std::uint32_t>(12 + PAYLOAD.size()));
-  lf_put(record, VERSION);
-  lf_put(record, ID);
-  record.insert(record.end(), PAYLOAD.begin(), PAYLOAD.end());
+  lf_put(record, static_cast<std::uint32_t>(12 + payload.size()));
+  lf_put(record, version);
+  lf_put(record, id);
+  record.insert(record.end(), payload.begin(), payload.end());
   return record;
 }
 
-Bytes openRecord(std::string_view NAME) {
+Bytes openRecord(std::string_view name) {
   Bytes payload(256, 0);
-  std::memcpy(payload.data(), NAME.data(), std::min<std::size_t>(NAME.size(), 255));
+  std::memcpy(payload.data(), name.data(), std::min<std::size_t>(name.size(), 255));
   for (const std::uint32_t v : {5u, 3u, 17u, 28160u, 5u, 3u, 0u, 0u, 0u, 0u})
     lf_put(payload, v);
   return serverRecord(2, payload);
 }
 
-Bytes exceptionRecord(std::uint32_t EXCEPTION, std::uint32_t SEND_ID, std::uint32_t INDEX) {
+Bytes exceptionRecord(std::uint32_t exception, std::uint32_t sendId, std::uint32_t index) {
   Bytes payload;
-  for (const std::uint32_t v : {EXCEPTION, SEND_ID, INDEX})
+  for (const std::uint32_t v : {exception, sendId, index})
     lf_put(payload, v);
   return serverRecord(1, payload);
 }
 
-WirePeer::WirePeer(IpFamily FAMILY) {
+WirePeer::WirePeer(IpFamily family) {
   startSockets();
-  listener = openTcpServer(0, FAMILY);
+  listener = openTcpServer(0, family);
   listenPort = localPort(listener);
 }
 
@@ -80,41 +80,41 @@ WirePeer::~WirePeer() {
   closeSocket(listener);
 }
 
-bool WirePeer::accept(int TIMEOUT_MS) {
+bool WirePeer::accept(int timeoutMs) {
   closeClient();
-  if (waitReadable(listener, TIMEOUT_MS) != 1) return false;
+  if (waitReadable(listener, timeoutMs) != 1) return false;
   peer = acceptClient(listener);
   return peer != invalidSocket;
 }
 
-bool WirePeer::readExactly(unsigned char* INTO, std::size_t SIZE, int TIMEOUT_MS) {
-  while (SIZE > 0) {
-    if (waitReadable(peer, TIMEOUT_MS) != 1) return false;
-    const long got = receiveSome(peer, INTO, SIZE);
+bool WirePeer::readExactly(unsigned char* into, std::size_t size, int timeoutMs) {
+  while (size > 0) {
+    if (waitReadable(peer, timeoutMs) != 1) return false;
+    const long got = receiveSome(peer, into, size);
     if (got <= 0) return false;
-    INTO += got;
-    SIZE -= static_cast<std::size_t>(got);
+    into += got;
+    size -= static_cast<std::size_t>(got);
   }
   return true;
 }
 
-Bytes WirePeer::readPacket(int TIMEOUT_MS) {
+Bytes WirePeer::readPacket(int timeoutMs) {
   Bytes packet(4);
-  if (!readExactly(packet.data(), 4, TIMEOUT_MS)) return {};
+  if (!readExactly(packet.data(), 4, timeoutMs)) return {};
   const std::uint32_t size = u32At(packet, 0);
   if (size < 4 || size > 1'000'000) return {};
   packet.resize(size);
-  if (!readExactly(packet.data() + 4, size - 4, TIMEOUT_MS)) return {};
+  if (!readExactly(packet.data() + 4, size - 4, timeoutMs)) return {};
   return packet;
 }
 
-bool WirePeer::closedByClient(int TIMEOUT_MS) {
+bool WirePeer::closedByClient(int timeoutMs) {
   unsigned char byte = 0;
-  return waitReadable(peer, TIMEOUT_MS) == 1 && receiveSome(peer, &byte, 1) == 0;
+  return waitReadable(peer, timeoutMs) == 1 && receiveSome(peer, &byte, 1) == 0;
 }
 
-void WirePeer::send(const Bytes& BYTES) {
-  sendAll(peer, BYTES.data(), BYTES.size());
+void WirePeer::send(const Bytes& bytes) {
+  sendAll(peer, bytes.data(), bytes.size());
 }
 
 void WirePeer::drainUntilClosed() {
@@ -128,19 +128,19 @@ void WirePeer::closeClient() {
   peer = invalidSocket;
 }
 
-void writeSimConnectCfg(std::string_view PROTOCOL, std::string_view ADDRESS, std::uint16_t PORT,
-                        std::string_view MORE) {
-  writeBytes("SimConnect.cfg", fmt::format("[SimConnect]\nProtocol={}\nAddress={}\nPort={}\n{}", PROTOCOL,
-                                           ADDRESS, PORT, MORE));
+void writeSimConnectCfg(std::string_view protocol, std::string_view address, std::uint16_t port,
+                        std::string_view more) {
+  writeBytes("SimConnect.cfg", fmt::format("[SimConnect]\nProtocol={}\nAddress={}\nPort={}\n{}", protocol,
+                                           address, port, more));
 }
 
-SimConnectHandle openAgainst(WirePeer& PEER, const Bytes& ANSWER, Bytes* OPEN_PACKET) {
-  writeSimConnectCfg("IPv4", "127.0.0.1", PEER.port());
+SimConnectHandle openAgainst(WirePeer& peer, const Bytes& answer, Bytes* openPacket) {
+  writeSimConnectCfg("IPv4", "127.0.0.1", peer.port());
   std::thread server([&] {
-    if (!PEER.accept()) return;
-    const Bytes open = PEER.readPacket();
-    if (OPEN_PACKET) *OPEN_PACKET = open;
-    PEER.send(ANSWER);
+    if (!peer.accept()) return;
+    const Bytes open = peer.readPacket();
+    if (openPacket) *openPacket = open;
+    peer.send(answer);
   });
   SimConnectHandle sim = nullptr;
   SimConnect_Open(&sim, "Trovalyn_P3D", nullptr, 0, nullptr, 0);

@@ -9,22 +9,22 @@
 
 namespace ory::test {
 
-ChildProcess::ChildProcess(const std::filesystem::path& PROGRAM, const std::vector<std::string>& ARGUMENTS,
-                           const std::filesystem::path& FOLDER, const std::filesystem::path& HOME_FOLDER,
-                           const std::filesystem::path& OUTPUT) {
-  std::vector<std::string> words{PROGRAM.string()};
-  words.insert(words.end(), ARGUMENTS.begin(), ARGUMENTS.end());
+ChildProcess::ChildProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments,
+                           const std::filesystem::path& folder, const std::filesystem::path& homeFolder,
+                           const std::filesystem::path& output) {
+  std::vector<std::string> words{program.string()};
+  words.insert(words.end(), arguments.begin(), arguments.end());
   pid = fork();
   if (pid < 0) throw std::runtime_error("fork failed");
   if (pid > 0) return;
   // The child: only async-signal-safe work until exec.
-  const int out = open(OUTPUT.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  const int out = open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
   if (out >= 0) {
     dup2(out, 1);
     dup2(out, 2);
   }
-  if (chdir(FOLDER.c_str()) != 0) _exit(126);
-  setenv("HOME", HOME_FOLDER.c_str(), 1);
+  if (chdir(folder.c_str()) != 0) _exit(126);
+  setenv("HOME", homeFolder.c_str(), 1);
   std::vector<char*> argv;
   for (std::string& word : words)
     argv.push_back(word.data());
@@ -40,8 +40,8 @@ ChildProcess::~ChildProcess() {
   }
 }
 
-void ChildProcess::signal(int SIGNAL_NUMBER) {
-  if (running()) kill(pid, SIGNAL_NUMBER);
+void ChildProcess::signal(int signalNumber) {
+  if (running()) kill(pid, signalNumber);
 }
 
 bool ChildProcess::running() {
@@ -53,15 +53,15 @@ bool ChildProcess::running() {
   return false;
 }
 
-std::optional<int> ChildProcess::waitExit(std::chrono::milliseconds LIMIT) {
-  eventually([this] { return !running(); }, LIMIT);
+std::optional<int> ChildProcess::waitExit(std::chrono::milliseconds limit) {
+  eventually([this] { return !running(); }, limit);
   return exitCode;
 }
 
-bool eventually(const std::function<bool()>& PREDICATE, std::chrono::milliseconds LIMIT) {
-  const auto end = std::chrono::steady_clock::now() + LIMIT;
+bool eventually(const std::function<bool()>& predicate, std::chrono::milliseconds limit) {
+  const auto end = std::chrono::steady_clock::now() + limit;
   for (;;) {
-    if (PREDICATE()) return true;
+    if (predicate()) return true;
     if (std::chrono::steady_clock::now() > end) return false;
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }

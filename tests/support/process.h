@@ -13,17 +13,17 @@ namespace ory::test {
 
 class ChildProcess {
 public:
-  // Starts PROGRAM with ARGUMENTS in FOLDER; HOME is set to HOME_FOLDER; stdout and stderr go to OUTPUT.
-  ChildProcess(const std::filesystem::path& PROGRAM, const std::vector<std::string>& ARGUMENTS,
-               const std::filesystem::path& FOLDER, const std::filesystem::path& HOME_FOLDER,
-               const std::filesystem::path& OUTPUT);
+  // Starts program with arguments in folder; HOME is set to homeFolder; stdout and stderr go to output.
+  ChildProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments,
+               const std::filesystem::path& folder, const std::filesystem::path& homeFolder,
+               const std::filesystem::path& output);
   ~ChildProcess(); // kills a child that still runs
   ChildProcess(const ChildProcess&) = delete;
   ChildProcess& operator=(const ChildProcess&) = delete;
 
-  void signal(int SIGNAL_NUMBER);
-  // The exit code, or nothing when the child is still running after LIMIT.
-  std::optional<int> waitExit(std::chrono::milliseconds LIMIT);
+  void signal(int signalNumber);
+  // The exit code, or nothing when the child is still running after limit.
+  std::optional<int> waitExit(std::chrono::milliseconds limit);
   bool running();
 
 private:
@@ -31,7 +31,7 @@ private:
   std::optional<int> exitCode;
 };
 
-// Polls until PREDICATE holds or LIMIT passes.
-bool eventually(const std::function<bool()>& PREDICATE, std::chrono::milliseconds LIMIT);
+// Polls until predicate holds or limit passes.
+bool eventually(const std::function<bool()>& predicate, std::chrono::milliseconds limit);
 
 } // namespace ory::test

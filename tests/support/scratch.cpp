@@ -26,45 +26,45 @@ ScratchFolder::~ScratchFolder() {
   std::filesystem::remove_all(root, ignored);
 }
 
-std::string readFile(const std::filesystem::path& PATH) {
-  std::ifstream in(PATH, std::ios::binary);
+std::string readFile(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
   return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
-void writeBytes(const std::filesystem::path& PATH, std::string_view BYTES) {
-  if (PATH.has_parent_path()) std::filesystem::create_directories(PATH.parent_path());
-  std::ofstream out(PATH, std::ios::binary | std::ios::trunc);
-  out.write(BYTES.data(), static_cast<std::streamsize>(BYTES.size()));
+void writeBytes(const std::filesystem::path& path, std::string_view bytes) {
+  if (path.has_parent_path()) std::filesystem::create_directories(path.parent_path());
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
 }
 
-std::vector<std::string> fileLines(const std::filesystem::path& PATH) {
+std::vector<std::string> fileLines(const std::filesystem::path& path) {
   std::vector<std::string> lines;
-  std::ifstream in(PATH, std::ios::binary);
+  std::ifstream in(path, std::ios::binary);
   for (std::string line; std::getline(in, line);)
     lines.push_back(line);
   return lines;
 }
 
-std::filesystem::path realData(std::string_view RELATIVE) {
-  return std::filesystem::path(ORY_REAL_DATA_DIR) / std::filesystem::path(RELATIVE);
+std::filesystem::path realData(std::string_view relative) {
+  return std::filesystem::path(ORY_REAL_DATA_DIR) / std::filesystem::path(relative);
 }
 
-void installPreparedData(const std::filesystem::path& FOLDER) {
+void installPreparedData(const std::filesystem::path& folder) {
   const std::filesystem::path data = ORY_PREPARED_DATA_DIR;
   const auto options = std::filesystem::copy_options::overwrite_existing;
-  std::filesystem::create_directories(FOLDER / "input");
-  std::filesystem::copy_file(data / "dbase" / "dbase.xml", FOLDER / "input" / "dbase.xml", options);
-  std::filesystem::copy_file(data / "fixes.xml", FOLDER / "input" / "fixes.xml", options);
-  std::filesystem::copy_file(data / "airports_p3d.xml", FOLDER / "airports_p3d.xml", options);
+  std::filesystem::create_directories(folder / "input");
+  std::filesystem::copy_file(data / "dbase" / "dbase.xml", folder / "input" / "dbase.xml", options);
+  std::filesystem::copy_file(data / "fixes.xml", folder / "input" / "fixes.xml", options);
+  std::filesystem::copy_file(data / "airports_p3d.xml", folder / "airports_p3d.xml", options);
 }
 
-void presetEarlierRun(const std::filesystem::path& FOLDER, std::string_view INSTALL_PATH) {
-  writeBytes(FOLDER / "AppData/Roaming/Trovalyn_P3D/parameters.xml",
+void presetEarlierRun(const std::filesystem::path& folder, std::string_view installPath) {
+  writeBytes(folder / "AppData/Roaming/Trovalyn_P3D/parameters.xml",
              "<?xml version=\"1.0\"?>\n<parameters>\n  <parameter name=\"SIM_INSTALL_PATH\" value=\"" +
-                 std::string(INSTALL_PATH) +
+                 std::string(installPath) +
                  "\" />\n  <parameter name=\"SCAN_LIVERIES\" value=\"false\" />\n"
                  "  <parameter name=\"SCAN_AIRPORTS\" value=\"false\" />\n</parameters>\n");
-  writeBytes(FOLDER / "output/LiveriesScanned.xml",
+  writeBytes(folder / "output/LiveriesScanned.xml",
              R"(<liveries><liv airl="KLM" type="B738" title="KLM 737" atcid="" /></liveries>)");
 }
 

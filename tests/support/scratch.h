@@ -31,16 +31,16 @@ protected:
   ScratchFolder scratch;
 };
 
-std::string readFile(const std::filesystem::path& PATH);
-void writeBytes(const std::filesystem::path& PATH, std::string_view BYTES);
-std::vector<std::string> fileLines(const std::filesystem::path& PATH);
-std::filesystem::path realData(std::string_view RELATIVE); // a file of the shared real data
+std::string readFile(const std::filesystem::path& path);
+void writeBytes(const std::filesystem::path& path, std::string_view bytes);
+std::vector<std::string> fileLines(const std::filesystem::path& path);
+std::filesystem::path realData(std::string_view relative); // a file of the shared real data
 // Puts the data files dataprep made at build time (input/dbase.xml, input/fixes.xml, airports_p3d.xml) into
-// the program folder FOLDER.
-void installPreparedData(const std::filesystem::path& FOLDER);
-// What an earlier run leaves in FOLDER (also the HOME of the run): parameters.xml with the simulator's
+// the program folder folder.
+void installPreparedData(const std::filesystem::path& folder);
+// What an earlier run leaves in folder (also the HOME of the run): parameters.xml with the simulator's
 // install path and the scans switched off, and a liveries file, so that a start goes straight on to the
 // simulator.
-void presetEarlierRun(const std::filesystem::path& FOLDER, std::string_view INSTALL_PATH);
+void presetEarlierRun(const std::filesystem::path& folder, std::string_view installPath);
 
 } // namespace ory::test

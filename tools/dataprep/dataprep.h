@@ -80,37 +80,37 @@ inline constexpr std::string_view categorySections[] = {"rotorcraft", "heavy", "
 
 // Everything dataprep found questionable and left out; printed to standard error.
 extern std::vector<std::string> prepWarnings;
-void prepWarning(std::string TEXT);
+void prepWarning(std::string text);
 
-// Sources. SOURCES is the folder of the reference data (tar1090-db/, faa_acd/, openflights/, ourairports/).
+// Sources. sources is the folder of the reference data (tar1090-db/, faa_acd/, openflights/, ourairports/).
 // Throws std::runtime_error for a source that can't be read at all.
-void readTypeSources(const std::filesystem::path& SOURCES, Sources& OUT);
-void readWingspanSources(const std::filesystem::path& SOURCES, Sources& OUT);
-void readAirlineSources(const std::filesystem::path& SOURCES, Sources& OUT);
-void readAirportSources(const std::filesystem::path& SOURCES, const std::filesystem::path& RULES,
-                        Sources& OUT);
+void readTypeSources(const std::filesystem::path& sources, Sources& out);
+void readWingspanSources(const std::filesystem::path& sources, Sources& out);
+void readAirlineSources(const std::filesystem::path& sources, Sources& out);
+void readAirportSources(const std::filesystem::path& sources, const std::filesystem::path& rules,
+                        Sources& out);
 // A CSV with a header naming at least registration (or reg) and icao_type (or type); airline, operator, cargo
 // are optional.
-void readRegistrationSource(const std::filesystem::path& FILE, Sources& OUT);
+void readRegistrationSource(const std::filesystem::path& file, Sources& out);
 // Lines of "title;reg1,reg2", "title;reg1,reg2;#" (special) and "title" alone (don't use).
-void readAigSource(const std::filesystem::path& FILE, Sources& OUT);
+void readAigSource(const std::filesystem::path& file, Sources& out);
 
-// Applies the rule files of RULES to the sources; every entry is checked so that the program reads it.
-PreparedData prepareData(const Sources& SOURCES, const std::filesystem::path& RULES);
+// Applies the rule files of rules to the sources; every entry is checked so that the program reads it.
+PreparedData prepareData(const Sources& sources, const std::filesystem::path& rules);
 
 // Writers; each throws std::runtime_error when it can't write.
-void writeDbaseXml(const PreparedData& DATA, const std::filesystem::path& FILE);
-void writeFixesXml(const PreparedData& DATA, const std::filesystem::path& FILE);
-void writeAirportsXml(const PreparedData& DATA, const std::filesystem::path& FILE);
-void writeAigRegcodesXml(const PreparedData& DATA, const std::filesystem::path& FILE);
-void writeVersionJson(int MAJOR, int MINOR, int PATCH, const std::filesystem::path& FILE);
+void writeDbaseXml(const PreparedData& data, const std::filesystem::path& file);
+void writeFixesXml(const PreparedData& data, const std::filesystem::path& file);
+void writeAirportsXml(const PreparedData& data, const std::filesystem::path& file);
+void writeAigRegcodesXml(const PreparedData& data, const std::filesystem::path& file);
+void writeVersionJson(int major, int minor, int patch, const std::filesystem::path& file);
 
 // The plain text of a dbase.xml, section by section.
-std::string showDbase(const std::filesystem::path& FILE);
+std::string showDbase(const std::filesystem::path& file);
 
 // Text helpers of the sources.
-std::vector<std::string> splitCsvLine(std::string_view LINE);
-std::string readWholeFile(const std::filesystem::path& FILE); // gunzips a file whose name ends in ".gz"
-std::vector<std::string> ruleLines(const std::filesystem::path& FILE); // without comments and blank lines
+std::vector<std::string> splitCsvLine(std::string_view line);
+std::string readWholeFile(const std::filesystem::path& file); // gunzips a file whose name ends in ".gz"
+std::vector<std::string> ruleLines(const std::filesystem::path& file); // without comments and blank lines
 
 } // namespace ory

@@ -36,21 +36,21 @@ Version lf_versionNow() {
   return {utc.tm_year + 1900, (utc.tm_mon + 1) * 100 + utc.tm_mday, utc.tm_hour * 100 + utc.tm_min};
 }
 
-int lf_build(const std::map<std::string, std::string>& OPTIONS) {
-  const fs::path out = OPTIONS.at("--out");
+int lf_build(const std::map<std::string, std::string>& options) {
+  const fs::path out = options.at("--out");
   const fs::path sourcesFolder =
-      OPTIONS.contains("--sources") ? OPTIONS.at("--sources") : DATAPREP_SOURCES_DIR;
-  const fs::path rules = OPTIONS.contains("--rules") ? OPTIONS.at("--rules") : DATAPREP_RULES_DIR;
+      options.contains("--sources") ? options.at("--sources") : DATAPREP_SOURCES_DIR;
+  const fs::path rules = options.contains("--rules") ? options.at("--rules") : DATAPREP_RULES_DIR;
   const Version version =
-      OPTIONS.contains("--version") ? parseVersion(OPTIONS.at("--version")) : lf_versionNow();
+      options.contains("--version") ? parseVersion(options.at("--version")) : lf_versionNow();
 
   Sources sources;
   readTypeSources(sourcesFolder, sources);
   readWingspanSources(sourcesFolder, sources);
   readAirlineSources(sourcesFolder, sources);
   readAirportSources(sourcesFolder, rules, sources);
-  if (OPTIONS.contains("--registrations")) readRegistrationSource(OPTIONS.at("--registrations"), sources);
-  if (OPTIONS.contains("--aig")) readAigSource(OPTIONS.at("--aig"), sources);
+  if (options.contains("--registrations")) readRegistrationSource(options.at("--registrations"), sources);
+  if (options.contains("--aig")) readAigSource(options.at("--aig"), sources);
   const PreparedData data = prepareData(sources, rules);
 
   writeDbaseXml(data, out / "dbase" / "dbase.xml");
@@ -77,12 +77,12 @@ int lf_build(const std::map<std::string, std::string>& OPTIONS) {
 }
 
 // "--key value" pairs; nothing else is accepted.
-std::optional<std::map<std::string, std::string>> lf_options(int ARGC, char** ARGV) {
+std::optional<std::map<std::string, std::string>> lf_options(int argc, char** argv) {
   std::map<std::string, std::string> options;
-  for (int i = 2; i < ARGC; i += 2) {
-    const std::string key = ARGV[i];
-    if (i + 1 >= ARGC || !key.starts_with("--")) return std::nullopt;
-    options[key] = ARGV[i + 1];
+  for (int i = 2; i < argc; i += 2) {
+    const std::string key = argv[i];
+    if (i + 1 >= argc || !key.starts_with("--")) return std::nullopt;
+    options[key] = argv[i + 1];
   }
   for (const auto& [key, value] : options)
     if (key != "--out" && key != "--sources" && key != "--rules" && key != "--registrations" &&

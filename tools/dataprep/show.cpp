@@ -23,36 +23,36 @@ constexpr StoredForm storedForms[] = {{"types", unscrambleModel},   {"type", uns
                                       {"codes", unscrambleAirline}, {"airl", unscrambleAirline},
                                       {"opr", unscrambleAirline},   {"reg", unscrambleRegcode}};
 
-Unscramble lf_unscrambleFor(const char* ATTRIBUTE) {
+Unscramble lf_unscrambleFor(const char* attribute) {
   for (const StoredForm& form : storedForms)
-    if (std::strcmp(form.attribute, ATTRIBUTE) == 0) return form.unscramble;
+    if (std::strcmp(form.attribute, attribute) == 0) return form.unscramble;
   return nullptr;
 }
 
 // A token that doesn't read back is shown as it stands, marked with '?'.
-std::string lf_plain(Unscramble UNSCRAMBLE, std::string_view TOKEN) {
+std::string lf_plain(Unscramble unscramble, std::string_view token) {
   try {
-    return UNSCRAMBLE(TOKEN);
+    return unscramble(token);
   } catch (const std::exception&) {
-    return fmt::format("?{}", TOKEN);
+    return fmt::format("?{}", token);
   }
 }
 
-std::string lf_attributeText(const pugi::xml_attribute ATTRIBUTE) {
-  const Unscramble unscramble = lf_unscrambleFor(ATTRIBUTE.name());
-  if (!unscramble) return ATTRIBUTE.value();
+std::string lf_attributeText(const pugi::xml_attribute attribute) {
+  const Unscramble unscramble = lf_unscrambleFor(attribute.name());
+  if (!unscramble) return attribute.value();
   std::string text;
-  for (const std::string_view token : splitTrimmed(ATTRIBUTE.value()))
+  for (const std::string_view token : splitTrimmed(attribute.value()))
     text.append(text.empty() ? "" : ",").append(lf_plain(unscramble, token));
   return text;
 }
 
 } // namespace
 
-std::string showDbase(const std::filesystem::path& FILE) {
+std::string showDbase(const std::filesystem::path& file) {
   pugi::xml_document document;
-  const pugi::xml_parse_result loaded = document.load_file(FILE.c_str());
-  if (!loaded) throw std::runtime_error(fmt::format("{} not read: {}", FILE.string(), loaded.description()));
+  const pugi::xml_parse_result loaded = document.load_file(file.c_str());
+  if (!loaded) throw std::runtime_error(fmt::format("{} not read: {}", file.string(), loaded.description()));
   std::string text;
   for (const pugi::xml_node section : document.children()) {
     if (section.type() != pugi::node_element) continue;

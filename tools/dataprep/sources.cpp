@@ -16,8 +16,8 @@ namespace ory {
 
 std::vector<std::string> prepWarnings;
 
-void prepWarning(std::string TEXT) {
-  prepWarnings.push_back(std::move(TEXT));
+void prepWarning(std::string text) {
+  prepWarnings.push_back(std::move(text));
 }
 
 namespace {
@@ -25,9 +25,9 @@ namespace {
 namespace fs = std::filesystem;
 using json = nlohmann::json;
 
-std::string lf_gunzip(const fs::path& FILE) {
-  gzFile file = gzopen(FILE.string().c_str(), "rb");
-  if (!file) throw std::runtime_error(fmt::format("can't open {}", FILE.string()));
+std::string lf_gunzip(const fs::path& rawFile) {
+  gzFile file = gzopen(rawFile.string().c_str(), "rb");
+  if (!file) throw std::runtime_error(fmt::format("can't open {}", rawFile.string()));
   std::string bytes;
   char buffer[1 << 16];
   int count = 0;
@@ -35,13 +35,13 @@ std::string lf_gunzip(const fs::path& FILE) {
     bytes.append(buffer, static_cast<std::size_t>(count));
   const bool failed = count < 0;
   gzclose(file);
-  if (failed) throw std::runtime_error(fmt::format("{} is no valid gzip file", FILE.string()));
+  if (failed) throw std::runtime_error(fmt::format("{} is no valid gzip file", rawFile.string()));
   return bytes;
 }
 
-std::vector<std::string_view> lf_lines(std::string_view TEXT) {
+std::vector<std::string_view> lf_lines(std::string_view text) {
   std::vector<std::string_view> lines;
-  for (std::string_view line : splitFields(TEXT, '\n')) {
+  for (std::string_view line : splitFields(text, '\n')) {
     if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
     lines.push_back(line);
   }
@@ -52,70 +52,70 @@ std::vector<std::string_view> lf_lines(std::string_view TEXT) {
 // Column numbers of a CSV header by name; -1 for a column that isn't there.
 struct CsvHeader {
   std::vector<std::string> names;
-  int column(std::initializer_list<std::string_view> CANDIDATES) const {
-    for (const std::string_view candidate : CANDIDATES)
+  int column(std::initializer_list<std::string_view> candidates) const {
+    for (const std::string_view candidate : candidates)
       if (const auto it = std::find(names.begin(), names.end(), candidate); it != names.end())
         return static_cast<int>(it - names.begin());
     return -1;
   }
 };
 
-std::string lf_field(const std::vector<std::string>& FIELDS, int COLUMN) {
-  if (COLUMN < 0 || COLUMN >= static_cast<int>(FIELDS.size())) return {};
-  return std::string(trimBlanks(FIELDS[static_cast<std::size_t>(COLUMN)]));
+std::string lf_field(const std::vector<std::string>& fields, int column) {
+  if (column < 0 || column >= static_cast<int>(fields.size())) return {};
+  return std::string(trimBlanks(fields[static_cast<std::size_t>(column)]));
 }
 
 // The BOM some CSV files start with.
-std::string_view lf_withoutBom(std::string_view TEXT) {
-  return TEXT.starts_with("\xEF\xBB\xBF") ? TEXT.substr(3) : TEXT;
+std::string_view lf_withoutBom(std::string_view text) {
+  return text.starts_with("\xEF\xBB\xBF") ? text.substr(3) : text;
 }
 
-bool lf_isUpperCode(std::string_view TEXT, std::size_t LENGTH) {
-  return TEXT.size() == LENGTH &&
-         std::all_of(TEXT.begin(), TEXT.end(), [](char c) { return c >= 'A' && c <= 'Z'; });
+bool lf_isUpperCode(std::string_view text, std::size_t length) {
+  return text.size() == length &&
+         std::all_of(text.begin(), text.end(), [](char c) { return c >= 'A' && c <= 'Z'; });
 }
 
-std::map<std::string, std::string> lf_keyValues(const fs::path& FILE) {
+std::map<std::string, std::string> lf_keyValues(const fs::path& file) {
   std::map<std::string, std::string> values;
-  for (const std::string& line : ruleLines(FILE)) {
+  for (const std::string& line : ruleLines(file)) {
     const std::size_t equals = line.find('=');
     if (equals == std::string::npos)
-      throw std::runtime_error(fmt::format("{}: no '=' in \"{}\"", FILE.string(), line));
+      throw std::runtime_error(fmt::format("{}: no '=' in \"{}\"", file.string(), line));
     values[std::string(trimBlanks(std::string_view(line).substr(0, equals)))] =
         trimBlanks(std::string_view(line).substr(equals + 1));
   }
   return values;
 }
 
-std::vector<std::string> lf_words(std::string_view TEXT) {
-  std::istringstream in{std::string(TEXT)};
+std::vector<std::string> lf_words(std::string_view text) {
+  std::istringstream in{std::string(text)};
   return {std::istream_iterator<std::string>(in), std::istream_iterator<std::string>()};
 }
 
 } // namespace
 
-std::string readWholeFile(const fs::path& FILE) {
-  if (FILE.extension() == ".gz") return lf_gunzip(FILE);
-  std::ifstream in(FILE, std::ios::binary);
-  if (!in) throw std::runtime_error(fmt::format("can't open {}", FILE.string()));
+std::string readWholeFile(const fs::path& file) {
+  if (file.extension() == ".gz") return lf_gunzip(file);
+  std::ifstream in(file, std::ios::binary);
+  if (!in) throw std::runtime_error(fmt::format("can't open {}", file.string()));
   return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
-std::vector<std::string> ruleLines(const fs::path& FILE) {
+std::vector<std::string> ruleLines(const fs::path& file) {
   std::vector<std::string> lines;
-  const std::string text = readWholeFile(FILE);
+  const std::string text = readWholeFile(file);
   for (const std::string_view line : lf_lines(text))
     if (const std::string_view kept = trimBlanks(line); !kept.empty() && kept.front() != '#')
       lines.emplace_back(kept);
   return lines;
 }
 
-std::vector<std::string> splitCsvLine(std::string_view LINE) {
+std::vector<std::string> splitCsvLine(std::string_view line) {
   std::vector<std::string> fields(1);
   bool quoted = false;
-  for (std::size_t i = 0; i < LINE.size(); ++i) {
-    const char c = LINE[i];
-    if (quoted && c == '"' && i + 1 < LINE.size() && LINE[i + 1] == '"') {
+  for (std::size_t i = 0; i < line.size(); ++i) {
+    const char c = line[i];
+    if (quoted && c == '"' && i + 1 < line.size() && line[i + 1] == '"') {
       fields.back() += '"';
       ++i;
     } else if (c == '"') {
@@ -130,21 +130,21 @@ std::vector<std::string> splitCsvLine(std::string_view LINE) {
 }
 
 // tar1090-db icao_aircraft_types2.json: {"B744": ["BOEING 747-400", "L4J", "H"], ...}
-void readTypeSources(const fs::path& SOURCES, Sources& OUT) {
-  const json types = json::parse(readWholeFile(SOURCES / "tar1090-db" / "icao_aircraft_types2.json"));
+void readTypeSources(const fs::path& sources, Sources& out) {
+  const json types = json::parse(readWholeFile(sources / "tar1090-db" / "icao_aircraft_types2.json"));
   for (const auto& [code, entry] : types.items()) {
     if (!entry.is_array() || entry.size() < 3) {
       prepWarning(fmt::format("type {}: entry without name, description and wake category, skipped", code));
       continue;
     }
-    OUT.types[code] = {entry[0].get<std::string>(), entry[1].get<std::string>(), entry[2].get<std::string>()};
+    out.types[code] = {entry[0].get<std::string>(), entry[1].get<std::string>(), entry[2].get<std::string>()};
   }
 }
 
 // FAA Aircraft Characteristics Database: icao_type, manufacturer, model, wingspan_ft, ... Of several rows of
 // one type the widest counts.
-void readWingspanSources(const fs::path& SOURCES, Sources& OUT) {
-  const std::string text = readWholeFile(SOURCES / "faa_acd" / "faa_acd_2009_wingspan_height_arc.csv");
+void readWingspanSources(const fs::path& sources, Sources& out) {
+  const std::string text = readWholeFile(sources / "faa_acd" / "faa_acd_2009_wingspan_height_arc.csv");
   const std::vector<std::string_view> lines = lf_lines(lf_withoutBom(text));
   if (lines.empty()) return;
   const CsvHeader header{splitCsvLine(lines[0])};
@@ -156,7 +156,7 @@ void readWingspanSources(const fs::path& SOURCES, Sources& OUT) {
     if (type.empty()) continue; // a model without an ICAO code
     try {
       const double meters = std::stod(lf_field(fields, spanColumn)) * 0.3048;
-      double& known = OUT.wingspanMeters[type];
+      double& known = out.wingspanMeters[type];
       known = std::max(known, meters);
     } catch (const std::exception&) {
       prepWarning(fmt::format("wingspan of {} is no number: \"{}\"", type, lf_field(fields, spanColumn)));
@@ -166,27 +166,27 @@ void readWingspanSources(const fs::path& SOURCES, Sources& OUT) {
 
 // tar1090-db operators.json ({"KLM": {"n": name, ...}}) and OpenFlights airlines.dat (ICAO code in field 5).
 // Defunct airlines stay: add-on liveries of them exist.
-void readAirlineSources(const fs::path& SOURCES, Sources& OUT) {
-  const json operators = json::parse(readWholeFile(SOURCES / "tar1090-db" / "operators.json"));
+void readAirlineSources(const fs::path& sources, Sources& out) {
+  const json operators = json::parse(readWholeFile(sources / "tar1090-db" / "operators.json"));
   for (const auto& [code, entry] : operators.items())
-    if (lf_isUpperCode(code, 3)) OUT.airlines[code].name = entry.value("n", "");
-  const std::string text = readWholeFile(SOURCES / "openflights" / "airlines.dat");
+    if (lf_isUpperCode(code, 3)) out.airlines[code].name = entry.value("n", "");
+  const std::string text = readWholeFile(sources / "openflights" / "airlines.dat");
   for (const std::string_view line : lf_lines(text)) {
     const std::vector<std::string> fields = splitCsvLine(line);
     const std::string code = lf_field(fields, 4);
     if (!lf_isUpperCode(code, 3)) continue;
-    AirlineSource& airline = OUT.airlines[code];
+    AirlineSource& airline = out.airlines[code];
     if (airline.name.empty()) airline.name = lf_field(fields, 1);
   }
 }
 
 // OurAirports airports.csv(.gz). rules/airports.txt says which kinds are kept and where the code comes from.
-void readAirportSources(const fs::path& SOURCES, const fs::path& RULES, Sources& OUT) {
-  const auto rules = lf_keyValues(RULES / "airports.txt");
+void readAirportSources(const fs::path& sources, const fs::path& rawRules, Sources& out) {
+  const auto rules = lf_keyValues(rawRules / "airports.txt");
   const std::vector<std::string> kinds = lf_words(rules.at("kinds"));
   const std::vector<std::string> codeColumns = lf_words(rules.at("code_columns"));
   const std::regex codePattern(rules.at("code_pattern"));
-  const std::string text = readWholeFile(SOURCES / "ourairports" / "airports.csv.gz");
+  const std::string text = readWholeFile(sources / "ourairports" / "airports.csv.gz");
   const std::vector<std::string_view> lines = lf_lines(lf_withoutBom(text));
   if (lines.empty()) return;
   const CsvHeader header{splitCsvLine(lines[0])};
@@ -223,34 +223,34 @@ void readAirportSources(const fs::path& SOURCES, const fs::path& RULES, Sources&
   if (withoutElevation > 0)
     prepWarning(fmt::format("{} airports without elevation skipped", withoutElevation));
   for (auto& [code, ranked] : byCode)
-    OUT.airports.push_back(std::move(ranked.second));
+    out.airports.push_back(std::move(ranked.second));
 }
 
-void readRegistrationSource(const fs::path& FILE, Sources& OUT) {
-  const std::string text = readWholeFile(FILE);
+void readRegistrationSource(const fs::path& file, Sources& out) {
+  const std::string text = readWholeFile(file);
   const std::vector<std::string_view> lines = lf_lines(lf_withoutBom(text));
   if (lines.empty()) return;
   const CsvHeader header{splitCsvLine(lines[0])};
   const int regColumn = header.column({"registration", "reg"});
   const int typeColumn = header.column({"icao_type", "type"});
   if (regColumn < 0 || typeColumn < 0)
-    throw std::runtime_error(fmt::format("{}: header without registration and icao_type", FILE.string()));
+    throw std::runtime_error(fmt::format("{}: header without registration and icao_type", file.string()));
   const int airlineColumn = header.column({"airline", "owner", "airl"});
   const int operatorColumn = header.column({"operator", "opr"});
   const int cargoColumn = header.column({"cargo"});
   for (std::size_t i = 1; i < lines.size(); ++i) {
     const std::vector<std::string> fields = splitCsvLine(lines[i]);
-    OUT.registrations.push_back({lf_field(fields, regColumn), lf_field(fields, typeColumn),
+    out.registrations.push_back({lf_field(fields, regColumn), lf_field(fields, typeColumn),
                                  lf_field(fields, airlineColumn), lf_field(fields, operatorColumn),
                                  isTrueText(lf_field(fields, cargoColumn))});
   }
 }
 
-void readAigSource(const fs::path& FILE, Sources& OUT) {
-  for (const std::string& line : ruleLines(FILE)) {
+void readAigSource(const fs::path& file, Sources& out) {
+  for (const std::string& line : ruleLines(file)) {
     const std::vector<std::string_view> fields = splitFields(line, ';');
     if (fields.size() > 3 || (fields.size() == 3 && trimBlanks(fields[2]) != "#")) {
-      prepWarning(fmt::format("{}: wrong format: {}", FILE.string(), line));
+      prepWarning(fmt::format("{}: wrong format: {}", file.string(), line));
       continue;
     }
     AigSource livery{std::string(trimBlanks(fields[0])), {}, fields.size() == 3};
@@ -259,10 +259,10 @@ void readAigSource(const fs::path& FILE, Sources& OUT) {
         livery.regcodes.emplace_back(regcode);
     // "title;" binds nothing, as in the program's own text files; written out it would forbid the title.
     if (fields.size() >= 2 && livery.regcodes.empty()) {
-      prepWarning(fmt::format("{}: no regcode: {}", FILE.string(), line));
+      prepWarning(fmt::format("{}: no regcode: {}", file.string(), line));
       continue;
     }
-    OUT.aigLiveries.push_back(std::move(livery));
+    out.aigLiveries.push_back(std::move(livery));
   }
 }
 

@@ -15,47 +15,47 @@ constexpr std::size_t timestampField = 14;
 constexpr std::size_t fieldsOfALine = 30;
 constexpr double millisecondsFrom = 171644617100.79;
 
-std::vector<std::string_view> lf_split(std::string_view LINE) {
+std::vector<std::string_view> lf_split(std::string_view line) {
   std::vector<std::string_view> fields;
   std::size_t start = 0;
-  for (std::size_t comma = LINE.find(','); comma != std::string_view::npos; comma = LINE.find(',', start)) {
-    fields.push_back(LINE.substr(start, comma - start));
+  for (std::size_t comma = line.find(','); comma != std::string_view::npos; comma = line.find(',', start)) {
+    fields.push_back(line.substr(start, comma - start));
     start = comma + 1;
   }
-  fields.push_back(LINE.substr(start));
+  fields.push_back(line.substr(start));
   return fields;
 }
 
-std::string lf_optional(const std::optional<double>& VALUE, std::string_view NONE, int DECIMALS) {
-  return VALUE ? fmt::format("{:.{}f}", *VALUE, DECIMALS) : std::string(NONE);
+std::string lf_optional(const std::optional<double>& value, std::string_view none, int decimals) {
+  return value ? fmt::format("{:.{}f}", *value, decimals) : std::string(none);
 }
 
-std::string lf_orNull(const std::string& TEXT) {
-  return TEXT.empty() ? "null" : TEXT;
+std::string lf_orNull(const std::string& text) {
+  return text.empty() ? "null" : text;
 }
 
-std::string lf_timestampText(double SECONDS, bool MILLISECONDS) {
-  return MILLISECONDS ? fmt::format("{}", static_cast<std::int64_t>(SECONDS * 1000 + 0.5))
-                      : fmt::format("{:.2f}", SECONDS);
+std::string lf_timestampText(double seconds, bool milliseconds) {
+  return milliseconds ? fmt::format("{}", static_cast<std::int64_t>(seconds * 1000 + 0.5))
+                      : fmt::format("{:.2f}", seconds);
 }
 
-std::string lf_withChecksum(std::string LINE) {
-  const std::uint32_t checksum = lineChecksum(LINE);
-  return LINE + fmt::format(",{}", checksum);
+std::string lf_withChecksum(std::string line) {
+  const std::uint32_t checksum = lineChecksum(line);
+  return line + fmt::format(",{}", checksum);
 }
 
 } // namespace
 
-std::vector<CaptureEntry> readCapture(const std::string& PATH) {
-  std::ifstream file(PATH);
-  if (!file) throw std::runtime_error("cannot read the capture " + PATH);
+std::vector<CaptureEntry> readCapture(const std::string& path) {
+  std::ifstream file(path);
+  if (!file) throw std::runtime_error("cannot read the capture " + path);
   std::vector<CaptureEntry> entries;
   std::string text;
   for (int number = 1; std::getline(file, text); ++number) {
     if (!text.empty() && text.back() == '\r') text.pop_back();
     if (text.empty() || text.front() == '#') continue;
     const auto bad = [&] {
-      return std::runtime_error(fmt::format("{}:{}: not a capture entry", PATH, number));
+      return std::runtime_error(fmt::format("{}:{}: not a capture entry", path, number));
     };
     const std::size_t first = text.find(' ');
     const std::size_t second = first == std::string::npos ? first : text.find(' ', first + 1);
@@ -83,35 +83,35 @@ std::vector<CaptureEntry> readCapture(const std::string& PATH) {
   return entries;
 }
 
-std::string captureText(const CaptureEntry& ENTRY) {
+std::string captureText(const CaptureEntry& entry) {
   static constexpr const char* kinds[] = {"T", "W", "DROP"};
-  return fmt::format("{:.3f} {} {}", ENTRY.offset, kinds[static_cast<int>(ENTRY.kind)], ENTRY.payload);
+  return fmt::format("{:.3f} {} {}", entry.offset, kinds[static_cast<int>(entry.kind)], entry.payload);
 }
 
-std::uint32_t lineChecksum(std::string_view LINE_WITHOUT_CHECKSUM) {
-  const auto* bytes = reinterpret_cast<const Bytef*>(LINE_WITHOUT_CHECKSUM.data());
-  return static_cast<std::uint32_t>(crc32(0, bytes, static_cast<uInt>(LINE_WITHOUT_CHECKSUM.size())));
+std::uint32_t lineChecksum(std::string_view lineWithoutChecksum) {
+  const auto* bytes = reinterpret_cast<const Bytef*>(lineWithoutChecksum.data());
+  return static_cast<std::uint32_t>(crc32(0, bytes, static_cast<uInt>(lineWithoutChecksum.size())));
 }
 
-std::string trafficLine(const TrackPoint& POINT) {
+std::string trafficLine(const TrackPoint& point) {
   // RTTFC fields 0 to 28: kind, hexid, lat, lon, baro_alt, baro_rate, gnd, track, gsp, cs_icao, ac_type,
   // ac_tailno, from_iata, to_iata, timestamp, source, cs_iata, msg_type, alt_geom, IAS, TAS, Mach,
   // track_rate, roll, mag_heading, true_heading, geom_rate, emergency, category.
   const std::string line = fmt::format(
       "RTTFC,{},{:.6f},{:.6f},{:.0f},{:.0f},{},{},{:.1f},{},{},{},{},{},{},X,,{},{},{},{},,,{},,{},,,{}",
-      POINT.hexid, POINT.lat, POINT.lon, POINT.onGround ? 0.0 : POINT.altitude, POINT.verticalRate,
-      POINT.onGround ? 1 : 0, lf_optional(POINT.track, "", 1), POINT.groundSpeed, lf_orNull(POINT.callsign),
-      lf_orNull(POINT.type), lf_orNull(POINT.registration), lf_orNull(POINT.origin),
-      lf_orNull(POINT.destination), lf_timestampText(POINT.time, POINT.milliseconds), POINT.kind,
-      lf_optional(POINT.geometricAltitude, "", 0), lf_optional(POINT.ias, "", 0),
-      lf_optional(POINT.tas, "-1", 0), lf_optional(POINT.roll, "-1", 1),
-      lf_optional(POINT.trueHeading, "-1", 2), POINT.category);
+      point.hexid, point.lat, point.lon, point.onGround ? 0.0 : point.altitude, point.verticalRate,
+      point.onGround ? 1 : 0, lf_optional(point.track, "", 1), point.groundSpeed, lf_orNull(point.callsign),
+      lf_orNull(point.type), lf_orNull(point.registration), lf_orNull(point.origin),
+      lf_orNull(point.destination), lf_timestampText(point.time, point.milliseconds), point.kind,
+      lf_optional(point.geometricAltitude, "", 0), lf_optional(point.ias, "", 0),
+      lf_optional(point.tas, "-1", 0), lf_optional(point.roll, "-1", 1),
+      lf_optional(point.trueHeading, "-1", 2), point.category);
   return lf_withChecksum(line);
 }
 
-std::string retimedLine(std::string_view LINE, double NOW_SECONDS) {
-  const std::vector<std::string_view> fields = lf_split(LINE);
-  if (fields.size() < fieldsOfALine) return std::string(LINE);
+std::string retimedLine(std::string_view rawLine, double nowSeconds) {
+  const std::vector<std::string_view> fields = lf_split(rawLine);
+  if (fields.size() < fieldsOfALine) return std::string(rawLine);
   double old = 0;
   const std::string_view stamp = fields[timestampField];
   std::from_chars(stamp.data(), stamp.data() + stamp.size(), old);
@@ -119,7 +119,7 @@ std::string retimedLine(std::string_view LINE, double NOW_SECONDS) {
   for (std::size_t i = 0; i + 1 < fields.size(); ++i) {
     if (i > 0) line += ',';
     line +=
-        i == timestampField ? lf_timestampText(NOW_SECONDS, old > millisecondsFrom) : std::string(fields[i]);
+        i == timestampField ? lf_timestampText(nowSeconds, old > millisecondsFrom) : std::string(fields[i]);
   }
   return lf_withChecksum(line);
 }

@@ -20,8 +20,8 @@ struct CaptureEntry {
 };
 
 // Throws std::runtime_error naming the file and line of a malformed entry.
-std::vector<CaptureEntry> readCapture(const std::string& PATH);
-std::string captureText(const CaptureEntry& ENTRY); // one line of a capture file, without the line end
+std::vector<CaptureEntry> readCapture(const std::string& path);
+std::string captureText(const CaptureEntry& entry); // one line of a capture file, without the line end
 
 // One report of an aircraft, as the converter gathers it from a source.
 struct TrackPoint {
@@ -45,11 +45,11 @@ struct TrackPoint {
 };
 
 // The point as RealTraffic's traffic line (RTTFC), with its checksum.
-std::string trafficLine(const TrackPoint& POINT);
+std::string trafficLine(const TrackPoint& point);
 // The checksum of a line: CRC-32 of every byte before its last comma.
-std::uint32_t lineChecksum(std::string_view LINE_WITHOUT_CHECKSUM);
-// LINE with its timestamp (field 14) set to NOW_SECONDS, in the unit the line used, and its checksum renewed.
+std::uint32_t lineChecksum(std::string_view lineWithoutChecksum);
+// line with its timestamp (field 14) set to nowSeconds, in the unit the line used, and its checksum renewed.
 // A line of fewer than 30 fields goes out as it is.
-std::string retimedLine(std::string_view LINE, double NOW_SECONDS);
+std::string retimedLine(std::string_view line, double nowSeconds);
 
 } // namespace ory

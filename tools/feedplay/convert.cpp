@@ -31,9 +31,9 @@ struct Lookups {
 };
 
 // gzread passes a plain file through unchanged.
-std::string lf_readMaybeGzipped(const std::string& PATH) {
-  gzFile file = gzopen(PATH.c_str(), "rb");
-  if (!file) throw std::runtime_error("cannot read " + PATH);
+std::string lf_readMaybeGzipped(const std::string& path) {
+  gzFile file = gzopen(path.c_str(), "rb");
+  if (!file) throw std::runtime_error("cannot read " + path);
   std::string text;
   char chunk[1 << 16];
   int got = 0;
@@ -41,60 +41,60 @@ std::string lf_readMaybeGzipped(const std::string& PATH) {
     text.append(chunk, static_cast<std::size_t>(got));
   const bool failed = got < 0;
   gzclose(file);
-  if (failed) throw std::runtime_error("broken gzip data in " + PATH);
+  if (failed) throw std::runtime_error("broken gzip data in " + path);
   return text;
 }
 
-std::uint32_t lf_hexid(std::string_view HEX) {
+std::uint32_t lf_hexid(std::string_view hex) {
   std::uint32_t value = 0;
-  for (char c : HEX) {
+  for (char c : hex) {
     const int digit = std::isdigit(static_cast<unsigned char>(c)) ? c - '0'
                       : std::isxdigit(static_cast<unsigned char>(c))
                           ? std::tolower(static_cast<unsigned char>(c)) - 'a' + 10
                           : -1;
-    if (digit < 0) throw std::runtime_error(fmt::format("not an ICAO address: {}", HEX));
+    if (digit < 0) throw std::runtime_error(fmt::format("not an ICAO address: {}", hex));
     value = value * 16 + static_cast<std::uint32_t>(digit);
   }
   return value;
 }
 
-std::string lf_trim(std::string TEXT) {
-  while (!TEXT.empty() && std::isspace(static_cast<unsigned char>(TEXT.back())))
-    TEXT.pop_back();
-  while (!TEXT.empty() && std::isspace(static_cast<unsigned char>(TEXT.front())))
-    TEXT.erase(TEXT.begin());
-  return TEXT;
+std::string lf_trim(std::string text) {
+  while (!text.empty() && std::isspace(static_cast<unsigned char>(text.back())))
+    text.pop_back();
+  while (!text.empty() && std::isspace(static_cast<unsigned char>(text.front())))
+    text.erase(text.begin());
+  return text;
 }
 
-std::optional<double> lf_number(const json& VALUE) {
-  if (VALUE.is_number()) return VALUE.get<double>();
+std::optional<double> lf_number(const json& value) {
+  if (value.is_number()) return value.get<double>();
   return std::nullopt;
 }
 
-std::optional<double> lf_member(const json& OBJECT, const char* KEY) {
-  const auto found = OBJECT.find(KEY);
-  return found == OBJECT.end() ? std::nullopt : lf_number(*found);
+std::optional<double> lf_member(const json& object, const char* key) {
+  const auto found = object.find(key);
+  return found == object.end() ? std::nullopt : lf_number(*found);
 }
 
-std::string lf_text(const json& OBJECT, const char* KEY) {
-  const auto found = OBJECT.find(KEY);
-  return found != OBJECT.end() && found->is_string() ? lf_trim(found->get<std::string>()) : std::string();
+std::string lf_text(const json& object, const char* key) {
+  const auto found = object.find(key);
+  return found != object.end() && found->is_string() ? lf_trim(found->get<std::string>()) : std::string();
 }
 
-std::vector<std::string> lf_csvRow(const std::string& LINE) {
+std::vector<std::string> lf_csvRow(const std::string& line) {
   std::vector<std::string> cells;
-  std::stringstream stream(LINE);
+  std::stringstream stream(line);
   std::string cell;
   while (std::getline(stream, cell, ','))
     cells.push_back(lf_trim(cell));
-  if (!LINE.empty() && LINE.back() == ',') cells.emplace_back();
+  if (!line.empty() && line.back() == ',') cells.emplace_back();
   return cells;
 }
 
-Lookups lf_lookups(const ConvertOptions& OPTIONS) {
+Lookups lf_lookups(const ConvertOptions& options) {
   Lookups lookups;
-  if (!OPTIONS.registry.empty()) {
-    std::stringstream lines(lf_readMaybeGzipped(OPTIONS.registry));
+  if (!options.registry.empty()) {
+    std::stringstream lines(lf_readMaybeGzipped(options.registry));
     std::string line;
     std::getline(lines, line); // header
     while (std::getline(lines, line)) {
@@ -102,14 +102,14 @@ Lookups lf_lookups(const ConvertOptions& OPTIONS) {
       if (cells.size() >= 3) lookups.registry[lf_hexid(cells[0])] = {cells[1], cells[2]};
     }
   }
-  if (!OPTIONS.types.empty()) {
+  if (!options.types.empty()) {
     // type -> [name, ICAO description such as L2J or H2T, wake turbulence category]
-    const json types = json::parse(lf_readMaybeGzipped(OPTIONS.types));
+    const json types = json::parse(lf_readMaybeGzipped(options.types));
     for (const auto& [type, facts] : types.items()) {
       if (!facts.is_array() || facts.size() < 3 || !facts[1].is_string() || !facts[2].is_string()) continue;
       const std::string description = facts[1].get<std::string>();
       const std::string wake = facts[2].get<std::string>();
-      // ADS-B emitter categories: A1 light, A3 large, A5 heavy, A7 rotorcraft.
+      // ADS-b emitter categories: A1 light, A3 large, A5 heavy, A7 rotorcraft.
       std::string category = description.starts_with("H") ? "A7"
                              : wake == "H" || wake == "J" ? "A5"
                              : wake == "M"                ? "A3"
@@ -123,15 +123,15 @@ Lookups lf_lookups(const ConvertOptions& OPTIONS) {
 
 // readsb's trace_full: [seconds after timestamp, lat, lon, altitude or "ground", ground speed, track, flags,
 // vertical rate, details, source, geometric altitude, geometric rate, IAS, roll] (readsb README-json).
-std::vector<TrackPoint> lf_readsbTrace(const json& TRACE) {
+std::vector<TrackPoint> lf_readsbTrace(const json& trace) {
   std::vector<TrackPoint> points;
   TrackPoint carried;
-  carried.hexid = lf_hexid(lf_text(TRACE, "icao"));
-  carried.registration = lf_text(TRACE, "r");
-  carried.type = lf_text(TRACE, "t");
-  const double base = TRACE.at("timestamp").get<double>();
+  carried.hexid = lf_hexid(lf_text(trace, "icao"));
+  carried.registration = lf_text(trace, "r");
+  carried.type = lf_text(trace, "t");
+  const double base = trace.at("timestamp").get<double>();
   bool speedKnown = false;
-  for (const json& row : TRACE.at("trace")) {
+  for (const json& row : trace.at("trace")) {
     if (!row.is_array() || row.size() < 10) continue;
     const json& details = row[8];
     if (details.is_object()) {
@@ -173,11 +173,11 @@ std::vector<TrackPoint> lf_readsbTrace(const json& TRACE) {
 
 // OpenSky-style records: timestamp in ms, icao24 in hex, position, altitude, groundspeed, track,
 // vertical_rate, callsign, and at times origin, destination and onground.
-std::vector<TrackPoint> lf_openSkyRecords(const json& RECORDS) {
+std::vector<TrackPoint> lf_openSkyRecords(const json& records) {
   std::vector<TrackPoint> points;
   std::map<std::uint32_t, TrackPoint> carried;
   std::map<std::uint32_t, bool> altitudeKnown;
-  for (const json& record : RECORDS) {
+  for (const json& record : records) {
     const auto lat = lf_member(record, "latitude");
     const auto lon = lf_member(record, "longitude");
     const auto time = lf_member(record, "timestamp");
@@ -209,9 +209,9 @@ std::vector<TrackPoint> lf_openSkyRecords(const json& RECORDS) {
 }
 
 // pandas' "columns" form, {"column": {"row": value}}, back to records.
-json lf_recordsOfColumns(const json& COLUMNS) {
+json lf_recordsOfColumns(const json& columns) {
   std::map<long, json> rows;
-  for (const auto& [column, values] : COLUMNS.items())
+  for (const auto& [column, values] : columns.items())
     for (const auto& [row, value] : values.items())
       rows[std::stol(row)][column] = value;
   json records = json::array();
@@ -223,19 +223,19 @@ json lf_recordsOfColumns(const json& COLUMNS) {
 // The flat trace CSV:
 // hex,unix_time,lat,lon,alt_baro_ft,on_ground,gs_kt,track_deg,baro_rate_fpm,callsign,type,
 // reg,category,true_heading,roll_deg,tas_kt,alt_geom_ft,squawk,source.
-std::vector<TrackPoint> lf_flatCsv(const std::string& TEXT, const std::string& PATH) {
+std::vector<TrackPoint> lf_flatCsv(const std::string& text, const std::string& path) {
   std::vector<TrackPoint> points;
-  std::stringstream lines(TEXT);
+  std::stringstream lines(text);
   std::string line;
   std::getline(lines, line);
   int lineNumber = 1;
   // The whole cell, or the file and line are named.
-  const auto number = [&](const std::string& CELL) -> std::optional<double> {
-    if (CELL.empty()) return std::nullopt;
+  const auto number = [&](const std::string& cell) -> std::optional<double> {
+    if (cell.empty()) return std::nullopt;
     double value = 0;
-    const auto [end, error] = std::from_chars(CELL.data(), CELL.data() + CELL.size(), value);
-    if (error != std::errc() || end != CELL.data() + CELL.size())
-      throw std::runtime_error(fmt::format("{}:{}: not a number: {}", PATH, lineNumber, CELL));
+    const auto [end, error] = std::from_chars(cell.data(), cell.data() + cell.size(), value);
+    if (error != std::errc() || end != cell.data() + cell.size())
+      throw std::runtime_error(fmt::format("{}:{}: not a number: {}", path, lineNumber, cell));
     return value;
   };
   while (std::getline(lines, line)) {
@@ -266,11 +266,11 @@ std::vector<TrackPoint> lf_flatCsv(const std::string& TEXT, const std::string& P
   return points;
 }
 
-std::vector<TrackPoint> lf_readSource(const std::string& PATH) {
-  const std::string text = lf_readMaybeGzipped(PATH);
+std::vector<TrackPoint> lf_readSource(const std::string& path) {
+  const std::string text = lf_readMaybeGzipped(path);
   const std::size_t first = text.find_first_not_of(" \t\r\n");
-  if (first == std::string::npos) throw std::runtime_error(PATH + " is empty");
-  if (text[first] != '{' && text[first] != '[') return lf_flatCsv(text, PATH);
+  if (first == std::string::npos) throw std::runtime_error(path + " is empty");
+  if (text[first] != '{' && text[first] != '[') return lf_flatCsv(text, path);
   const json source = json::parse(text);
   if (source.is_object() && source.contains("trace")) return lf_readsbTrace(source);
   if (source.is_object()) return lf_openSkyRecords(lf_recordsOfColumns(source));
@@ -278,9 +278,9 @@ std::vector<TrackPoint> lf_readSource(const std::string& PATH) {
 }
 
 // The QNH the crew set, as readsb reports it (nav_qnh), is the only weather these sources hold.
-std::vector<CaptureEntry> lf_weatherOf(const std::string& PATH, double START) {
+std::vector<CaptureEntry> lf_weatherOf(const std::string& path, double start) {
   std::vector<CaptureEntry> entries;
-  const std::string text = lf_readMaybeGzipped(PATH);
+  const std::string text = lf_readMaybeGzipped(path);
   if (text.find("\"nav_qnh\"") == std::string::npos) return entries;
   const json source = json::parse(text);
   if (!source.is_object() || !source.contains("trace")) return entries;
@@ -293,7 +293,7 @@ std::vector<CaptureEntry> lf_weatherOf(const std::string& PATH, double START) {
     last = std::lround(*qnh);
     CaptureEntry entry;
     entry.kind = CaptureKind::weather;
-    entry.offset = std::max(0.0, base + row[0].get<double>() - START);
+    entry.offset = std::max(0.0, base + row[0].get<double>() - start);
     entry.payload = json{{"ICAO", ""}, {"QNH", last}, {"source", "nav_qnh"}}.dump();
     entries.push_back(std::move(entry));
   }
@@ -302,15 +302,15 @@ std::vector<CaptureEntry> lf_weatherOf(const std::string& PATH, double START) {
 
 } // namespace
 
-std::size_t convertTracks(const ConvertOptions& OPTIONS) {
-  const Lookups lookups = lf_lookups(OPTIONS);
+std::size_t convertTracks(const ConvertOptions& options) {
+  const Lookups lookups = lf_lookups(options);
   std::vector<CaptureEntry> entries;
   std::size_t traffic = 0;
-  for (const std::string& input : OPTIONS.inputs) {
+  for (const std::string& input : options.inputs) {
     std::vector<TrackPoint> points = lf_readSource(input);
     if (points.empty()) continue;
     std::stable_sort(points.begin(), points.end(),
-                     [](const auto& A, const auto& B) { return A.time < B.time; });
+                     [](const auto& a, const auto& b) { return a.time < b.time; });
     // Each source starts at offset 0, so that several of them fly at the same time.
     const double start = points.front().time;
     for (TrackPoint& point : points) {
@@ -328,13 +328,13 @@ std::size_t convertTracks(const ConvertOptions& OPTIONS) {
       entries.push_back(std::move(weather));
   }
   std::stable_sort(entries.begin(), entries.end(),
-                   [](const auto& A, const auto& B) { return A.offset < B.offset; });
-  std::ofstream out(OPTIONS.output, std::ios::trunc);
-  if (!out) throw std::runtime_error("cannot write " + OPTIONS.output);
+                   [](const auto& a, const auto& b) { return a.offset < b.offset; });
+  std::ofstream out(options.output, std::ios::trunc);
+  if (!out) throw std::runtime_error("cannot write " + options.output);
   out << "# feedplay capture: offset in seconds, T traffic line, W weather report, DROP seconds away\n";
   for (const CaptureEntry& entry : entries)
     out << captureText(entry) << '\n';
-  if (!out.flush()) throw std::runtime_error("cannot write " + OPTIONS.output);
+  if (!out.flush()) throw std::runtime_error("cannot write " + options.output);
   return traffic;
 }
 

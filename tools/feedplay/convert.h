@@ -15,6 +15,6 @@ struct ConvertOptions {
 };
 
 // Returns the number of traffic lines written; throws std::runtime_error on unreadable input.
-std::size_t convertTracks(const ConvertOptions& OPTIONS);
+std::size_t convertTracks(const ConvertOptions& options);
 
 } // namespace ory

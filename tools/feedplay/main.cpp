@@ -19,21 +19,21 @@ constexpr const char* usage =
     "       feedplay convert INPUT... OUTPUT [--registry CSV] [--types JSON]\n";
 
 template <typename Number>
-Number lf_number(std::string_view OPTION, std::string_view TEXT) {
+Number lf_number(std::string_view option, std::string_view text) {
   Number value{};
-  const auto [end, error] = std::from_chars(TEXT.data(), TEXT.data() + TEXT.size(), value);
-  if (error != std::errc() || end != TEXT.data() + TEXT.size())
-    throw std::invalid_argument(std::string(OPTION) + " wants a number, not " + std::string(TEXT));
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (error != std::errc() || end != text.data() + text.size())
+    throw std::invalid_argument(std::string(option) + " wants a number, not " + std::string(text));
   return value;
 }
 
-int lf_play(int COUNT, char** ARGS) {
+int lf_play(int count, char** args) {
   ory::PlayOptions options;
-  for (int i = 2; i < COUNT; ++i) {
-    const std::string_view option = ARGS[i];
+  for (int i = 2; i < count; ++i) {
+    const std::string_view option = args[i];
     const auto value = [&]() -> std::string_view {
-      if (i + 1 >= COUNT) throw std::invalid_argument(std::string(option) + " wants a value");
-      return ARGS[++i];
+      if (i + 1 >= count) throw std::invalid_argument(std::string(option) + " wants a value");
+      return args[++i];
     };
     if (option == "--capture")
       options.capture = value();
@@ -70,14 +70,14 @@ int lf_play(int COUNT, char** ARGS) {
   return ory::playCapture(options);
 }
 
-int lf_convert(int COUNT, char** ARGS) {
+int lf_convert(int count, char** args) {
   ory::ConvertOptions options;
   std::vector<std::string> files;
-  for (int i = 2; i < COUNT; ++i) {
-    const std::string_view option = ARGS[i];
+  for (int i = 2; i < count; ++i) {
+    const std::string_view option = args[i];
     if (option == "--registry" || option == "--types") {
-      if (i + 1 >= COUNT) throw std::invalid_argument(std::string(option) + " wants a file");
-      (option == "--registry" ? options.registry : options.types) = ARGS[++i];
+      if (i + 1 >= count) throw std::invalid_argument(std::string(option) + " wants a file");
+      (option == "--registry" ? options.registry : options.types) = args[++i];
     } else {
       files.emplace_back(option);
     }
@@ -93,10 +93,10 @@ int lf_convert(int COUNT, char** ARGS) {
 
 } // namespace
 
-int main(int COUNT, char** ARGS) {
+int main(int count, char** args) {
   try {
-    if (COUNT >= 2 && std::strcmp(ARGS[1], "play") == 0) return lf_play(COUNT, ARGS);
-    if (COUNT >= 2 && std::strcmp(ARGS[1], "convert") == 0) return lf_convert(COUNT, ARGS);
+    if (count >= 2 && std::strcmp(args[1], "play") == 0) return lf_play(count, args);
+    if (count >= 2 && std::strcmp(args[1], "convert") == 0) return lf_convert(count, args);
     std::cerr << usage;
     return 2;
   } catch (const std::invalid_argument& e) {

@@ -23,6 +23,6 @@ struct PlayOptions {
 };
 
 // Returns the process exit code.
-int playCapture(const PlayOptions& OPTIONS);
+int playCapture(const PlayOptions& options);
 
 } // namespace ory

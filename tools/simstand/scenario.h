@@ -92,7 +92,7 @@ struct Scenario {
   std::vector<TimelineEntry> timeline; // in time order
 };
 
-// Reads FILE; throws std::runtime_error with the key or position at fault.
-Scenario loadScenario(const std::filesystem::path& FILE);
+// Reads file; throws std::runtime_error with the key or position at fault.
+Scenario loadScenario(const std::filesystem::path& file);
 
 } // namespace ory

@@ -55,7 +55,7 @@ struct PendingCreate {
 };
 
 struct Server {
-  explicit Server(Scenario SCENARIO);
+  explicit Server(Scenario scenario);
   Scenario scenario;
   World world;
   Trace trace;
@@ -73,10 +73,10 @@ struct Server {
   std::vector<nlohmann::json> exceptionLines;
 };
 
-// Listens on PORT (0: a free one); false when it can't.
-bool startServer(Server& SERVER, std::uint16_t PORT);
-std::uint16_t serverPort(const Server& SERVER);
-// Serves until the scenario ends or STOP is set; always sends QUIT and finishes the trace.
-void runServer(Server& SERVER, const std::atomic<bool>& STOP);
+// Listens on port (0: a free one); false when it can't.
+bool startServer(Server& server, std::uint16_t port);
+std::uint16_t serverPort(const Server& server);
+// Serves until the scenario ends or stop is set; always sends QUIT and finishes the trace.
+void runServer(Server& server, const std::atomic<bool>& stop);
 
 } // namespace ory

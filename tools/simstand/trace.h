@@ -15,8 +15,8 @@ struct Trace {
   std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
 };
 
-bool openTrace(Trace& TRACE, const std::filesystem::path& FILE);
-// Writes LINE with "wall", the milliseconds since the trace began, added.
-void traceLine(Trace& TRACE, nlohmann::json LINE);
+bool openTrace(Trace& trace, const std::filesystem::path& file);
+// Writes line with "wall", the milliseconds since the trace began, added.
+void traceLine(Trace& trace, nlohmann::json line);
 
 } // namespace ory

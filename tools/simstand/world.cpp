@@ -56,246 +56,246 @@ struct Var {
   std::string (*text)(const SimObject&);
 };
 
-std::tm lf_zulu(const World& W) {
-  const auto seconds = static_cast<std::time_t>(W.scenario.zuluStart + static_cast<std::int64_t>(W.simTime));
+std::tm lf_zulu(const World& w) {
+  const auto seconds = static_cast<std::time_t>(w.scenario.zuluStart + static_cast<std::int64_t>(w.simTime));
   std::tm tm{};
   gmtime_r(&seconds, &tm);
   return tm;
 }
 
 const std::array<Var, 28> vars = {{
-    {"PLANE LATITUDE", Dimension::angle, degToRad, [](const World&, const SimObject& O) { return O.lat; },
-     [](SimObject& O, double V) { O.lat = V; }, nullptr},
-    {"PLANE LONGITUDE", Dimension::angle, degToRad, [](const World&, const SimObject& O) { return O.lon; },
-     [](SimObject& O, double V) { O.lon = V; }, nullptr},
-    {"PLANE PITCH DEGREES", Dimension::angle, 1, [](const World&, const SimObject& O) { return O.pitch; },
-     [](SimObject& O, double V) { O.pitch = V; }, nullptr},
-    {"PLANE BANK DEGREES", Dimension::angle, 1, [](const World&, const SimObject& O) { return O.bank; },
-     [](SimObject& O, double V) { O.bank = V; }, nullptr},
-    {"PLANE HEADING DEGREES TRUE", Dimension::angle, 1, [](const World&, const SimObject& O) { return O.heading; },
-     [](SimObject& O, double V) { O.heading = V; }, nullptr},
-    {"PLANE ALTITUDE", Dimension::length, 0.3048, [](const World&, const SimObject& O) { return O.altitude; },
-     [](SimObject& O, double V) { O.altitude = V; }, nullptr},
+    {"PLANE LATITUDE", Dimension::angle, degToRad, [](const World&, const SimObject& o) { return o.lat; },
+     [](SimObject& o, double v) { o.lat = v; }, nullptr},
+    {"PLANE LONGITUDE", Dimension::angle, degToRad, [](const World&, const SimObject& o) { return o.lon; },
+     [](SimObject& o, double v) { o.lon = v; }, nullptr},
+    {"PLANE PITCH DEGREES", Dimension::angle, 1, [](const World&, const SimObject& o) { return o.pitch; },
+     [](SimObject& o, double v) { o.pitch = v; }, nullptr},
+    {"PLANE BANK DEGREES", Dimension::angle, 1, [](const World&, const SimObject& o) { return o.bank; },
+     [](SimObject& o, double v) { o.bank = v; }, nullptr},
+    {"PLANE HEADING DEGREES TRUE", Dimension::angle, 1, [](const World&, const SimObject& o) { return o.heading; },
+     [](SimObject& o, double v) { o.heading = v; }, nullptr},
+    {"PLANE ALTITUDE", Dimension::length, 0.3048, [](const World&, const SimObject& o) { return o.altitude; },
+     [](SimObject& o, double v) { o.altitude = v; }, nullptr},
     {"PLANE ALT ABOVE GROUND", Dimension::length, 0.3048,
-     [](const World& W, const SimObject& O) { return aboveGround(W, O); }, nullptr, nullptr},
+     [](const World& w, const SimObject& o) { return aboveGround(w, o); }, nullptr, nullptr},
     {"GROUND ALTITUDE", Dimension::length, 0.3048,
-     [](const World& W, const SimObject& O) { return groundElevation(W, O.lat, O.lon); }, nullptr, nullptr},
-    {"VERTICAL SPEED", Dimension::speed, 0.3048, [](const World&, const SimObject& O) { return O.verticalSpeed; },
-     [](SimObject& O, double V) { O.verticalSpeed = V; }, nullptr},
-    {"AIRSPEED TRUE", Dimension::speed, 0.514444, [](const World&, const SimObject& O) { return O.tas; },
-     [](SimObject& O, double V) { O.tas = V; }, nullptr},
-    {"GROUND VELOCITY", Dimension::speed, 0.514444, [](const World&, const SimObject& O) { return O.groundSpeed; },
+     [](const World& w, const SimObject& o) { return groundElevation(w, o.lat, o.lon); }, nullptr, nullptr},
+    {"VERTICAL SPEED", Dimension::speed, 0.3048, [](const World&, const SimObject& o) { return o.verticalSpeed; },
+     [](SimObject& o, double v) { o.verticalSpeed = v; }, nullptr},
+    {"AIRSPEED TRUE", Dimension::speed, 0.514444, [](const World&, const SimObject& o) { return o.tas; },
+     [](SimObject& o, double v) { o.tas = v; }, nullptr},
+    {"GROUND VELOCITY", Dimension::speed, 0.514444, [](const World&, const SimObject& o) { return o.groundSpeed; },
      nullptr, nullptr},
     {"SIM ON GROUND", Dimension::scalar, 1,
-     [](const World& W, const SimObject& O) { return onGround(W, O) ? 1.0 : 0.0; }, nullptr, nullptr},
-    {"STATIC CG TO GROUND", Dimension::length, 0.3048, [](const World&, const SimObject& O) { return O.staticCg; },
+     [](const World& w, const SimObject& o) { return onGround(w, o) ? 1.0 : 0.0; }, nullptr, nullptr},
+    {"STATIC CG TO GROUND", Dimension::length, 0.3048, [](const World&, const SimObject& o) { return o.staticCg; },
      nullptr, nullptr},
-    {"STATIC PITCH", Dimension::angle, 1, [](const World&, const SimObject& O) { return O.staticPitch; }, nullptr,
+    {"STATIC PITCH", Dimension::angle, 1, [](const World&, const SimObject& o) { return o.staticPitch; }, nullptr,
      nullptr},
-    {"LIGHT STATES", Dimension::scalar, 1, [](const World&, const SimObject& O) { return double(O.lights); },
-     [](SimObject& O, double V) { O.lights = static_cast<std::uint32_t>(V); }, nullptr},
-    {"LIGHT ON STATES", Dimension::scalar, 1, [](const World&, const SimObject& O) { return double(O.lights); },
-     [](SimObject& O, double V) { O.lights = static_cast<std::uint32_t>(V); }, nullptr},
-    {"SPOILERS HANDLE POSITION", Dimension::ratio, 1, [](const World&, const SimObject& O) { return O.spoilers; },
-     [](SimObject& O, double V) { O.spoilers = std::clamp(V, 0.0, 1.0); }, nullptr},
+    {"LIGHT STATES", Dimension::scalar, 1, [](const World&, const SimObject& o) { return double(o.lights); },
+     [](SimObject& o, double v) { o.lights = static_cast<std::uint32_t>(v); }, nullptr},
+    {"LIGHT ON STATES", Dimension::scalar, 1, [](const World&, const SimObject& o) { return double(o.lights); },
+     [](SimObject& o, double v) { o.lights = static_cast<std::uint32_t>(v); }, nullptr},
+    {"SPOILERS HANDLE POSITION", Dimension::ratio, 1, [](const World&, const SimObject& o) { return o.spoilers; },
+     [](SimObject& o, double v) { o.spoilers = std::clamp(v, 0.0, 1.0); }, nullptr},
     {"GENERAL ENG THROTTLE LEVER POSITION", Dimension::ratio, 1,
-     [](const World&, const SimObject& O) { return O.throttle; },
-     [](SimObject& O, double V) { O.throttle = std::clamp(V, 0.0, 1.0); }, nullptr},
+     [](const World&, const SimObject& o) { return o.throttle; },
+     [](SimObject& o, double v) { o.throttle = std::clamp(v, 0.0, 1.0); }, nullptr},
     {"GEAR HANDLE POSITION", Dimension::scalar, 1,
-     [](const World&, const SimObject& O) { return O.gearDown ? 1.0 : 0.0; }, nullptr, nullptr},
-    {"FLAPS HANDLE PERCENT", Dimension::ratio, 1, [](const World&, const SimObject& O) { return O.flaps; }, nullptr,
+     [](const World&, const SimObject& o) { return o.gearDown ? 1.0 : 0.0; }, nullptr, nullptr},
+    {"FLAPS HANDLE PERCENT", Dimension::ratio, 1, [](const World&, const SimObject& o) { return o.flaps; }, nullptr,
      nullptr},
     {"GENERAL ENG COMBUSTION", Dimension::scalar, 1,
-     [](const World&, const SimObject& O) { return O.engines ? 1.0 : 0.0; }, nullptr, nullptr},
+     [](const World&, const SimObject& o) { return o.engines ? 1.0 : 0.0; }, nullptr, nullptr},
     {"ZULU TIME", Dimension::scalar, 1,
-     [](const World& W, const SimObject&) {
-       const std::tm tm = lf_zulu(W);
+     [](const World& w, const SimObject&) {
+       const std::tm tm = lf_zulu(w);
        return double(tm.tm_hour * 3600 + tm.tm_min * 60 + tm.tm_sec);
      },
      nullptr, nullptr},
     {"ZULU DAY OF YEAR", Dimension::scalar, 1,
-     [](const World& W, const SimObject&) { return double(lf_zulu(W).tm_yday + 1); }, nullptr, nullptr},
-    {"ZULU YEAR", Dimension::scalar, 1, [](const World& W, const SimObject&) { return double(lf_zulu(W).tm_year + 1900); },
+     [](const World& w, const SimObject&) { return double(lf_zulu(w).tm_yday + 1); }, nullptr, nullptr},
+    {"ZULU YEAR", Dimension::scalar, 1, [](const World& w, const SimObject&) { return double(lf_zulu(w).tm_year + 1900); },
      nullptr, nullptr},
-    {"ATC ID", Dimension::text, 1, nullptr, nullptr, [](const SimObject& O) { return O.atcId; }},
-    {"ATC MODEL", Dimension::text, 1, nullptr, nullptr, [](const SimObject& O) { return O.atcModel; }},
-    {"TITLE", Dimension::text, 1, nullptr, nullptr, [](const SimObject& O) { return O.title; }},
-    {"IS USER SIM", Dimension::scalar, 1, [](const World&, const SimObject& O) { return O.user ? 1.0 : 0.0; },
+    {"ATC ID", Dimension::text, 1, nullptr, nullptr, [](const SimObject& o) { return o.atcId; }},
+    {"ATC MODEL", Dimension::text, 1, nullptr, nullptr, [](const SimObject& o) { return o.atcModel; }},
+    {"TITLE", Dimension::text, 1, nullptr, nullptr, [](const SimObject& o) { return o.title; }},
+    {"IS USER SIM", Dimension::scalar, 1, [](const World&, const SimObject& o) { return o.user ? 1.0 : 0.0; },
      nullptr, nullptr},
 }};
 
-std::string lf_upper(std::string_view TEXT) {
-  std::string upper(TEXT);
+std::string lf_upper(std::string_view text) {
+  std::string upper(text);
   for (char& c : upper)
     if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 32);
   return upper;
 }
 
-std::string lf_lower(std::string_view TEXT) {
-  std::string lower(TEXT);
+std::string lf_lower(std::string_view text) {
+  std::string lower(text);
   for (char& c : lower)
     if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 32);
   return lower;
 }
 
-const Var* lf_var(std::string_view NAME) {
-  const std::string name = lf_upper(NAME.substr(0, NAME.find(':')));
+const Var* lf_var(std::string_view rawName) {
+  const std::string name = lf_upper(rawName.substr(0, rawName.find(':')));
   for (const Var& var : vars)
     if (var.name == name) return &var;
   return nullptr;
 }
 
-const Unit* lf_unit(std::string_view NAME) {
-  const std::string name = lf_lower(NAME);
+const Unit* lf_unit(std::string_view rawName) {
+  const std::string name = lf_lower(rawName);
   for (const Unit& unit : units)
     if (unit.name == name) return &unit;
   return nullptr;
 }
 
-double lf_angleTowards(double FROM, double TO, double STEP) {
-  const double difference = std::remainder(TO - FROM, 2 * pi);
-  return std::abs(difference) <= STEP ? TO : FROM + std::copysign(STEP, difference);
+double lf_angleTowards(double from, double to, double step) {
+  const double difference = std::remainder(to - from, 2 * pi);
+  return std::abs(difference) <= step ? to : from + std::copysign(step, difference);
 }
 
-void lf_moveAlong(SimObject& O, double KNOTS, double DT) {
-  const double nm = KNOTS * DT / 3600;
-  O.lat += nm / 60 * std::cos(O.heading);
-  O.lon += nm / 60 * std::sin(O.heading) / std::max(0.01, std::cos(O.lat * degToRad));
+void lf_moveAlong(SimObject& o, double knots, double dt) {
+  const double nm = knots * dt / 3600;
+  o.lat += nm / 60 * std::cos(o.heading);
+  o.lon += nm / 60 * std::sin(o.heading) / std::max(0.01, std::cos(o.lat * degToRad));
 }
 
-void lf_stepUser(World& W, SimObject& U) {
-  const std::vector<TrackPoint>& track = W.track;
+void lf_stepUser(World& w, SimObject& u) {
+  const std::vector<TrackPoint>& track = w.track;
   std::size_t next = 0;
-  while (next < track.size() && track[next].t <= W.simTime)
+  while (next < track.size() && track[next].t <= w.simTime)
     ++next;
   const TrackPoint& a = track[next == 0 ? 0 : next - 1];
   const TrackPoint& b = track[next < track.size() ? next : track.size() - 1];
   const double span = b.t - a.t;
-  const double f = span > 0 ? std::clamp((W.simTime - a.t) / span, 0.0, 1.0) : 0.0;
-  U.lat = a.lat + (b.lat - a.lat) * f;
-  U.lon = a.lon + (b.lon - a.lon) * f;
-  const double groundA = groundElevation(W, a.lat, a.lon) + U.staticCg;
-  const double groundB = groundElevation(W, b.lat, b.lon) + U.staticCg;
+  const double f = span > 0 ? std::clamp((w.simTime - a.t) / span, 0.0, 1.0) : 0.0;
+  u.lat = a.lat + (b.lat - a.lat) * f;
+  u.lon = a.lon + (b.lon - a.lon) * f;
+  const double groundA = groundElevation(w, a.lat, a.lon) + u.staticCg;
+  const double groundB = groundElevation(w, b.lat, b.lon) + u.staticCg;
   const double altA = a.altitude.value_or(groundA);
   const double altB = b.altitude.value_or(groundB);
-  U.altitude = altA + (altB - altA) * f;
-  if (!a.altitude && !b.altitude) U.altitude = groundElevation(W, U.lat, U.lon) + U.staticCg;
-  U.verticalSpeed = span > 0 && f < 1 ? (altB - altA) / span : 0;
-  U.heading = std::remainder(
+  u.altitude = altA + (altB - altA) * f;
+  if (!a.altitude && !b.altitude) u.altitude = groundElevation(w, u.lat, u.lon) + u.staticCg;
+  u.verticalSpeed = span > 0 && f < 1 ? (altB - altA) / span : 0;
+  u.heading = std::remainder(
       a.heading * degToRad + std::remainder((b.heading - a.heading) * degToRad, 2 * pi) * f, 2 * pi);
-  if (U.heading < 0) U.heading += 2 * pi;
-  U.pitch = (a.pitch + (b.pitch - a.pitch) * f) * degToRad;
-  U.bank = (a.bank + (b.bank - a.bank) * f) * degToRad;
-  U.groundSpeed = a.speed + (b.speed - a.speed) * f;
-  U.tas = U.groundSpeed;
+  if (u.heading < 0) u.heading += 2 * pi;
+  u.pitch = (a.pitch + (b.pitch - a.pitch) * f) * degToRad;
+  u.bank = (a.bank + (b.bank - a.bank) * f) * degToRad;
+  u.groundSpeed = a.speed + (b.speed - a.speed) * f;
+  u.tas = u.groundSpeed;
 }
 
 // The simulator's AI moves an object until it is released and frozen: position, height and attitude each only
 // stand still under both.
-void lf_stepAi(World& W, SimObject& O, double DT) {
-  const bool held = O.released;
-  const double ground = groundElevation(W, O.lat, O.lon) + O.staticCg;
-  if (!(held && O.freezeLatLon)) lf_moveAlong(O, O.tas > 0 ? O.tas : driftKnots, DT);
-  if (!(held && O.freezeAltitude)) O.altitude = std::max(ground, O.altitude - sinkFeetPerSecond * DT);
-  if (!(held && O.freezeAttitude)) {
-    const double step = attitudeRadiansPerSecond * DT;
-    O.pitch = lf_angleTowards(O.pitch, onGround(W, O) ? O.staticPitch : 0.0, step);
-    O.bank = lf_angleTowards(O.bank, 0.0, step);
+void lf_stepAi(World& w, SimObject& o, double dt) {
+  const bool held = o.released;
+  const double ground = groundElevation(w, o.lat, o.lon) + o.staticCg;
+  if (!(held && o.freezeLatLon)) lf_moveAlong(o, o.tas > 0 ? o.tas : driftKnots, dt);
+  if (!(held && o.freezeAltitude)) o.altitude = std::max(ground, o.altitude - sinkFeetPerSecond * dt);
+  if (!(held && o.freezeAttitude)) {
+    const double step = attitudeRadiansPerSecond * dt;
+    o.pitch = lf_angleTowards(o.pitch, onGround(w, o) ? o.staticPitch : 0.0, step);
+    o.bank = lf_angleTowards(o.bank, 0.0, step);
   }
-  O.groundSpeed = held && O.freezeLatLon ? 0 : (O.tas > 0 ? O.tas : driftKnots);
+  o.groundSpeed = held && o.freezeLatLon ? 0 : (o.tas > 0 ? o.tas : driftKnots);
 }
 
 } // namespace
 
-World::World(const Scenario& SCENARIO) : scenario(SCENARIO), track(SCENARIO.track) {
-  paused = !SCENARIO.startRunning;
-  nextObjectId = SCENARIO.firstObjectId;
+World::World(const Scenario& rawScenario) : scenario(rawScenario), track(rawScenario.track) {
+  paused = !rawScenario.startRunning;
+  nextObjectId = rawScenario.firstObjectId;
   SimObject user;
-  user.id = SCENARIO.userObjectId;
+  user.id = rawScenario.userObjectId;
   user.user = true;
-  user.title = SCENARIO.userTitle;
-  user.atcId = SCENARIO.userAtcId;
-  user.atcModel = SCENARIO.userAtcModel;
-  user.staticCg = SCENARIO.userStaticCg;
-  user.staticPitch = SCENARIO.userStaticPitch;
+  user.title = rawScenario.userTitle;
+  user.atcId = rawScenario.userAtcId;
+  user.atcModel = rawScenario.userAtcModel;
+  user.staticCg = rawScenario.userStaticCg;
+  user.staticPitch = rawScenario.userStaticPitch;
   user.released = true;
   user.engines = true;
   objects.push_back(user);
   lf_stepUser(*this, objects.front());
 }
 
-SimObject& userObject(World& WORLD) {
-  return WORLD.objects.front();
+SimObject& userObject(World& world) {
+  return world.objects.front();
 }
 
-SimObject* findObject(World& WORLD, std::uint32_t OBJECT_ID) {
-  for (SimObject& object : WORLD.objects)
-    if (object.id == OBJECT_ID) return &object;
+SimObject* findObject(World& world, std::uint32_t objectId) {
+  for (SimObject& object : world.objects)
+    if (object.id == objectId) return &object;
   return nullptr;
 }
 
-double groundElevation(const World& WORLD, double LAT, double LON) {
+double groundElevation(const World& world, double lat, double lon) {
   const TerrainArea* nearest = nullptr;
   double nearestNm = 0;
-  for (const TerrainArea& area : WORLD.scenario.terrain) {
-    const double nm = distanceNm(LAT, LON, area.lat, area.lon);
+  for (const TerrainArea& area : world.scenario.terrain) {
+    const double nm = distanceNm(lat, lon, area.lat, area.lon);
     if (nm <= area.radiusNm && (!nearest || nm < nearestNm)) {
       nearest = &area;
       nearestNm = nm;
     }
   }
-  return nearest ? nearest->elevation : WORLD.scenario.terrainElevation;
+  return nearest ? nearest->elevation : world.scenario.terrainElevation;
 }
 
-double aboveGround(const World& WORLD, const SimObject& OBJECT) {
-  return OBJECT.altitude - groundElevation(WORLD, OBJECT.lat, OBJECT.lon);
+double aboveGround(const World& world, const SimObject& object) {
+  return object.altitude - groundElevation(world, object.lat, object.lon);
 }
 
-bool onGround(const World& WORLD, const SimObject& OBJECT) {
-  return aboveGround(WORLD, OBJECT) <= OBJECT.staticCg + 1;
+bool onGround(const World& world, const SimObject& object) {
+  return aboveGround(world, object) <= object.staticCg + 1;
 }
 
-void stepWorld(World& WORLD, double DT) {
-  if (WORLD.paused || DT <= 0) return;
-  WORLD.simTime += DT;
-  lf_stepUser(WORLD, userObject(WORLD));
-  for (SimObject& object : WORLD.objects)
-    if (!object.user) lf_stepAi(WORLD, object, DT);
+void stepWorld(World& world, double dt) {
+  if (world.paused || dt <= 0) return;
+  world.simTime += dt;
+  lf_stepUser(world, userObject(world));
+  for (SimObject& object : world.objects)
+    if (!object.user) lf_stepAi(world, object, dt);
 }
 
-void moveUser(World& WORLD, const TrackPoint& POINT) {
-  TrackPoint here = POINT;
+void moveUser(World& world, const TrackPoint& point) {
+  TrackPoint here = point;
   here.t = 0;
-  WORLD.track = {here};
-  lf_stepUser(WORLD, userObject(WORLD));
+  world.track = {here};
+  lf_stepUser(world, userObject(world));
 }
 
-SimObject& addObject(World& WORLD, std::string_view TITLE, std::string_view ATC_ID, double LAT, double LON,
-                     std::optional<double> ALTITUDE, double HEADING_RADIANS, double SPEED, double STATIC_CG,
-                     double STATIC_PITCH) {
+SimObject& addObject(World& world, std::string_view title, std::string_view atcId, double lat, double lon,
+                     std::optional<double> altitude, double headingRadians, double speed, double staticCg,
+                     double staticPitch) {
   SimObject object;
-  object.id = WORLD.nextObjectId++;
-  object.title = TITLE;
-  object.atcId = ATC_ID;
-  object.lat = LAT;
-  object.lon = LON;
-  object.staticCg = STATIC_CG;
-  object.staticPitch = STATIC_PITCH;
-  object.altitude = ALTITUDE.value_or(groundElevation(WORLD, LAT, LON) + STATIC_CG);
-  object.heading = HEADING_RADIANS;
-  object.tas = SPEED;
-  object.pitch = ALTITUDE ? 0 : STATIC_PITCH;
-  WORLD.objects.push_back(object);
-  return WORLD.objects.back();
+  object.id = world.nextObjectId++;
+  object.title = title;
+  object.atcId = atcId;
+  object.lat = lat;
+  object.lon = lon;
+  object.staticCg = staticCg;
+  object.staticPitch = staticPitch;
+  object.altitude = altitude.value_or(groundElevation(world, lat, lon) + staticCg);
+  object.heading = headingRadians;
+  object.tas = speed;
+  object.pitch = altitude ? 0 : staticPitch;
+  world.objects.push_back(object);
+  return world.objects.back();
 }
 
-bool knownSimVar(std::string_view NAME) {
-  return lf_var(NAME) != nullptr;
+bool knownSimVar(std::string_view name) {
+  return lf_var(name) != nullptr;
 }
 
-bool unitFits(std::string_view NAME, std::string_view UNIT) {
-  const Var* var = lf_var(NAME);
-  const Unit* unit = lf_unit(UNIT);
+bool unitFits(std::string_view name, std::string_view rawUnit) {
+  const Var* var = lf_var(name);
+  const Unit* unit = lf_unit(rawUnit);
   if (!var || !unit) return false;
   if (var->dimension == unit->dimension) return true;
   // Flags and masks are also asked for as numbers, and ratios as plain numbers.
@@ -303,30 +303,30 @@ bool unitFits(std::string_view NAME, std::string_view UNIT) {
          unit->dimension == Dimension::scalar;
 }
 
-SimValue readSimVar(const World& WORLD, const SimObject& OBJECT, std::string_view NAME,
-                    std::string_view UNIT) {
-  const Var* var = lf_var(NAME);
-  const Unit* unit = lf_unit(UNIT);
+SimValue readSimVar(const World& world, const SimObject& object, std::string_view name,
+                    std::string_view rawUnit) {
+  const Var* var = lf_var(name);
+  const Unit* unit = lf_unit(rawUnit);
   SimValue value;
   if (!var || !unit) return value;
   if (var->text) {
     value.isText = true;
-    value.text = var->text(OBJECT);
+    value.text = var->text(object);
     return value;
   }
-  value.number = var->get(WORLD, OBJECT) * var->factor / unit->factor;
+  value.number = var->get(world, object) * var->factor / unit->factor;
   return value;
 }
 
-bool writeSimVar(SimObject& OBJECT, std::string_view NAME, std::string_view UNIT, double VALUE) {
-  const Var* var = lf_var(NAME);
-  const Unit* unit = lf_unit(UNIT);
+bool writeSimVar(SimObject& object, std::string_view name, std::string_view rawUnit, double value) {
+  const Var* var = lf_var(name);
+  const Unit* unit = lf_unit(rawUnit);
   if (!var || !unit || !var->set) return false;
-  var->set(OBJECT, VALUE * unit->factor / var->factor);
+  var->set(object, value * unit->factor / var->factor);
   return true;
 }
 
-bool applySimEvent(SimObject& OBJECT, std::string_view EVENT_NAME, std::uint32_t DATA) {
+bool applySimEvent(SimObject& object, std::string_view eventName, std::uint32_t data) {
   struct LightEvent {
     std::string_view name;
     std::uint32_t bit;
@@ -338,36 +338,36 @@ bool applySimEvent(SimObject& OBJECT, std::string_view EVENT_NAME, std::uint32_t
                                                         {"STROBES_SET", lightStrobe},
                                                         {"LOGO_LIGHTS_SET", lightLogo},
                                                         {"CABIN_LIGHTS_SET", lightCabin}}};
-  const std::string name = lf_upper(EVENT_NAME);
+  const std::string name = lf_upper(eventName);
   for (const LightEvent& light : lights) {
     if (name != light.name) continue;
-    OBJECT.lights = DATA ? (OBJECT.lights | light.bit) : (OBJECT.lights & ~light.bit);
+    object.lights = data ? (object.lights | light.bit) : (object.lights & ~light.bit);
     return true;
   }
   if (name == "ALL_LIGHTS_TOGGLE") {
-    OBJECT.lights =
-        OBJECT.lights
+    object.lights =
+        object.lights
             ? 0
             : (lightNav | lightBeacon | lightLanding | lightTaxi | lightStrobe | lightLogo | lightCabin);
   } else if (name == "FREEZE_LATITUDE_LONGITUDE_SET") {
-    OBJECT.freezeLatLon = DATA != 0;
+    object.freezeLatLon = data != 0;
   } else if (name == "FREEZE_ALTITUDE_SET") {
-    OBJECT.freezeAltitude = DATA != 0;
+    object.freezeAltitude = data != 0;
   } else if (name == "FREEZE_ATTITUDE_SET") {
-    OBJECT.freezeAttitude = DATA != 0;
+    object.freezeAttitude = data != 0;
   } else if (name == "FLAPS_SET") {
-    OBJECT.flaps = std::min(DATA, 16383u) / 16383.0;
-    OBJECT.released = OBJECT.user; // the simulator's AI takes the object back on a flaps event
+    object.flaps = std::min(data, 16383u) / 16383.0;
+    object.released = object.user; // the simulator's AI takes the object back on a flaps event
   } else if (name == "SPOILERS_SET") {
-    OBJECT.spoilers = std::min(DATA, 16383u) / 16383.0;
+    object.spoilers = std::min(data, 16383u) / 16383.0;
   } else if (name == "GEAR_SET") {
-    OBJECT.gearDown = DATA != 0;
+    object.gearDown = data != 0;
   } else if (name == "ENGINE_AUTO_START") {
-    OBJECT.engines = true;
+    object.engines = true;
   } else if (name == "ENGINE_AUTO_SHUTDOWN") {
-    OBJECT.engines = false;
+    object.engines = false;
   } else if (name == "THROTTLE_SET") {
-    OBJECT.throttle = std::min(DATA, 16383u) / 16383.0;
+    object.throttle = std::min(data, 16383u) / 16383.0;
   } else {
     return false;
   }

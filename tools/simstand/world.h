@@ -49,7 +49,7 @@ struct SimObject {
 };
 
 struct World {
-  explicit World(const Scenario& SCENARIO);
+  explicit World(const Scenario& scenario);
   const Scenario& scenario;
   double simTime = 0; // seconds; stands still while paused
   bool paused = false;
@@ -58,37 +58,37 @@ struct World {
   std::uint32_t nextObjectId = 100;
 };
 
-SimObject& userObject(World& WORLD);
-SimObject* findObject(World& WORLD, std::uint32_t OBJECT_ID);
-double groundElevation(const World& WORLD, double LAT, double LON); // feet
-double aboveGround(const World& WORLD, const SimObject& OBJECT);    // feet of the reference point
-bool onGround(const World& WORLD, const SimObject& OBJECT);         // wheels within a foot of the ground
+SimObject& userObject(World& world);
+SimObject* findObject(World& world, std::uint32_t objectId);
+double groundElevation(const World& world, double lat, double lon); // feet
+double aboveGround(const World& world, const SimObject& object);    // feet of the reference point
+bool onGround(const World& world, const SimObject& object);         // wheels within a foot of the ground
 
-// Advances simulator time by DT seconds (nothing moves while paused).
-void stepWorld(World& WORLD, double DT);
-// Puts the user at POINT and keeps it there.
-void moveUser(World& WORLD, const TrackPoint& POINT);
+// Advances simulator time by dt seconds (nothing moves while paused).
+void stepWorld(World& world, double dt);
+// Puts the user at point and keeps it there.
+void moveUser(World& world, const TrackPoint& point);
 // A new AI object on the ground (no altitude) or in the air.
-SimObject& addObject(World& WORLD, std::string_view TITLE, std::string_view ATC_ID, double LAT, double LON,
-                     std::optional<double> ALTITUDE, double HEADING_RADIANS, double SPEED, double STATIC_CG,
-                     double STATIC_PITCH);
+SimObject& addObject(World& world, std::string_view title, std::string_view atcId, double lat, double lon,
+                     std::optional<double> altitude, double headingRadians, double speed, double staticCg,
+                     double staticPitch);
 
-// A simulation variable's value in a unit: a number, or text for "ATC ID", "ATC MODEL" and "TITLE".
+// A simulation variable's value in a unit: a number, or text for "ATC ID", "ATC MODEL" and "title".
 struct SimValue {
   double number = 0;
   std::string text;
   bool isText = false;
 };
-// Whether NAME (case ignored, an index ":n" allowed) is a variable of this world, and UNIT fits it.
-bool knownSimVar(std::string_view NAME);
-bool unitFits(std::string_view NAME, std::string_view UNIT);
-SimValue readSimVar(const World& WORLD, const SimObject& OBJECT, std::string_view NAME,
-                    std::string_view UNIT);
+// Whether name (case ignored, an index ":n" allowed) is a variable of this world, and unit fits it.
+bool knownSimVar(std::string_view name);
+bool unitFits(std::string_view name, std::string_view unit);
+SimValue readSimVar(const World& world, const SimObject& object, std::string_view name,
+                    std::string_view unit);
 // Writes the settable ones (position, attitude, speeds, spoilers, throttles, lights); false for the others.
-bool writeSimVar(SimObject& OBJECT, std::string_view NAME, std::string_view UNIT, double VALUE);
+bool writeSimVar(SimObject& object, std::string_view name, std::string_view unit, double value);
 
-// A client event by its simulator name on OBJECT: lights, freezes, flaps (which hand the object back to the
+// A client event by its simulator name on object: lights, freezes, flaps (which hand the object back to the
 // AI), spoilers, gear, engines, throttle. False for names the stand-in does not model.
-bool applySimEvent(SimObject& OBJECT, std::string_view EVENT_NAME, std::uint32_t DATA);
+bool applySimEvent(SimObject& object, std::string_view eventName, std::uint32_t data);
 
 } // namespace ory

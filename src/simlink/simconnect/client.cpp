@@ -54,45 +54,45 @@ constexpr std::size_t readsPerDispatch = 64;
 
 enum class OpenOutcome { accepted, mismatch, noAnswer };
 
-bool lf_sendNow(SimConnectClient& SIM, std::vector<unsigned char>& BYTES) {
+bool lf_sendNow(SimConnectClient& sim, std::vector<unsigned char>& bytes) {
   const bool sent =
-      BYTES.empty() || SIM.connection.transport->send(SIM.connection.handle, BYTES.data(), BYTES.size());
-  BYTES.clear();
-  if (!sent) SIM.lost = true;
+      bytes.empty() || sim.connection.transport->send(sim.connection.handle, bytes.data(), bytes.size());
+  bytes.clear();
+  if (!sent) sim.lost = true;
   return sent;
 }
 
-// Writes one packet of CALL, its arguments filled in by FILL; inside the dispatch it waits in the outbox.
+// Writes one packet of call, its arguments filled in by fill; inside the dispatch it waits in the outbox.
 template <typename Fill>
-SimResult lf_call(SimConnectHandle SIM, SimCall CALL, Fill FILL) {
-  if (!SIM) return simFail;
-  std::lock_guard lock(SIM->sendLock);
-  if (SIM->lost || !SIM->connection.transport) return simFail;
-  const bool held = SIM->dispatchThread == std::this_thread::get_id();
-  std::vector<unsigned char>& out = held ? SIM->outbox : SIM->packet;
+SimResult lf_call(SimConnectHandle sim, SimCall call, Fill fill) {
+  if (!sim) return simFail;
+  std::lock_guard lock(sim->sendLock);
+  if (sim->lost || !sim->connection.transport) return simFail;
+  const bool held = sim->dispatchThread == std::this_thread::get_id();
+  std::vector<unsigned char>& out = held ? sim->outbox : sim->packet;
   const std::size_t at = out.size();
   ByteWriter writer{out};
   writer.u32(0);
-  writer.u32(SIM->protocol);
-  writer.u32(callMark | static_cast<std::uint32_t>(CALL));
-  writer.u32(++SIM->lastSendId);
-  FILL(writer);
+  writer.u32(sim->protocol);
+  writer.u32(callMark | static_cast<std::uint32_t>(call));
+  writer.u32(++sim->lastSendId);
+  fill(writer);
   writer.patchU32(at, static_cast<std::uint32_t>(out.size() - at));
   if (held && out.size() < outboxLimit) return simOk;
-  return lf_sendNow(*SIM, out) ? simOk : simFail;
+  return lf_sendNow(*sim, out) ? simOk : simFail;
 }
 
-void lf_flushOutbox(SimConnectClient& SIM) {
-  std::lock_guard lock(SIM.sendLock);
-  SIM.dispatchThread = {};
-  if (!SIM.lost) lf_sendNow(SIM, SIM.outbox);
-  SIM.outbox.clear();
+void lf_flushOutbox(SimConnectClient& sim) {
+  std::lock_guard lock(sim.sendLock);
+  sim.dispatchThread = {};
+  if (!sim.lost) lf_sendNow(sim, sim.outbox);
+  sim.outbox.clear();
 }
 
 // Marks the dispatching thread for its lifetime, and sends what it held back, also when the dispatch throws.
 class DispatchScope {
 public:
-  explicit DispatchScope(SimConnectClient& SIM) : sim(SIM) {
+  explicit DispatchScope(SimConnectClient& rawSim) : sim(rawSim) {
     std::lock_guard lock(sim.sendLock);
     sim.dispatchThread = std::this_thread::get_id();
   }
@@ -104,30 +104,30 @@ private:
   SimConnectClient& sim;
 };
 
-bool lf_sendOpen(SimConnectClient& SIM, std::string_view NAME, const OpenVersion& VERSION) {
-  SIM.protocol = VERSION.protocol;
-  return lf_call(&SIM, SimCall::open, [&](ByteWriter& W) {
-           W.text(NAME, nameField);
-           W.u32(0);
+bool lf_sendOpen(SimConnectClient& sim, std::string_view name, const OpenVersion& version) {
+  sim.protocol = version.protocol;
+  return lf_call(&sim, SimCall::open, [&](ByteWriter& w) {
+           w.text(name, nameField);
+           w.u32(0);
            const unsigned char tag[4] = {0, 'X', 'S', 'F'}; // "FSX" reversed, as FSX clients send it
-           W.raw(tag, sizeof(tag));
-           W.u32(VERSION.major);
-           W.u32(VERSION.minor);
-           W.u32(VERSION.buildMajor);
-           W.u32(VERSION.buildMinor);
+           w.raw(tag, sizeof(tag));
+           w.u32(version.major);
+           w.u32(version.minor);
+           w.u32(version.buildMajor);
+           w.u32(version.buildMinor);
          }) == simOk;
 }
 
 // Waits for the server's first record and tells what it means; the record stays queued for the dispatch.
-OpenOutcome lf_awaitOpenReply(SimConnectClient& SIM) {
+OpenOutcome lf_awaitOpenReply(SimConnectClient& sim) {
   const auto until = std::chrono::steady_clock::now() + openTimeout;
   for (;;) {
-    const std::size_t start = SIM.input.start;
-    const TakenRecord taken = takeRecord(SIM.input);
-    SIM.input.start = start;
+    const std::size_t start = sim.input.start;
+    const TakenRecord taken = takeRecord(sim.input);
+    sim.input.start = start;
     if (taken.status == TakeStatus::badSize) {
       logLine(
-          fmt::format("SimConnect: bad answer to Open: {}", hexSample(taken.data, pendingBytes(SIM.input))));
+          fmt::format("SimConnect: bad answer to Open: {}", hexSample(taken.data, pendingBytes(sim.input))));
       return OpenOutcome::noAnswer;
     }
     if (taken.status == TakeStatus::record) {
@@ -140,40 +140,40 @@ OpenOutcome lf_awaitOpenReply(SimConnectClient& SIM) {
         std::chrono::duration_cast<std::chrono::milliseconds>(until - std::chrono::steady_clock::now());
     if (left.count() <= 0) return OpenOutcome::noAnswer;
     const long got =
-        SIM.connection.transport->receive(SIM.connection.handle, SIM.receiveBuffer.data(),
-                                          SIM.receiveBuffer.size(), static_cast<int>(left.count()));
+        sim.connection.transport->receive(sim.connection.handle, sim.receiveBuffer.data(),
+                                          sim.receiveBuffer.size(), static_cast<int>(left.count()));
     if (got < 0) return OpenOutcome::noAnswer;
-    appendBytes(SIM.input, SIM.receiveBuffer.data(), static_cast<std::size_t>(got));
+    appendBytes(sim.input, sim.receiveBuffer.data(), static_cast<std::size_t>(got));
   }
 }
 
-std::unique_ptr<SimConnectClient> lf_newClient(const SimConnectConfig& CONFIG) {
+std::unique_ptr<SimConnectClient> lf_newClient(const SimConnectConfig& config) {
   auto client = std::make_unique<SimConnectClient>();
   client->input.minSize = static_cast<std::uint32_t>(recordHeaderSize);
-  client->input.maxSize = CONFIG.maxReceiveSize;
+  client->input.maxSize = config.maxReceiveSize;
   return client;
 }
 
-// Tries the versions on ENDPOINT, newest first, each on a new connection. The last refusal is kept for the
+// Tries the versions on endpoint, newest first, each on a new connection. The last refusal is kept for the
 // dispatch, so that the caller learns of the mismatch as an exception record.
-std::unique_ptr<SimConnectClient> lf_openEndpoint(const SimConnectConfig& CONFIG, const SimEndpoint& ENDPOINT,
-                                                  std::string_view NAME) {
+std::unique_ptr<SimConnectClient> lf_openEndpoint(const SimConnectConfig& config, const SimEndpoint& endpoint,
+                                                  std::string_view name) {
   for (std::size_t level = 0; level < openVersions.size(); ++level) {
     const OpenVersion& version = openVersions[level];
-    auto client = lf_newClient(CONFIG);
-    client->connection = connectTo(ENDPOINT, CONFIG.maxReceiveSize, CONFIG.disableNagle);
+    auto client = lf_newClient(config);
+    client->connection = connectTo(endpoint, config.maxReceiveSize, config.disableNagle);
     if (!client->connection.transport) return nullptr;
-    if (!lf_sendOpen(*client, NAME, version)) return nullptr;
+    if (!lf_sendOpen(*client, name, version)) return nullptr;
     const OpenOutcome outcome = lf_awaitOpenReply(*client);
     if (outcome == OpenOutcome::noAnswer) {
-      logLine(fmt::format("SimConnect: no answer to Open from {}", ENDPOINT.text()));
+      logLine(fmt::format("SimConnect: no answer to Open from {}", endpoint.text()));
       disconnect(client->connection);
       return nullptr;
     }
     const bool last = level + 1 == openVersions.size();
     if (outcome == OpenOutcome::accepted || last) {
       logLine(fmt::format("SimConnect: connected by {} to {}, protocol {}",
-                          client->connection.transport->name, ENDPOINT.text(), version.protocol));
+                          client->connection.transport->name, endpoint.text(), version.protocol));
       return client;
     }
     logLine(fmt::format("SimConnect: version mismatch with protocol {} ({}.{}.{}.{}), trying an older one",
@@ -184,250 +184,249 @@ std::unique_ptr<SimConnectClient> lf_openEndpoint(const SimConnectConfig& CONFIG
   return nullptr;
 }
 
-void lf_receiveWaiting(SimConnectClient& SIM) {
-  for (std::size_t reads = 0; reads < readsPerDispatch && !SIM.lost; ++reads) {
-    const long got = SIM.connection.transport->receive(SIM.connection.handle, SIM.receiveBuffer.data(),
-                                                       SIM.receiveBuffer.size(), 0);
+void lf_receiveWaiting(SimConnectClient& sim) {
+  for (std::size_t reads = 0; reads < readsPerDispatch && !sim.lost; ++reads) {
+    const long got = sim.connection.transport->receive(sim.connection.handle, sim.receiveBuffer.data(),
+                                                       sim.receiveBuffer.size(), 0);
     if (got == 0) return;
     if (got < 0) {
-      SIM.lost = true;
+      sim.lost = true;
       return;
     }
-    appendBytes(SIM.input, SIM.receiveBuffer.data(), static_cast<std::size_t>(got));
+    appendBytes(sim.input, sim.receiveBuffer.data(), static_cast<std::size_t>(got));
   }
 }
 
 // Skipped records are bad input, not fatal: logged at most every 30 seconds, with their count.
-void lf_skip(SimConnectClient& SIM, const TakenRecord& TAKEN, std::string_view WHY) {
-  ++SIM.skippedRecords;
+void lf_skip(SimConnectClient& sim, const TakenRecord& taken, std::string_view why) {
+  ++sim.skippedRecords;
   const auto now = std::chrono::steady_clock::now();
-  if (SIM.lastSkipLog != std::chrono::steady_clock::time_point{} && now - SIM.lastSkipLog < 30s) return;
-  logLine(fmt::format("SimConnect: record skipped ({}), {} since the last note: {}", WHY, SIM.skippedRecords,
-                      hexSample(TAKEN.data, TAKEN.size)));
-  SIM.lastSkipLog = now;
-  SIM.skippedRecords = 0;
+  if (sim.lastSkipLog != std::chrono::steady_clock::time_point{} && now - sim.lastSkipLog < 30s) return;
+  logLine(fmt::format("SimConnect: record skipped ({}), {} since the last note: {}", why, sim.skippedRecords,
+                      hexSample(taken.data, taken.size)));
+  sim.lastSkipLog = now;
+  sim.skippedRecords = 0;
 }
 
-bool lf_deliverable(SimConnectClient& SIM, const TakenRecord& TAKEN) {
-  const RecordVerdict verdict = checkRecord(TAKEN.data, TAKEN.size);
+bool lf_deliverable(SimConnectClient& sim, const TakenRecord& taken) {
+  const RecordVerdict verdict = checkRecord(taken.data, taken.size);
   if (verdict == RecordVerdict::deliver) return true;
-  const std::uint32_t id = ByteReader{TAKEN.data, TAKEN.size}.u32(8);
+  const std::uint32_t id = ByteReader{taken.data, taken.size}.u32(8);
   if (verdict == RecordVerdict::unknownId)
-    lf_skip(SIM, TAKEN, fmt::format("unknown id {}", id));
+    lf_skip(sim, taken, fmt::format("unknown id {}", id));
   else
-    lf_skip(SIM, TAKEN,
-            fmt::format("id {} of {} bytes, at least {} expected", id, TAKEN.size, minimumRecordSize(id)));
+    lf_skip(sim, taken,
+            fmt::format("id {} of {} bytes, at least {} expected", id, taken.size, minimumRecordSize(id)));
   return false;
 }
 
-void lf_dropUnframed(SimConnectClient& SIM, const TakenRecord& TAKEN) {
-  logLine(fmt::format("SimConnect: record size {} out of bounds, connection dropped: {}", TAKEN.size,
-                      hexSample(TAKEN.data, pendingBytes(SIM.input))));
-  SIM.input.bytes.clear();
-  SIM.input.start = 0;
-  SIM.lost = true;
+void lf_dropUnframed(SimConnectClient& sim, const TakenRecord& taken) {
+  logLine(fmt::format("SimConnect: record size {} out of bounds, connection dropped: {}", taken.size,
+                      hexSample(taken.data, pendingBytes(sim.input))));
+  sim.input.bytes.clear();
+  sim.input.start = 0;
+  sim.lost = true;
 }
 
 } // namespace
 
-SimResult SimConnect_Open(SimConnectHandle* SIM, std::string_view NAME, void*, std::uint32_t, void*,
-                          std::uint32_t CONFIG_INDEX) {
-  if (!SIM) return simFail;
-  *SIM = nullptr;
-  const SimConnectConfig config = readSimConnectConfig(CONFIG_INDEX);
+SimResult SimConnect_Open(SimConnectHandle* sim, std::string_view name, void*, std::uint32_t, void*,
+                          std::uint32_t configIndex) {
+  if (!sim) return simFail;
+  *sim = nullptr;
+  const SimConnectConfig config = readSimConnectConfig(configIndex);
   for (const SimEndpoint& endpoint : connectionPlan(config)) {
-    auto client = lf_openEndpoint(config, endpoint, NAME);
+    auto client = lf_openEndpoint(config, endpoint, name);
     if (!client) continue;
-    *SIM = client.release();
+    *sim = client.release();
     return simOk;
   }
   return simFail;
 }
 
-SimResult SimConnect_Close(SimConnectHandle SIM) {
-  if (!SIM) return simFail;
-  disconnect(SIM->connection);
-  delete SIM;
+SimResult SimConnect_Close(SimConnectHandle sim) {
+  if (!sim) return simFail;
+  disconnect(sim->connection);
+  delete sim;
   return simOk;
 }
 
-SimResult SimConnect_CallDispatch(SimConnectHandle SIM, DispatchProc PROC, void* CONTEXT) {
-  if (!SIM || !PROC || SIM->quitDelivered) return simFail;
-  lf_receiveWaiting(*SIM);
-  DispatchScope scope(*SIM);
+SimResult SimConnect_CallDispatch(SimConnectHandle sim, DispatchProc proc, void* context) {
+  if (!sim || !proc || sim->quitDelivered) return simFail;
+  lf_receiveWaiting(*sim);
+  DispatchScope scope(*sim);
   for (;;) {
-    const TakenRecord taken = takeRecord(SIM->input);
+    const TakenRecord taken = takeRecord(sim->input);
     if (taken.status == TakeStatus::needMore) break;
     if (taken.status == TakeStatus::badSize) {
-      lf_dropUnframed(*SIM, taken);
+      lf_dropUnframed(*sim, taken);
       break;
     }
-    if (!lf_deliverable(*SIM, taken)) continue;
+    if (!lf_deliverable(*sim, taken)) continue;
     const auto* record = reinterpret_cast<const SIMCONNECT_RECV*>(taken.data);
-    if (record->dwID == SIMCONNECT_RECV_ID_QUIT) SIM->quitDelivered = true;
-    PROC(record, taken.size, CONTEXT);
-    if (SIM->quitDelivered) return simOk;
+    if (record->dwID == SIMCONNECT_RECV_ID_QUIT) sim->quitDelivered = true;
+    proc(record, taken.size, context);
+    if (sim->quitDelivered) return simOk;
   }
-  if (SIM->lost) {
+  if (sim->lost) {
     // The SDK tells a lost simulator by a quit record; so does this client, once.
-    SIM->quitDelivered = true;
-    const SIMCONNECT_RECV_QUIT quit{{sizeof(SIMCONNECT_RECV_QUIT), SIM->protocol, SIMCONNECT_RECV_ID_QUIT}};
-    PROC(&quit, sizeof(quit), CONTEXT);
+    sim->quitDelivered = true;
+    const SIMCONNECT_RECV_QUIT quit{{sizeof(SIMCONNECT_RECV_QUIT), sim->protocol, SIMCONNECT_RECV_ID_QUIT}};
+    proc(&quit, sizeof(quit), context);
   }
   return simOk;
 }
 
-SimResult SimConnect_GetLastSentPacketID(SimConnectHandle SIM, std::uint32_t* SEND_ID) {
-  if (!SIM || !SEND_ID) return simFail;
-  std::lock_guard lock(SIM->sendLock);
-  *SEND_ID = SIM->lastSendId;
+SimResult SimConnect_GetLastSentPacketID(SimConnectHandle sim, std::uint32_t* sendId) {
+  if (!sim || !sendId) return simFail;
+  std::lock_guard lock(sim->sendLock);
+  *sendId = sim->lastSendId;
   return simOk;
 }
 
-SimResult SimConnect_MapClientEventToSimEvent(SimConnectHandle SIM, SIMCONNECT_CLIENT_EVENT_ID EVENT_ID,
-                                              std::string_view EVENT_NAME) {
-  return lf_call(SIM, SimCall::mapClientEventToSimEvent, [&](ByteWriter& W) {
-    W.u32(EVENT_ID);
-    W.text(EVENT_NAME, nameField);
+SimResult SimConnect_MapClientEventToSimEvent(SimConnectHandle sim, SIMCONNECT_CLIENT_EVENT_ID eventId,
+                                              std::string_view eventName) {
+  return lf_call(sim, SimCall::mapClientEventToSimEvent, [&](ByteWriter& w) {
+    w.u32(eventId);
+    w.text(eventName, nameField);
   });
 }
 
-SimResult SimConnect_TransmitClientEvent(SimConnectHandle SIM, SIMCONNECT_OBJECT_ID OBJECT_ID,
-                                         SIMCONNECT_CLIENT_EVENT_ID EVENT_ID, std::uint32_t DATA,
-                                         SIMCONNECT_NOTIFICATION_GROUP_ID GROUP_ID, std::uint32_t FLAGS) {
-  return lf_call(SIM, SimCall::transmitClientEvent, [&](ByteWriter& W) {
-    W.u32(OBJECT_ID);
-    W.u32(EVENT_ID);
-    W.u32(DATA);
-    W.u32(GROUP_ID);
-    W.u32(FLAGS);
+SimResult SimConnect_TransmitClientEvent(SimConnectHandle sim, SIMCONNECT_OBJECT_ID objectId,
+                                         SIMCONNECT_CLIENT_EVENT_ID eventId, std::uint32_t data,
+                                         SIMCONNECT_NOTIFICATION_GROUP_ID groupId, std::uint32_t flags) {
+  return lf_call(sim, SimCall::transmitClientEvent, [&](ByteWriter& w) {
+    w.u32(objectId);
+    w.u32(eventId);
+    w.u32(data);
+    w.u32(groupId);
+    w.u32(flags);
   });
 }
 
-SimResult SimConnect_AddClientEventToNotificationGroup(SimConnectHandle SIM,
-                                                       SIMCONNECT_NOTIFICATION_GROUP_ID GROUP_ID,
-                                                       SIMCONNECT_CLIENT_EVENT_ID EVENT_ID, bool MASKABLE) {
-  return lf_call(SIM, SimCall::addClientEventToNotificationGroup, [&](ByteWriter& W) {
-    W.u32(GROUP_ID);
-    W.u32(EVENT_ID);
-    W.u32(MASKABLE ? 1 : 0);
+SimResult SimConnect_AddClientEventToNotificationGroup(SimConnectHandle sim,
+                                                       SIMCONNECT_NOTIFICATION_GROUP_ID groupId,
+                                                       SIMCONNECT_CLIENT_EVENT_ID eventId, bool maskable) {
+  return lf_call(sim, SimCall::addClientEventToNotificationGroup, [&](ByteWriter& w) {
+    w.u32(groupId);
+    w.u32(eventId);
+    w.u32(maskable ? 1 : 0);
   });
 }
 
-SimResult SimConnect_SetNotificationGroupPriority(SimConnectHandle SIM,
-                                                  SIMCONNECT_NOTIFICATION_GROUP_ID GROUP_ID,
-                                                  std::uint32_t PRIORITY) {
-  return lf_call(SIM, SimCall::setNotificationGroupPriority, [&](ByteWriter& W) {
-    W.u32(GROUP_ID);
-    W.u32(PRIORITY);
+SimResult SimConnect_SetNotificationGroupPriority(SimConnectHandle sim,
+                                                  SIMCONNECT_NOTIFICATION_GROUP_ID groupId,
+                                                  std::uint32_t priority) {
+  return lf_call(sim, SimCall::setNotificationGroupPriority, [&](ByteWriter& w) {
+    w.u32(groupId);
+    w.u32(priority);
   });
 }
 
-SimResult SimConnect_SubscribeToSystemEvent(SimConnectHandle SIM, SIMCONNECT_CLIENT_EVENT_ID EVENT_ID,
-                                            std::string_view SYSTEM_EVENT_NAME) {
-  return lf_call(SIM, SimCall::subscribeToSystemEvent, [&](ByteWriter& W) {
-    W.u32(EVENT_ID);
-    W.text(SYSTEM_EVENT_NAME, nameField);
+SimResult SimConnect_SubscribeToSystemEvent(SimConnectHandle sim, SIMCONNECT_CLIENT_EVENT_ID eventId,
+                                            std::string_view systemEventName) {
+  return lf_call(sim, SimCall::subscribeToSystemEvent, [&](ByteWriter& w) {
+    w.u32(eventId);
+    w.text(systemEventName, nameField);
   });
 }
 
-SimResult SimConnect_UnsubscribeFromSystemEvent(SimConnectHandle SIM, SIMCONNECT_CLIENT_EVENT_ID EVENT_ID) {
-  return lf_call(SIM, SimCall::unsubscribeFromSystemEvent, [&](ByteWriter& W) { W.u32(EVENT_ID); });
+SimResult SimConnect_UnsubscribeFromSystemEvent(SimConnectHandle sim, SIMCONNECT_CLIENT_EVENT_ID eventId) {
+  return lf_call(sim, SimCall::unsubscribeFromSystemEvent, [&](ByteWriter& w) { w.u32(eventId); });
 }
 
-SimResult SimConnect_AddToDataDefinition(SimConnectHandle SIM, SIMCONNECT_DATA_DEFINITION_ID DEFINE_ID,
-                                         std::string_view DATUM_NAME, std::string_view UNITS_NAME,
-                                         SIMCONNECT_DATATYPE DATUM_TYPE, float EPSILON,
-                                         std::uint32_t DATUM_ID) {
-  return lf_call(SIM, SimCall::addToDataDefinition, [&](ByteWriter& W) {
-    W.u32(DEFINE_ID);
-    W.text(DATUM_NAME, nameField);
-    W.text(UNITS_NAME, nameField);
-    W.u32(DATUM_TYPE);
-    W.f32(EPSILON);
-    W.u32(DATUM_ID);
+SimResult SimConnect_AddToDataDefinition(SimConnectHandle sim, SIMCONNECT_DATA_DEFINITION_ID defineId,
+                                         std::string_view datumName, std::string_view unitsName,
+                                         SIMCONNECT_DATATYPE datumType, float epsilon,
+                                         std::uint32_t datumId) {
+  return lf_call(sim, SimCall::addToDataDefinition, [&](ByteWriter& w) {
+    w.u32(defineId);
+    w.text(datumName, nameField);
+    w.text(unitsName, nameField);
+    w.u32(datumType);
+    w.f32(epsilon);
+    w.u32(datumId);
   });
 }
 
-SimResult SimConnect_ClearDataDefinition(SimConnectHandle SIM, SIMCONNECT_DATA_DEFINITION_ID DEFINE_ID) {
-  return lf_call(SIM, SimCall::clearDataDefinition, [&](ByteWriter& W) { W.u32(DEFINE_ID); });
+SimResult SimConnect_ClearDataDefinition(SimConnectHandle sim, SIMCONNECT_DATA_DEFINITION_ID defineId) {
+  return lf_call(sim, SimCall::clearDataDefinition, [&](ByteWriter& w) { w.u32(defineId); });
 }
 
-SimResult SimConnect_RequestDataOnSimObject(SimConnectHandle SIM, SIMCONNECT_DATA_REQUEST_ID REQUEST_ID,
-                                            SIMCONNECT_DATA_DEFINITION_ID DEFINE_ID,
-                                            SIMCONNECT_OBJECT_ID OBJECT_ID, SIMCONNECT_PERIOD PERIOD,
-                                            std::uint32_t FLAGS, std::uint32_t ORIGIN, std::uint32_t INTERVAL,
-                                            std::uint32_t LIMIT) {
-  return lf_call(SIM, SimCall::requestDataOnSimObject, [&](ByteWriter& W) {
-    for (const std::uint32_t field : {REQUEST_ID, DEFINE_ID, OBJECT_ID, static_cast<std::uint32_t>(PERIOD),
-                                      FLAGS, ORIGIN, INTERVAL, LIMIT})
-      W.u32(field);
+SimResult SimConnect_RequestDataOnSimObject(SimConnectHandle sim, SIMCONNECT_DATA_REQUEST_ID requestId,
+                                            SIMCONNECT_DATA_DEFINITION_ID defineId,
+                                            SIMCONNECT_OBJECT_ID objectId, SIMCONNECT_PERIOD period,
+                                            std::uint32_t flags, std::uint32_t origin, std::uint32_t interval,
+                                            std::uint32_t limit) {
+  return lf_call(sim, SimCall::requestDataOnSimObject, [&](ByteWriter& w) {
+    for (const std::uint32_t field :
+         {requestId, defineId, objectId, static_cast<std::uint32_t>(period), flags, origin, interval, limit})
+      w.u32(field);
   });
 }
 
-SimResult SimConnect_RequestDataOnSimObjectType(SimConnectHandle SIM, SIMCONNECT_DATA_REQUEST_ID REQUEST_ID,
-                                                SIMCONNECT_DATA_DEFINITION_ID DEFINE_ID,
-                                                std::uint32_t RADIUS_METERS, SIMCONNECT_SIMOBJECT_TYPE TYPE) {
-  return lf_call(SIM, SimCall::requestDataOnSimObjectType, [&](ByteWriter& W) {
-    W.u32(REQUEST_ID);
-    W.u32(DEFINE_ID);
-    W.u32(RADIUS_METERS);
-    W.u32(TYPE);
+SimResult SimConnect_RequestDataOnSimObjectType(SimConnectHandle sim, SIMCONNECT_DATA_REQUEST_ID requestId,
+                                                SIMCONNECT_DATA_DEFINITION_ID defineId,
+                                                std::uint32_t radiusMeters, SIMCONNECT_SIMOBJECT_TYPE type) {
+  return lf_call(sim, SimCall::requestDataOnSimObjectType, [&](ByteWriter& w) {
+    w.u32(requestId);
+    w.u32(defineId);
+    w.u32(radiusMeters);
+    w.u32(type);
   });
 }
 
-SimResult SimConnect_SetDataOnSimObject(SimConnectHandle SIM, SIMCONNECT_DATA_DEFINITION_ID DEFINE_ID,
-                                        SIMCONNECT_OBJECT_ID OBJECT_ID, std::uint32_t FLAGS,
-                                        std::uint32_t ARRAY_COUNT, std::uint32_t UNIT_SIZE,
-                                        const void* DATA) {
-  const std::uint32_t count = ARRAY_COUNT == 0 ? 1 : ARRAY_COUNT;
-  const std::uint64_t bytes = static_cast<std::uint64_t>(count) * UNIT_SIZE;
-  if ((bytes > 0 && !DATA) || bytes > outboxLimit) return simFail;
-  return lf_call(SIM, SimCall::setDataOnSimObject, [&](ByteWriter& W) {
-    W.u32(DEFINE_ID);
-    W.u32(OBJECT_ID);
-    W.u32(FLAGS);
-    W.u32(count);
-    W.u32(UNIT_SIZE);
-    W.raw(DATA, static_cast<std::size_t>(bytes));
+SimResult SimConnect_SetDataOnSimObject(SimConnectHandle sim, SIMCONNECT_DATA_DEFINITION_ID defineId,
+                                        SIMCONNECT_OBJECT_ID objectId, std::uint32_t flags,
+                                        std::uint32_t arrayCount, std::uint32_t unitSize, const void* data) {
+  const std::uint32_t count = arrayCount == 0 ? 1 : arrayCount;
+  const std::uint64_t bytes = static_cast<std::uint64_t>(count) * unitSize;
+  if ((bytes > 0 && !data) || bytes > outboxLimit) return simFail;
+  return lf_call(sim, SimCall::setDataOnSimObject, [&](ByteWriter& w) {
+    w.u32(defineId);
+    w.u32(objectId);
+    w.u32(flags);
+    w.u32(count);
+    w.u32(unitSize);
+    w.raw(data, static_cast<std::size_t>(bytes));
   });
 }
 
-SimResult SimConnect_AICreateNonATCAircraft(SimConnectHandle SIM, std::string_view CONTAINER_TITLE,
-                                            std::string_view TAIL_NUMBER,
-                                            const SIMCONNECT_DATA_INITPOSITION& INIT_POSITION,
-                                            SIMCONNECT_DATA_REQUEST_ID REQUEST_ID) {
-  return lf_call(SIM, SimCall::aiCreateNonAtcAircraft, [&](ByteWriter& W) {
-    W.text(CONTAINER_TITLE, nameField);
-    W.text(TAIL_NUMBER, tailNumberField);
-    W.raw(&INIT_POSITION, sizeof(INIT_POSITION));
-    W.u32(REQUEST_ID);
+SimResult SimConnect_AICreateNonATCAircraft(SimConnectHandle sim, std::string_view containerTitle,
+                                            std::string_view tailNumber,
+                                            const SIMCONNECT_DATA_INITPOSITION& initPosition,
+                                            SIMCONNECT_DATA_REQUEST_ID requestId) {
+  return lf_call(sim, SimCall::aiCreateNonAtcAircraft, [&](ByteWriter& w) {
+    w.text(containerTitle, nameField);
+    w.text(tailNumber, tailNumberField);
+    w.raw(&initPosition, sizeof(initPosition));
+    w.u32(requestId);
   });
 }
 
-SimResult SimConnect_AIReleaseControl(SimConnectHandle SIM, SIMCONNECT_OBJECT_ID OBJECT_ID,
-                                      SIMCONNECT_DATA_REQUEST_ID REQUEST_ID) {
-  return lf_call(SIM, SimCall::aiReleaseControl, [&](ByteWriter& W) {
-    W.u32(OBJECT_ID);
-    W.u32(REQUEST_ID);
+SimResult SimConnect_AIReleaseControl(SimConnectHandle sim, SIMCONNECT_OBJECT_ID objectId,
+                                      SIMCONNECT_DATA_REQUEST_ID requestId) {
+  return lf_call(sim, SimCall::aiReleaseControl, [&](ByteWriter& w) {
+    w.u32(objectId);
+    w.u32(requestId);
   });
 }
 
-SimResult SimConnect_AIRemoveObject(SimConnectHandle SIM, SIMCONNECT_OBJECT_ID OBJECT_ID,
-                                    SIMCONNECT_DATA_REQUEST_ID REQUEST_ID) {
-  return lf_call(SIM, SimCall::aiRemoveObject, [&](ByteWriter& W) {
-    W.u32(OBJECT_ID);
-    W.u32(REQUEST_ID);
+SimResult SimConnect_AIRemoveObject(SimConnectHandle sim, SIMCONNECT_OBJECT_ID objectId,
+                                    SIMCONNECT_DATA_REQUEST_ID requestId) {
+  return lf_call(sim, SimCall::aiRemoveObject, [&](ByteWriter& w) {
+    w.u32(objectId);
+    w.u32(requestId);
   });
 }
 
-SimResult SimConnect_AISetAircraftFlightPlan(SimConnectHandle SIM, SIMCONNECT_OBJECT_ID OBJECT_ID,
-                                             std::string_view FLIGHT_PLAN_PATH,
-                                             SIMCONNECT_DATA_REQUEST_ID REQUEST_ID) {
-  return lf_call(SIM, SimCall::aiSetAircraftFlightPlan, [&](ByteWriter& W) {
-    W.u32(OBJECT_ID);
-    W.text(FLIGHT_PLAN_PATH, pathField);
-    W.u32(REQUEST_ID);
+SimResult SimConnect_AISetAircraftFlightPlan(SimConnectHandle sim, SIMCONNECT_OBJECT_ID objectId,
+                                             std::string_view flightPlanPath,
+                                             SIMCONNECT_DATA_REQUEST_ID requestId) {
+  return lf_call(sim, SimCall::aiSetAircraftFlightPlan, [&](ByteWriter& w) {
+    w.u32(objectId);
+    w.text(flightPlanPath, pathField);
+    w.u32(requestId);
   });
 }
 

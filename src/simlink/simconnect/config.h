@@ -40,17 +40,17 @@ struct SimEndpoint {
   std::string text() const;                       // for the log: the pipe's name or "host:port"
 };
 
-// The settings of section CONFIG_INDEX in the text of a SimConnect.cfg; defaults for what it lacks.
-SimConnectConfig parseSimConnectConfig(std::string_view TEXT, std::uint32_t CONFIG_INDEX);
+// The settings of section configIndex in the text of a SimConnect.cfg; defaults for what it lacks.
+SimConnectConfig parseSimConnectConfig(std::string_view text, std::uint32_t configIndex);
 // The candidate files in the order they are searched.
 std::vector<std::filesystem::path> simConnectConfigCandidates();
 // The settings of the first SimConnect.cfg found, or the defaults.
-SimConnectConfig readSimConnectConfig(std::uint32_t CONFIG_INDEX);
+SimConnectConfig readSimConnectConfig(std::uint32_t configIndex);
 
 // The simulator's published port of a protocol (registry of the current user), empty when missing.
-std::string publishedPort(SimProtocol PROTOCOL);
-// The endpoints to try, in order; PUBLISHED gives the published port of IPv4 or IPv6.
-std::vector<SimEndpoint> connectionPlan(const SimConnectConfig& CONFIG,
-                                        std::string (*PUBLISHED)(SimProtocol) = publishedPort);
+std::string publishedPort(SimProtocol protocol);
+// The endpoints to try, in order; published gives the published port of IPv4 or IPv6.
+std::vector<SimEndpoint> connectionPlan(const SimConnectConfig& config,
+                                        std::string (*published)(SimProtocol) = publishedPort);
 
 } // namespace ory

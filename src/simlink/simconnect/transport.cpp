@@ -11,34 +11,34 @@ namespace ory {
 
 namespace {
 
-bool lf_socketSend(std::intptr_t HANDLE, const void* DATA, std::size_t SIZE) {
-  return sendAll(HANDLE, DATA, SIZE);
+bool lf_socketSend(std::intptr_t handle, const void* data, std::size_t size) {
+  return sendAll(handle, data, size);
 }
 
-long lf_socketReceive(std::intptr_t HANDLE, void* BUFFER, std::size_t SIZE, int TIMEOUT_MS) {
-  const int ready = waitReadable(HANDLE, TIMEOUT_MS);
+long lf_socketReceive(std::intptr_t handle, void* buffer, std::size_t size, int timeoutMs) {
+  const int ready = waitReadable(handle, timeoutMs);
   if (ready == 0) return 0;
   if (ready < 0) return -1;
-  const long got = receiveSome(HANDLE, BUFFER, SIZE);
+  const long got = receiveSome(handle, buffer, size);
   return got > 0 ? got : -1;
 }
 
-void lf_socketClose(std::intptr_t HANDLE) {
-  closeSocket(HANDLE);
+void lf_socketClose(std::intptr_t handle) {
+  closeSocket(handle);
 }
 
-bool lf_pipeSend(std::intptr_t HANDLE, const void* DATA, std::size_t SIZE) {
-  return pipeWrite(HANDLE, DATA, SIZE);
+bool lf_pipeSend(std::intptr_t handle, const void* data, std::size_t size) {
+  return pipeWrite(handle, data, size);
 }
 
 // A pipe can't be waited on without overlapped reads; it is looked at once a millisecond instead.
-long lf_pipeReceive(std::intptr_t HANDLE, void* BUFFER, std::size_t SIZE, int TIMEOUT_MS) {
-  const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(TIMEOUT_MS);
+long lf_pipeReceive(std::intptr_t handle, void* buffer, std::size_t size, int timeoutMs) {
+  const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
   for (;;) {
-    const long available = pipeAvailable(HANDLE);
+    const long available = pipeAvailable(handle);
     if (available < 0) return -1;
     if (available > 0) {
-      const long got = pipeRead(HANDLE, BUFFER, std::min(SIZE, static_cast<std::size_t>(available)));
+      const long got = pipeRead(handle, buffer, std::min(size, static_cast<std::size_t>(available)));
       return got > 0 ? got : -1;
     }
     if (std::chrono::steady_clock::now() >= until) return 0;
@@ -46,8 +46,8 @@ long lf_pipeReceive(std::intptr_t HANDLE, void* BUFFER, std::size_t SIZE, int TI
   }
 }
 
-void lf_pipeClose(std::intptr_t HANDLE) {
-  closePipe(HANDLE);
+void lf_pipeClose(std::intptr_t handle) {
+  closePipe(handle);
 }
 
 } // namespace
@@ -55,25 +55,25 @@ void lf_pipeClose(std::intptr_t HANDLE) {
 const Transport tcpTransport{"TCP", lf_socketSend, lf_socketReceive, lf_socketClose};
 const Transport pipeTransport{"pipe", lf_pipeSend, lf_pipeReceive, lf_pipeClose};
 
-Connection connectTo(const SimEndpoint& ENDPOINT, std::uint32_t MAX_RECEIVE_SIZE, bool DISABLE_NAGLE) {
-  if (ENDPOINT.protocol == SimProtocol::autoOrPipe) {
-    const PipeHandle pipe = openPipeClient(ENDPOINT.address);
+Connection connectTo(const SimEndpoint& endpoint, std::uint32_t maxReceiveSize, bool disableNagle) {
+  if (endpoint.protocol == SimProtocol::autoOrPipe) {
+    const PipeHandle pipe = openPipeClient(endpoint.address);
     if (pipe == invalidPipe) return {};
     return {&pipeTransport, pipe};
   }
   static const bool socketsStarted = startSockets();
   (void)socketsStarted;
-  const IpFamily family = ENDPOINT.protocol == SimProtocol::ipv6 ? IpFamily::v6 : IpFamily::v4;
-  const SocketHandle socket = connectTcp(ENDPOINT.address, ENDPOINT.port, family);
+  const IpFamily family = endpoint.protocol == SimProtocol::ipv6 ? IpFamily::v6 : IpFamily::v4;
+  const SocketHandle socket = connectTcp(endpoint.address, endpoint.port, family);
   if (socket == invalidSocket) return {};
-  if (DISABLE_NAGLE) setNoDelay(socket, true);
-  setReceiveBufferSize(socket, static_cast<int>(std::max<std::uint32_t>(MAX_RECEIVE_SIZE, 65536)));
+  if (disableNagle) setNoDelay(socket, true);
+  setReceiveBufferSize(socket, static_cast<int>(std::max<std::uint32_t>(maxReceiveSize, 65536)));
   return {&tcpTransport, socket};
 }
 
-void disconnect(Connection& CONNECTION) {
-  if (CONNECTION.transport) CONNECTION.transport->close(CONNECTION.handle);
-  CONNECTION = {};
+void disconnect(Connection& connection) {
+  if (connection.transport) connection.transport->close(connection.handle);
+  connection = {};
 }
 
 } // namespace ory

@@ -11,11 +11,11 @@ namespace ory {
 
 struct Transport {
   const char* name;                                                       // "TCP", "pipe"
-  bool (*send)(std::intptr_t HANDLE, const void* DATA, std::size_t SIZE); // all of DATA, or false
-  // Bytes read into BUFFER, waiting up to TIMEOUT_MS for the first; 0 when none came, -1 when closed or
+  bool (*send)(std::intptr_t handle, const void* data, std::size_t size); // all of data, or false
+  // Bytes read into buffer, waiting up to timeoutMs for the first; 0 when none came, -1 when closed or
   // failed.
-  long (*receive)(std::intptr_t HANDLE, void* BUFFER, std::size_t SIZE, int TIMEOUT_MS);
-  void (*close)(std::intptr_t HANDLE);
+  long (*receive)(std::intptr_t handle, void* buffer, std::size_t size, int timeoutMs);
+  void (*close)(std::intptr_t handle);
 };
 
 extern const Transport tcpTransport;
@@ -26,8 +26,8 @@ struct Connection {
   std::intptr_t handle = -1;
 };
 
-// Connects to ENDPOINT, or gives an unconnected Connection; MAX_RECEIVE_SIZE and DISABLE_NAGLE tune a socket.
-Connection connectTo(const SimEndpoint& ENDPOINT, std::uint32_t MAX_RECEIVE_SIZE, bool DISABLE_NAGLE);
-void disconnect(Connection& CONNECTION);
+// Connects to endpoint, or gives an unconnected Connection; maxReceiveSize and disableNagle tune a socket.
+Connection connectTo(const SimEndpoint& endpoint, std::uint32_t maxReceiveSize, bool disableNagle);
+void disconnect(Connection& connection);
 
 } // namespace ory

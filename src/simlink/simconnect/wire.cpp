@@ -37,100 +37,100 @@ constexpr std::array<CallInfo, 16> calls = {{
     {SimCall::aiSetAircraftFlightPlan, "SimConnect_AISetAircraftFlightPlan", 284},
 }};
 
-const CallInfo* lf_call(std::uint32_t CALL) {
+const CallInfo* lf_call(std::uint32_t call) {
   for (const CallInfo& info : calls)
-    if (static_cast<std::uint32_t>(info.call) == CALL) return &info;
+    if (static_cast<std::uint32_t>(info.call) == call) return &info;
   return nullptr;
 }
 
 } // namespace
 
-std::string simCallName(std::uint32_t CALL) {
-  const CallInfo* info = lf_call(CALL);
-  return info ? std::string(info->name) : fmt::format("call 0x{:02X}", CALL);
+std::string simCallName(std::uint32_t call) {
+  const CallInfo* info = lf_call(call);
+  return info ? std::string(info->name) : fmt::format("call 0x{:02X}", call);
 }
 
-std::size_t simCallSize(std::uint32_t CALL) {
-  const CallInfo* info = lf_call(CALL);
+std::size_t simCallSize(std::uint32_t call) {
+  const CallInfo* info = lf_call(call);
   return info ? info->size : 0;
 }
 
-void ByteWriter::raw(const void* DATA, std::size_t SIZE) {
-  const auto* bytes = static_cast<const unsigned char*>(DATA);
-  out.insert(out.end(), bytes, bytes + SIZE);
+void ByteWriter::raw(const void* data, std::size_t size) {
+  const auto* bytes = static_cast<const unsigned char*>(data);
+  out.insert(out.end(), bytes, bytes + size);
 }
 
-void ByteWriter::text(std::string_view TEXT, std::size_t FIELD) {
-  const std::size_t length = std::min(TEXT.size(), FIELD - 1);
-  raw(TEXT.data(), length);
-  zeros(FIELD - length);
+void ByteWriter::text(std::string_view text, std::size_t field) {
+  const std::size_t length = std::min(text.size(), field - 1);
+  raw(text.data(), length);
+  zeros(field - length);
 }
 
-void ByteWriter::patchU32(std::size_t AT, std::uint32_t VALUE) {
-  std::memcpy(out.data() + AT, &VALUE, 4);
+void ByteWriter::patchU32(std::size_t at, std::uint32_t value) {
+  std::memcpy(out.data() + at, &value, 4);
 }
 
-std::uint32_t ByteReader::u32(std::size_t AT) const {
+std::uint32_t ByteReader::u32(std::size_t at) const {
   std::uint32_t value = 0;
-  if (has(AT, 4)) std::memcpy(&value, data + AT, 4);
+  if (has(at, 4)) std::memcpy(&value, data + at, 4);
   return value;
 }
 
-std::int64_t ByteReader::i64(std::size_t AT) const {
+std::int64_t ByteReader::i64(std::size_t at) const {
   std::int64_t value = 0;
-  if (has(AT, 8)) std::memcpy(&value, data + AT, 8);
+  if (has(at, 8)) std::memcpy(&value, data + at, 8);
   return value;
 }
 
-float ByteReader::f32(std::size_t AT) const {
+float ByteReader::f32(std::size_t at) const {
   float value = 0;
-  if (has(AT, 4)) std::memcpy(&value, data + AT, 4);
+  if (has(at, 4)) std::memcpy(&value, data + at, 4);
   return value;
 }
 
-double ByteReader::f64(std::size_t AT) const {
+double ByteReader::f64(std::size_t at) const {
   double value = 0;
-  if (has(AT, 8)) std::memcpy(&value, data + AT, 8);
+  if (has(at, 8)) std::memcpy(&value, data + at, 8);
   return value;
 }
 
-std::string ByteReader::text(std::size_t AT, std::size_t FIELD) const {
-  if (AT >= size) return {};
-  const auto* first = reinterpret_cast<const char*>(data + AT);
-  const std::size_t room = std::min(FIELD, size - AT);
+std::string ByteReader::text(std::size_t at, std::size_t field) const {
+  if (at >= size) return {};
+  const auto* first = reinterpret_cast<const char*>(data + at);
+  const std::size_t room = std::min(field, size - at);
   return std::string(first, strnlen(first, room));
 }
 
-void appendBytes(RecordStream& STREAM, const void* DATA, std::size_t SIZE) {
+void appendBytes(RecordStream& stream, const void* data, std::size_t size) {
   // Taken bytes are dropped once they are the larger part, so the buffer stays near one record's size.
-  if (STREAM.start > 0 && STREAM.start >= STREAM.bytes.size() / 2) {
-    STREAM.bytes.erase(STREAM.bytes.begin(),
-                       STREAM.bytes.begin() + static_cast<std::ptrdiff_t>(STREAM.start));
-    STREAM.start = 0;
+  if (stream.start > 0 && stream.start >= stream.bytes.size() / 2) {
+    stream.bytes.erase(stream.bytes.begin(),
+                       stream.bytes.begin() + static_cast<std::ptrdiff_t>(stream.start));
+    stream.start = 0;
   }
-  const auto* bytes = static_cast<const unsigned char*>(DATA);
-  STREAM.bytes.insert(STREAM.bytes.end(), bytes, bytes + SIZE);
+  const auto* bytes = static_cast<const unsigned char*>(data);
+  stream.bytes.insert(stream.bytes.end(), bytes, bytes + size);
 }
 
-TakenRecord takeRecord(RecordStream& STREAM) {
+TakenRecord takeRecord(RecordStream& stream) {
   TakenRecord taken;
-  const std::size_t available = pendingBytes(STREAM);
+  const std::size_t available = pendingBytes(stream);
   if (available < 4) return taken;
-  const unsigned char* first = STREAM.bytes.data() + STREAM.start;
+  const unsigned char* first = stream.bytes.data() + stream.start;
   std::uint32_t size = 0;
   std::memcpy(&size, first, 4);
-  if (size < STREAM.minSize || size > STREAM.maxSize) return {TakeStatus::badSize, first, size};
+  if (size < stream.minSize || size > stream.maxSize) return {TakeStatus::badSize, first, size};
   if (available < size) return taken;
-  STREAM.start += size;
+  stream.start += size;
   return {TakeStatus::record, first, size};
 }
 
-std::size_t pendingBytes(const RecordStream& STREAM) {
-  return STREAM.bytes.size() - STREAM.start;
+std::size_t pendingBytes(const RecordStream& stream) {
+  return stream.bytes.size() - stream.start;
 }
 
-std::uint32_t minimumRecordSize(std::uint32_t ID) {
-  switch (ID) {
+std::uint32_t minimumRecordSize(std::uint32_t id) {
+  switch (id) {
   case SIMCONNECT_RECV_ID_EXCEPTION:
     return sizeof(SIMCONNECT_RECV_EXCEPTION);
   case SIMCONNECT_RECV_ID_OPEN:
@@ -154,21 +154,21 @@ std::uint32_t minimumRecordSize(std::uint32_t ID) {
   case SIMCONNECT_RECV_ID_ASSIGNED_OBJECT_ID:
     return sizeof(SIMCONNECT_RECV_ASSIGNED_OBJECT_ID);
   default:
-    return ID <= SIMCONNECT_RECV_ID_EVENT_RACE_LAP ? static_cast<std::uint32_t>(recordHeaderSize) : 0;
+    return id <= SIMCONNECT_RECV_ID_EVENT_RACE_LAP ? static_cast<std::uint32_t>(recordHeaderSize) : 0;
   }
 }
 
-RecordVerdict checkRecord(const unsigned char* RECORD, std::uint32_t SIZE) {
-  const std::uint32_t minimum = minimumRecordSize(ByteReader{RECORD, SIZE}.u32(8));
+RecordVerdict checkRecord(const unsigned char* record, std::uint32_t size) {
+  const std::uint32_t minimum = minimumRecordSize(ByteReader{record, size}.u32(8));
   if (minimum == 0) return RecordVerdict::unknownId;
-  return SIZE < minimum ? RecordVerdict::tooShort : RecordVerdict::deliver;
+  return size < minimum ? RecordVerdict::tooShort : RecordVerdict::deliver;
 }
 
-std::string hexSample(const unsigned char* DATA, std::size_t SIZE, std::size_t MAX) {
+std::string hexSample(const unsigned char* data, std::size_t size, std::size_t max) {
   std::string text;
-  for (std::size_t i = 0; i < std::min(SIZE, MAX); ++i)
-    text += fmt::format("{}{:02x}", i == 0 ? "" : " ", DATA[i]);
-  if (SIZE > MAX) text += " ...";
+  for (std::size_t i = 0; i < std::min(size, max); ++i)
+    text += fmt::format("{}{:02x}", i == 0 ? "" : " ", data[i]);
+  if (size > max) text += " ...";
   return text;
 }
 

@@ -47,32 +47,32 @@ inline constexpr std::size_t pathField = 260; // MAX_PATH
 inline constexpr std::size_t tailNumberField = 12;
 
 // "SimConnect_AddToDataDefinition" for a call number, "call 0x.." for others.
-std::string simCallName(std::uint32_t CALL);
-// The size of a packet of CALL without variable data, 0 for calls not in SimCall.
-std::size_t simCallSize(std::uint32_t CALL);
+std::string simCallName(std::uint32_t call);
+// The size of a packet of call without variable data, 0 for calls not in SimCall.
+std::size_t simCallSize(std::uint32_t call);
 
 // Appends little-endian fields to OUT.
 struct ByteWriter {
   std::vector<unsigned char>& out;
-  void u32(std::uint32_t VALUE) { raw(&VALUE, 4); }
-  void f32(float VALUE) { raw(&VALUE, 4); }
-  void f64(double VALUE) { raw(&VALUE, 8); }
-  void raw(const void* DATA, std::size_t SIZE);
-  void text(std::string_view TEXT, std::size_t FIELD); // NUL-padded, at most FIELD - 1 bytes of TEXT
-  void zeros(std::size_t SIZE) { out.insert(out.end(), SIZE, 0); }
-  void patchU32(std::size_t AT, std::uint32_t VALUE); // rewrites a field already written
+  void u32(std::uint32_t value) { raw(&value, 4); }
+  void f32(float value) { raw(&value, 4); }
+  void f64(double value) { raw(&value, 8); }
+  void raw(const void* data, std::size_t size);
+  void text(std::string_view text, std::size_t field); // NUL-padded, at most field - 1 bytes of text
+  void zeros(std::size_t size) { out.insert(out.end(), size, 0); }
+  void patchU32(std::size_t at, std::uint32_t value); // rewrites a field already written
 };
 
 // Reads fields of a byte block; a read beyond its end gives zeros (and `has` tells beforehand).
 struct ByteReader {
   const unsigned char* data = nullptr;
   std::size_t size = 0;
-  bool has(std::size_t AT, std::size_t LENGTH) const { return AT <= size && LENGTH <= size - AT; }
-  std::uint32_t u32(std::size_t AT) const;
-  std::int64_t i64(std::size_t AT) const;
-  float f32(std::size_t AT) const;
-  double f64(std::size_t AT) const;
-  std::string text(std::size_t AT, std::size_t FIELD) const; // up to the first NUL within the field
+  bool has(std::size_t at, std::size_t length) const { return at <= size && length <= size - at; }
+  std::uint32_t u32(std::size_t at) const;
+  std::int64_t i64(std::size_t at) const;
+  float f32(std::size_t at) const;
+  double f64(std::size_t at) const;
+  std::string text(std::size_t at, std::size_t field) const; // up to the first NUL within the field
 };
 
 // Reassembly of size-prefixed records from a byte stream: TCP and pipes deliver them split or run together.
@@ -94,22 +94,22 @@ struct TakenRecord {
   std::uint32_t size = 0;              // bytes of the record, or for badSize the size field read
 };
 
-void appendBytes(RecordStream& STREAM, const void* DATA, std::size_t SIZE);
-TakenRecord takeRecord(RecordStream& STREAM);
-std::size_t pendingBytes(const RecordStream& STREAM);
+void appendBytes(RecordStream& stream, const void* data, std::size_t size);
+TakenRecord takeRecord(RecordStream& stream);
+std::size_t pendingBytes(const RecordStream& stream);
 
-// The least size of a server record of ID that the client knows (FSX ids 0 to 26), 0 for unknown ids.
-std::uint32_t minimumRecordSize(std::uint32_t ID);
+// The least size of a server record of id that the client knows (FSX ids 0 to 26), 0 for unknown ids.
+std::uint32_t minimumRecordSize(std::uint32_t id);
 
 enum class RecordVerdict {
   deliver,   // a known id, at least as long as its record type; trailing bytes (longer P3D shapes) allowed
   unknownId, // skipped
   tooShort,  // skipped
 };
-// What to do with a complete server record of SIZE bytes (at least the 12-byte header).
-RecordVerdict checkRecord(const unsigned char* RECORD, std::uint32_t SIZE);
+// What to do with a complete server record of size bytes (at least the 12-byte header).
+RecordVerdict checkRecord(const unsigned char* record, std::uint32_t size);
 
-// Up to MAX bytes as hex pairs, for log lines about bad input.
-std::string hexSample(const unsigned char* DATA, std::size_t SIZE, std::size_t MAX = 32);
+// Up to max bytes as hex pairs, for log lines about bad input.
+std::string hexSample(const unsigned char* data, std::size_t size, std::size_t max = 32);
 
 } // namespace ory
