@@ -96,7 +96,20 @@ void startRunThread(RunThread which, std::function<void(std::stop_token)> rawBod
   std::lock_guard lock(lf_threadLock);
   std::stop_source& source = lf_source(which);
   source = std::stop_source();
-  std::thread([token = source.get_token(), body = std::move(rawBody)] { body(token); }).detach();
+  startCountedThread([token = source.get_token(), body = std::move(rawBody)] { body(token); });
+}
+
+void startCountedThread(std::function<void()> body) {
+  threadCount.fetch_add(1);
+  try {
+    std::thread([body = std::move(body)] {
+      const CountedScope counted;
+      body();
+    }).detach();
+  } catch (...) {
+    threadCount.fetch_sub(1);
+    throw;
+  }
 }
 
 void stopRunThreads() {

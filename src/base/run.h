@@ -43,13 +43,17 @@ extern std::atomic<bool> blockPending;
 extern std::atomic<bool> clearNoMatchPending;
 extern std::atomic<bool> reReadPending;
 
-// Counts a thread body in on construction and out on every way out.
-class ThreadCounter {
+// A thread is counted by the thread that starts it, before the start: the exit's wait must not miss a thread
+// that is only starting. startCountedThread does both, and the count goes back when BODY returns or throws.
+void startCountedThread(std::function<void()> body);
+
+// Gives back, on every way out of its scope, the count that the starting thread took for this one.
+class CountedScope {
 public:
-  ThreadCounter() { threadCount.fetch_add(1); }
-  ~ThreadCounter() { threadCount.fetch_sub(1); }
-  ThreadCounter(const ThreadCounter&) = delete;
-  ThreadCounter& operator=(const ThreadCounter&) = delete;
+  CountedScope() = default;
+  ~CountedScope() { threadCount.fetch_sub(1); }
+  CountedScope(const CountedScope&) = delete;
+  CountedScope& operator=(const CountedScope&) = delete;
 };
 
 // Weekday 1 (Monday) to 7 and half-hour index 0 to 47, UTC.

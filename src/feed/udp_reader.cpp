@@ -69,7 +69,6 @@ void takeDatagram(UdpReader& reader, std::size_t count) {
 }
 
 void readerThread(UdpReader& reader, std::uint16_t port) {
-  ThreadCounter counted;
   bool started = false;
   try {
     if (!startSockets())
@@ -89,7 +88,7 @@ void readerThread(UdpReader& reader, std::uint16_t port) {
 }
 
 void startReaderThread(UdpReader& reader, std::uint16_t port) {
-  std::thread([&reader, port] { readerThread(reader, port); }).detach();
+  startCountedThread([&reader, port] { readerThread(reader, port); });
 }
 
 void stopReader(UdpReader& reader) {

@@ -70,7 +70,7 @@ void lf_countDown(int seconds) {
 
 // The exit's work; true when it is to post its message, false when a later exit has taken over.
 bool lf_exitSteps(ExitReason reason, int seconds) {
-  ThreadCounter counted;
+  const CountedScope counted;
   try {
     logLineFlushed(fmt::format("Exiting: {}", exitReasonText(reason)));
     if (reason == ExitReason::restart) showMessage("Prepare for a restart ...", false);
@@ -120,6 +120,8 @@ void requestExit(ExitReason reason, int seconds) {
   bool expected = false;
   if (!exiting.compare_exchange_strong(expected, true)) return;
   exitReason = reason;
+  // Counted before the start like every thread, and given back before the end message is posted.
+  threadCount.fetch_add(1);
   std::thread(lf_finalExit, seconds).detach();
 }
 

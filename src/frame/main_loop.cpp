@@ -129,7 +129,6 @@ void mainLoop() {
 }
 
 void mainLoopThread(std::stop_token stop) {
-  ThreadCounter counted;
   try {
     feedWatchdog();
     flushLog();

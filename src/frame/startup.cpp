@@ -113,7 +113,6 @@ void lf_initialise() {
 }
 
 void lf_startUpTrovalyn() {
-  ThreadCounter counted;
   try {
     lf_requireProgramFolder();
     lf_initialise();
@@ -231,7 +230,7 @@ void lf_showCaught() {
 } // namespace
 
 void launchStartUp() {
-  std::thread(lf_startUpTrovalyn).detach();
+  startCountedThread(lf_startUpTrovalyn);
 }
 
 void startRun() {

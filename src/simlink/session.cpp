@@ -524,7 +524,6 @@ void simDispatch(const SIMCONNECT_RECV* data, std::uint32_t, void*) {
 }
 
 void simThread(std::stop_token stop) {
-  ThreadCounter counted;
   try {
     lf_announceWaiting();
     while (!lf_stopWanted(stop)) {

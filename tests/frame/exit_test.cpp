@@ -62,7 +62,6 @@ TEST_F(ExitTest, aHungThreadKeepsTheExitForAboutTenSecondsOnly) {
 TEST_F(ExitTest, theRunThreadsAreStoppedByTheirTokens) {
   std::atomic<bool> ended{false};
   startRunThread(RunThread::mainLoop, [&ended](std::stop_token stop) {
-    ThreadCounter counted;
     while (!stop.stop_requested())
       std::this_thread::sleep_for(5ms);
     ended = true;
