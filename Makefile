@@ -1,9 +1,12 @@
 # Front of the CMake builds. `make test` is what CI and developers run.
 JOBS ?= $(shell nproc)
+# Clones in other folders (CI's) share the compiler cache.
+export CCACHE_BASEDIR := $(CURDIR)
+export CCACHE_NOHASHDIR := 1
 NATIVE := build/native
 WINDOWS := build/windows
 
-.PHONY: all setup test native windows tsan asan fuzz bench smoke clean format
+.PHONY: all setup test native windows tsan asan fuzz bench bench-build tidy smoke clean format
 
 all: native
 
@@ -54,13 +57,21 @@ fuzz: setup
 	@scripts/fuzz-records build/fuzz
 
 # Benchmarks need an optimised build of their own.
-bench: setup
+bench-build: setup
 	@cmake -S . -B build/bench -DCMAKE_BUILD_TYPE=Release >/dev/null
-	@cmake --build build/bench -j $(JOBS)
+	@cmake --build build/bench -j $(JOBS) --target benchmarks
+
+bench: bench-build
 	@for b in $$(find build/bench/bench -path '*/CMakeFiles' -prune -o -type f -executable -print | sort); do echo "== $$b"; $$b; done
 
 smoke: windows
 	@scripts/wine-smoke
+
+# The naming rules of .clang-tidy over every source file of the native build; a fault fails.
+tidy: native
+	@run-clang-tidy-14 -p $(NATIVE) -j $(JOBS) -quiet '$(CURDIR)/(src|tools|tests|bench)/' >$(NATIVE)/tidy.log 2>&1 \
+	  || { sed -E 's/\x1b\[[0-9;]*m//g' $(NATIVE)/tidy.log | grep -E '(error|warning):' | sort -u; echo "tidy: naming faults, see $(NATIVE)/tidy.log"; exit 1; }
+	@echo "tidy: no naming faults"
 
 format:
 	@git ls-files '*.cpp' '*.h' | xargs clang-format -i

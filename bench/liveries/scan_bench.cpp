@@ -83,17 +83,17 @@ BENCHMARK(BM_CatTree)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(5);
 
 // Scan and cat in turns, so that the load of a shared machine weighs on both alike; the ratio is the figure.
 void BM_ScanAgainstCat(benchmark::State& state) {
-  using clock = std::chrono::steady_clock;
+  using Clock = std::chrono::steady_clock;
   const std::string command = lf_catCommand();
   lf_scan();
-  clock::duration scan{};
-  clock::duration cat{};
+  Clock::duration scan{};
+  Clock::duration cat{};
   for (auto _ : state) {
-    const auto start = clock::now();
+    const auto start = Clock::now();
     if (std::system(command.c_str()) != 0) state.SkipWithError("cat failed");
-    const auto between = clock::now();
+    const auto between = Clock::now();
     lf_scan();
-    const auto end = clock::now();
+    const auto end = Clock::now();
     cat += between - start;
     scan += end - between;
     state.SetIterationTime(std::chrono::duration<double>(end - between).count());

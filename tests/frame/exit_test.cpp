@@ -17,7 +17,7 @@ namespace ory {
 namespace {
 
 using namespace std::chrono_literals;
-using clock_type = std::chrono::steady_clock;
+using Clock = std::chrono::steady_clock;
 
 class ExitTest : public test::InScratchFolder {
 protected:
@@ -50,10 +50,10 @@ TEST_F(ExitTest, aSecondRequestDuringAnExitKeepsTheFirstReason) {
 
 TEST_F(ExitTest, aHungThreadKeepsTheExitForAboutTenSecondsOnly) {
   threadCount += 1; // a thread that never counts itself out
-  const auto start = clock_type::now();
+  const auto start = Clock::now();
   requestExit(ExitReason::simWasClosed, 0);
   EXPECT_EQ(waitForPost(20s), endMessage);
-  const auto waited = clock_type::now() - start;
+  const auto waited = Clock::now() - start;
   EXPECT_GT(waited, 9s) << "the exit waits for running threads";
   EXPECT_LT(waited, 13s) << "but leaves a hung one behind";
   threadCount -= 1;
@@ -136,10 +136,10 @@ TEST_F(ExitTest, anEndingExitClearsTheBlockedCallsignInTheFile) {
 TEST_F(ExitTest, theUserClosingDuringTheRestartCountdownEndsTheProgram) {
   requestExit(ExitReason::restart, 30);
   std::this_thread::sleep_for(1500ms);
-  const auto start = clock_type::now();
+  const auto start = Clock::now();
   requestExit(ExitReason::userClosedSim, 0);
   EXPECT_EQ(waitForPost(20s), endMessage);
-  EXPECT_LT(clock_type::now() - start, 5s);
+  EXPECT_LT(Clock::now() - start, 5s);
   EXPECT_EQ(nextPostedMessage(1500), 0u) << "the abandoned restart posts nothing";
 }
 

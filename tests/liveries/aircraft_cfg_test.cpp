@@ -169,14 +169,14 @@ TEST_F(AircraftCfgTest, brokenSectionsAreReportedAndTheOthersRead) {
   test::writeBytes(path, test::readFile(path) + "[Extra]\ntitle=not a livery\n");
 
   EXPECT_THAT(titles(lf_searchLiveriesinFile(1, path)), ElementsAre("good"));
-  const std::string file_ = pathText(path);
+  const std::string fileText = pathText(path);
   EXPECT_THAT(incompleteSectionsReport.lines(),
-              ElementsAre(file_ + " [fltsim.0] misses title",
-                          file_ + " [fltsim.1] has more than one title key",
-                          file_ + " [fltsim.2] has more than one atc_parking_codes key",
-                          file_ + ", [fltsim.3], has more than one atc_id key",
+              ElementsAre(fileText + " [fltsim.0] misses title",
+                          fileText + " [fltsim.1] has more than one title key",
+                          fileText + " [fltsim.2] has more than one atc_parking_codes key",
+                          fileText + ", [fltsim.3], has more than one atc_id key",
                           pathText(fs::path("SimObjects/broken/texture.gone")) + " [fltsim.4] does not exist",
-                          file_ + " [fltsim.5] empty atc_parking_codes="));
+                          fileText + " [fltsim.5] empty atc_parking_codes="));
 }
 
 TEST_F(AircraftCfgTest, titlesAreUniqueAcrossFilesAndDontUseTitlesAreSkipped) {

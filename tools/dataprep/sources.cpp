@@ -23,7 +23,7 @@ void prepWarning(std::string text) {
 namespace {
 
 namespace fs = std::filesystem;
-using json = nlohmann::json;
+using Json = nlohmann::json;
 
 std::string lf_gunzip(const fs::path& rawFile) {
   gzFile file = gzopen(rawFile.string().c_str(), "rb");
@@ -131,7 +131,7 @@ std::vector<std::string> splitCsvLine(std::string_view line) {
 
 // tar1090-db icao_aircraft_types2.json: {"B744": ["BOEING 747-400", "L4J", "H"], ...}
 void readTypeSources(const fs::path& sources, Sources& out) {
-  const json types = json::parse(readWholeFile(sources / "tar1090-db" / "icao_aircraft_types2.json"));
+  const Json types = Json::parse(readWholeFile(sources / "tar1090-db" / "icao_aircraft_types2.json"));
   for (const auto& [code, entry] : types.items()) {
     if (!entry.is_array() || entry.size() < 3) {
       prepWarning(fmt::format("type {}: entry without name, description and wake category, skipped", code));
@@ -167,7 +167,7 @@ void readWingspanSources(const fs::path& sources, Sources& out) {
 // tar1090-db operators.json ({"KLM": {"n": name, ...}}) and OpenFlights airlines.dat (ICAO code in field 5).
 // Defunct airlines stay: add-on liveries of them exist.
 void readAirlineSources(const fs::path& sources, Sources& out) {
-  const json operators = json::parse(readWholeFile(sources / "tar1090-db" / "operators.json"));
+  const Json operators = Json::parse(readWholeFile(sources / "tar1090-db" / "operators.json"));
   for (const auto& [code, entry] : operators.items())
     if (lf_isUpperCode(code, 3)) out.airlines[code].name = entry.value("n", "");
   const std::string text = readWholeFile(sources / "openflights" / "airlines.dat");
