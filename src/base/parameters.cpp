@@ -5,6 +5,7 @@
 #include "base/paths.h"
 #include "base/text_files.h"
 #include "base/version.h"
+#include "engine/geometry.h"
 
 #include <fmt/format.h>
 #include <pugixml.hpp>
@@ -78,7 +79,7 @@ ButtonControl reReadButton("Re-read", {32838, 341});
 ButtonControl flushStaticButton("Flush static", {32855, 341});
 
 std::atomic<double> rangeNm{40.0};
-std::atomic<double> rangeMetres{40.0 * 1852.0};
+std::atomic<double> rangeMetres{40.0 * metresPerNm};
 std::atomic<std::int32_t> manualLateralRange{40};
 
 namespace {
@@ -315,7 +316,7 @@ float FloatParameter::clamp(float value) const {
 
 void setRange(double nauticalMiles) {
   rangeNm = nauticalMiles;
-  rangeMetres = nauticalMiles * 1852.0;
+  rangeMetres = nauticalMiles * metresPerNm;
 }
 
 std::filesystem::path parametersPath() {

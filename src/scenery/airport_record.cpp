@@ -205,7 +205,7 @@ void lf_takeParkingList(AirportDecoder& decoder, std::size_t sub, std::size_t su
 } // namespace
 
 std::int32_t airportAltitudeFeet(std::int32_t millimetres) {
-  const auto feet = static_cast<std::int32_t>(std::lround(millimetres * 3.2808399 / 1000.0));
+  const auto feet = static_cast<std::int32_t>(std::lround(millimetres * feetPerMetre / 1000.0));
   return feet < -20 || feet > 10000 ? 0 : feet;
 }
 

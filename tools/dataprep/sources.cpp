@@ -1,4 +1,5 @@
 #include "dataprep.h"
+#include "engine/geometry.h"
 #include "liveries/text_tokens.h"
 
 #include <fmt/format.h>
@@ -155,7 +156,7 @@ void readWingspanSources(const fs::path& sources, Sources& out) {
     const std::string type = lf_field(fields, typeColumn);
     if (type.empty()) continue; // a model without an ICAO code
     try {
-      const double meters = std::stod(lf_field(fields, spanColumn)) * 0.3048;
+      const double meters = std::stod(lf_field(fields, spanColumn)) * metresPerFoot;
       double& known = out.wingspanMeters[type];
       known = std::max(known, meters);
     } catch (const std::exception&) {
