@@ -7,9 +7,9 @@
 namespace ory {
 
 namespace {
-std::filesystem::path lf_knownFolder(int CSIDL) {
+std::filesystem::path lf_knownFolder(int csidl) {
   wchar_t buffer[MAX_PATH]{};
-  if (SHGetFolderPathW(nullptr, CSIDL, nullptr, SHGFP_TYPE_CURRENT, buffer) != S_OK) return {};
+  if (SHGetFolderPathW(nullptr, csidl, nullptr, SHGFP_TYPE_CURRENT, buffer) != S_OK) return {};
   return std::filesystem::path(buffer);
 }
 } // namespace

@@ -25,18 +25,18 @@ int lf_usage() {
 
 } // namespace
 
-int main(int ARGC, char** ARGV) {
+int main(int argc, char** argv) {
   std::string scenarioFile, traceFile;
   long port = 0;
-  for (int i = 1; i < ARGC; ++i) {
-    const std::string_view arg = ARGV[i];
-    if (i + 1 >= ARGC) return lf_usage();
+  for (int i = 1; i < argc; ++i) {
+    const std::string_view arg = argv[i];
+    if (i + 1 >= argc) return lf_usage();
     if (arg == "--scenario")
-      scenarioFile = ARGV[++i];
+      scenarioFile = argv[++i];
     else if (arg == "--trace")
-      traceFile = ARGV[++i];
+      traceFile = argv[++i];
     else if (arg == "--port")
-      port = std::strtol(ARGV[++i], nullptr, 10);
+      port = std::strtol(argv[++i], nullptr, 10);
     else
       return lf_usage();
   }

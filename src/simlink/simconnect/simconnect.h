@@ -250,65 +250,65 @@ inline std::uint32_t simObjectDataSize(const SIMCONNECT_RECV_SIMOBJECT_DATA* REC
   return RECORD->dwSize - static_cast<std::uint32_t>(sizeof(SIMCONNECT_RECV_SIMOBJECT_DATA));
 }
 
-using DispatchProc = void (*)(const SIMCONNECT_RECV* DATA, std::uint32_t SIZE, void* CONTEXT);
+using DispatchProc = void (*)(const SIMCONNECT_RECV* data, std::uint32_t size, void* context);
 
 // Connects as NAME by the section CONFIG_INDEX of SimConnect.cfg. The window and event handles of the SDK are
 // accepted and ignored: records are only delivered through SimConnect_CallDispatch.
-SimResult SimConnect_Open(SimConnectHandle* SIM, std::string_view NAME, void* WINDOW,
-                          std::uint32_t USER_EVENT, void* EVENT_HANDLE, std::uint32_t CONFIG_INDEX);
-SimResult SimConnect_Close(SimConnectHandle SIM);
+SimResult SimConnect_Open(SimConnectHandle* sim, std::string_view name, void* window, std::uint32_t userEvent,
+                          void* eventHandle, std::uint32_t configIndex);
+SimResult SimConnect_Close(SimConnectHandle sim);
 // Hands every complete record received so far to PROC. A lost connection is delivered once as a QUIT record;
 // after that the call fails.
-SimResult SimConnect_CallDispatch(SimConnectHandle SIM, DispatchProc PROC, void* CONTEXT);
-SimResult SimConnect_GetLastSentPacketID(SimConnectHandle SIM, std::uint32_t* SEND_ID);
+SimResult SimConnect_CallDispatch(SimConnectHandle sim, DispatchProc proc, void* context);
+SimResult SimConnect_GetLastSentPacketID(SimConnectHandle sim, std::uint32_t* sendId);
 
-SimResult SimConnect_MapClientEventToSimEvent(SimConnectHandle SIM, SIMCONNECT_CLIENT_EVENT_ID EVENT_ID,
-                                              std::string_view EVENT_NAME = {});
-SimResult SimConnect_TransmitClientEvent(SimConnectHandle SIM, SIMCONNECT_OBJECT_ID OBJECT_ID,
-                                         SIMCONNECT_CLIENT_EVENT_ID EVENT_ID, std::uint32_t DATA,
-                                         SIMCONNECT_NOTIFICATION_GROUP_ID GROUP_ID, std::uint32_t FLAGS);
-SimResult SimConnect_AddClientEventToNotificationGroup(SimConnectHandle SIM,
-                                                       SIMCONNECT_NOTIFICATION_GROUP_ID GROUP_ID,
-                                                       SIMCONNECT_CLIENT_EVENT_ID EVENT_ID,
-                                                       bool MASKABLE = false);
-SimResult SimConnect_SetNotificationGroupPriority(SimConnectHandle SIM,
-                                                  SIMCONNECT_NOTIFICATION_GROUP_ID GROUP_ID,
-                                                  std::uint32_t PRIORITY);
-SimResult SimConnect_SubscribeToSystemEvent(SimConnectHandle SIM, SIMCONNECT_CLIENT_EVENT_ID EVENT_ID,
-                                            std::string_view SYSTEM_EVENT_NAME);
-SimResult SimConnect_UnsubscribeFromSystemEvent(SimConnectHandle SIM, SIMCONNECT_CLIENT_EVENT_ID EVENT_ID);
+SimResult SimConnect_MapClientEventToSimEvent(SimConnectHandle sim, SIMCONNECT_CLIENT_EVENT_ID eventId,
+                                              std::string_view eventName = {});
+SimResult SimConnect_TransmitClientEvent(SimConnectHandle sim, SIMCONNECT_OBJECT_ID objectId,
+                                         SIMCONNECT_CLIENT_EVENT_ID eventId, std::uint32_t data,
+                                         SIMCONNECT_NOTIFICATION_GROUP_ID groupId, std::uint32_t flags);
+SimResult SimConnect_AddClientEventToNotificationGroup(SimConnectHandle sim,
+                                                       SIMCONNECT_NOTIFICATION_GROUP_ID groupId,
+                                                       SIMCONNECT_CLIENT_EVENT_ID eventId,
+                                                       bool maskable = false);
+SimResult SimConnect_SetNotificationGroupPriority(SimConnectHandle sim,
+                                                  SIMCONNECT_NOTIFICATION_GROUP_ID groupId,
+                                                  std::uint32_t priority);
+SimResult SimConnect_SubscribeToSystemEvent(SimConnectHandle sim, SIMCONNECT_CLIENT_EVENT_ID eventId,
+                                            std::string_view systemEventName);
+SimResult SimConnect_UnsubscribeFromSystemEvent(SimConnectHandle sim, SIMCONNECT_CLIENT_EVENT_ID eventId);
 
-SimResult SimConnect_AddToDataDefinition(SimConnectHandle SIM, SIMCONNECT_DATA_DEFINITION_ID DEFINE_ID,
-                                         std::string_view DATUM_NAME, std::string_view UNITS_NAME,
-                                         SIMCONNECT_DATATYPE DATUM_TYPE = SIMCONNECT_DATATYPE_FLOAT64,
-                                         float EPSILON = 0, std::uint32_t DATUM_ID = SIMCONNECT_UNUSED);
-SimResult SimConnect_ClearDataDefinition(SimConnectHandle SIM, SIMCONNECT_DATA_DEFINITION_ID DEFINE_ID);
-SimResult SimConnect_RequestDataOnSimObject(SimConnectHandle SIM, SIMCONNECT_DATA_REQUEST_ID REQUEST_ID,
-                                            SIMCONNECT_DATA_DEFINITION_ID DEFINE_ID,
-                                            SIMCONNECT_OBJECT_ID OBJECT_ID, SIMCONNECT_PERIOD PERIOD,
-                                            std::uint32_t FLAGS = 0, std::uint32_t ORIGIN = 0,
-                                            std::uint32_t INTERVAL = 0, std::uint32_t LIMIT = 0);
+SimResult SimConnect_AddToDataDefinition(SimConnectHandle sim, SIMCONNECT_DATA_DEFINITION_ID defineId,
+                                         std::string_view datumName, std::string_view unitsName,
+                                         SIMCONNECT_DATATYPE datumType = SIMCONNECT_DATATYPE_FLOAT64,
+                                         float epsilon = 0, std::uint32_t datumId = SIMCONNECT_UNUSED);
+SimResult SimConnect_ClearDataDefinition(SimConnectHandle sim, SIMCONNECT_DATA_DEFINITION_ID defineId);
+SimResult SimConnect_RequestDataOnSimObject(SimConnectHandle sim, SIMCONNECT_DATA_REQUEST_ID requestId,
+                                            SIMCONNECT_DATA_DEFINITION_ID defineId,
+                                            SIMCONNECT_OBJECT_ID objectId, SIMCONNECT_PERIOD period,
+                                            std::uint32_t flags = 0, std::uint32_t origin = 0,
+                                            std::uint32_t interval = 0, std::uint32_t limit = 0);
 // RADIUS_METERS 0 means the user's object alone, as in the SDK.
-SimResult SimConnect_RequestDataOnSimObjectType(SimConnectHandle SIM, SIMCONNECT_DATA_REQUEST_ID REQUEST_ID,
-                                                SIMCONNECT_DATA_DEFINITION_ID DEFINE_ID,
-                                                std::uint32_t RADIUS_METERS, SIMCONNECT_SIMOBJECT_TYPE TYPE);
+SimResult SimConnect_RequestDataOnSimObjectType(SimConnectHandle sim, SIMCONNECT_DATA_REQUEST_ID requestId,
+                                                SIMCONNECT_DATA_DEFINITION_ID defineId,
+                                                std::uint32_t radiusMeters, SIMCONNECT_SIMOBJECT_TYPE type);
 // ARRAY_COUNT elements of UNIT_SIZE bytes each (a count of 0 counts as 1) from DATA.
-SimResult SimConnect_SetDataOnSimObject(SimConnectHandle SIM, SIMCONNECT_DATA_DEFINITION_ID DEFINE_ID,
-                                        SIMCONNECT_OBJECT_ID OBJECT_ID, std::uint32_t FLAGS,
-                                        std::uint32_t ARRAY_COUNT, std::uint32_t UNIT_SIZE, const void* DATA);
+SimResult SimConnect_SetDataOnSimObject(SimConnectHandle sim, SIMCONNECT_DATA_DEFINITION_ID defineId,
+                                        SIMCONNECT_OBJECT_ID objectId, std::uint32_t flags,
+                                        std::uint32_t arrayCount, std::uint32_t unitSize, const void* data);
 
-SimResult SimConnect_AICreateNonATCAircraft(SimConnectHandle SIM, std::string_view CONTAINER_TITLE,
-                                            std::string_view TAIL_NUMBER,
-                                            const SIMCONNECT_DATA_INITPOSITION& INIT_POSITION,
-                                            SIMCONNECT_DATA_REQUEST_ID REQUEST_ID);
-SimResult SimConnect_AIReleaseControl(SimConnectHandle SIM, SIMCONNECT_OBJECT_ID OBJECT_ID,
-                                      SIMCONNECT_DATA_REQUEST_ID REQUEST_ID);
-SimResult SimConnect_AIRemoveObject(SimConnectHandle SIM, SIMCONNECT_OBJECT_ID OBJECT_ID,
-                                    SIMCONNECT_DATA_REQUEST_ID REQUEST_ID);
+SimResult SimConnect_AICreateNonATCAircraft(SimConnectHandle sim, std::string_view containerTitle,
+                                            std::string_view tailNumber,
+                                            const SIMCONNECT_DATA_INITPOSITION& initPosition,
+                                            SIMCONNECT_DATA_REQUEST_ID requestId);
+SimResult SimConnect_AIReleaseControl(SimConnectHandle sim, SIMCONNECT_OBJECT_ID objectId,
+                                      SIMCONNECT_DATA_REQUEST_ID requestId);
+SimResult SimConnect_AIRemoveObject(SimConnectHandle sim, SIMCONNECT_OBJECT_ID objectId,
+                                    SIMCONNECT_DATA_REQUEST_ID requestId);
 // FLIGHT_PLAN_PATH without the ".pln" extension.
-SimResult SimConnect_AISetAircraftFlightPlan(SimConnectHandle SIM, SIMCONNECT_OBJECT_ID OBJECT_ID,
-                                             std::string_view FLIGHT_PLAN_PATH,
-                                             SIMCONNECT_DATA_REQUEST_ID REQUEST_ID);
+SimResult SimConnect_AISetAircraftFlightPlan(SimConnectHandle sim, SIMCONNECT_OBJECT_ID objectId,
+                                             std::string_view flightPlanPath,
+                                             SIMCONNECT_DATA_REQUEST_ID requestId);
 
 // NOLINTEND(readability-identifier-naming)
 
