@@ -229,6 +229,18 @@ void lf_writeReports(const std::vector<std::string>& conversions, const std::vec
     logLine(fmt::format("{} liverie{} skipped on priority, see {}", n, lf_plural(n), shown(priorityFile)));
 }
 
+// The report files of this scan that hold lines: the previous run's were removed before it.
+std::string lf_seeReports() {
+  std::string text;
+  for (const fs::path& file :
+       {invalidAirlinesFile, invalidModelsFile, fixesFile, invalidFilesFile, incompleteFile,
+        inlineRegcodesFile, noSectionFile, conversionsFile, priorityFile}) {
+    std::error_code error;
+    if (fs::exists(file, error)) text += (text.empty() ? ", see " : ", ") + pathText(file);
+  }
+  return text;
+}
+
 void lf_sortAndUnique() {
   std::stable_sort(scannedLiveries.begin(), scannedLiveries.end(),
                    [](const LiveryData& a, const LiveryData& b) {
@@ -290,14 +302,16 @@ void lf_scan(bool automatic, bool prioritize, std::vector<fs::path> folders) {
                       : fmt::format("No liveries {}", where));
   }
   if (lf_stopWanted()) return;
-  if (scannedLiveries.empty()) {
-    display.liveryCount = -1;
-    throw UserErrorException(53, "no liveries found");
-  }
-  if (folders.size() > 1) logLine(fmt::format("{} in total", scannedLiveries.size()));
+  if (folders.size() > 1 && !scannedLiveries.empty())
+    logLine(fmt::format("{} in total", scannedLiveries.size()));
   const std::vector<std::string> conversions = lf_correctFromDatabase();
   const std::vector<std::string> skipped = prioritize ? lf_dropByPriority() : std::vector<std::string>();
+  // Written before the verdict: the user who found nothing needs them most.
   lf_writeReports(conversions, skipped);
+  if (scannedLiveries.empty()) {
+    display.liveryCount = -1;
+    throw UserErrorException(53, "no liveries found" + lf_seeReports());
+  }
   lf_sortAndUnique();
   display.liveryCount = static_cast<std::int32_t>(scannedLiveries.size());
   repaintWindow();
@@ -364,7 +378,8 @@ void runLiveriesStep() {
   } catch (const UserErrorException& e) {
     if (scan && automatic && e.number == 53)
       throw UserErrorException(43, "Automatic scan has not found any liveries, switch off automatic and set "
-                                   "lfolder parameter(-s), Manual 5.1");
+                                   "lfolder parameter(-s), Manual 5.1" +
+                                       lf_seeReports());
     throw;
   }
   if (lf_stopWanted()) return; // the scan stopped short: it is asked for again at the next start

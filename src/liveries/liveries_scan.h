@@ -15,7 +15,8 @@ extern std::vector<LiveryData> scannedLiveries; // the records, during the step 
 
 // Scans folders in their order (with automatic after them the simulator's add-on folders), or reads
 // LiveriesScanned.xml. A folder's records carry its number, 1 to 10; with prioritize an airline and type
-// belongs to the first folder that has it. Throws UserErrorException 51, 52 (the file) and 53 (no liveries).
+// belongs to the first folder that has it. Throws UserErrorException 51, 52 (the file) and 53 (no liveries;
+// after a scan, once its reports are written, and naming those that hold lines).
 void loadLiveries(bool scan, bool automatic, bool prioritize, std::vector<std::filesystem::path> folders);
 // Builds the livery table and the matcher's tables from scannedLiveries, sorted, with their log summary.
 void processLiveries();

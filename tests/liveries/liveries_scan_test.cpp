@@ -27,9 +27,13 @@ namespace ory {
 namespace {
 
 namespace fs = std::filesystem;
+using ::testing::AllOf;
 using ::testing::ElementsAre;
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::StartsWith;
+using ::testing::ThrowsMessage;
 using ::testing::UnorderedElementsAre;
 
 class LiveriesScanTest : public test::InScratchFolder {
@@ -356,6 +360,31 @@ TEST_F(LiveriesScanTest, theStartUpStepNamesWhatTheUserMustMend) {
   EXPECT_THAT(installed(), ElementsAre("KLM B738 t cargo"));
   test::writeBytes(liveriesScannedFile, "<liveries/>");
   EXPECT_EQ(numberOf(), 0) << "a restart keeps the tables of the first start";
+}
+
+// Only what can't be used: a real military package, whose type is a maker's name, an unknown type, a file
+// without sections. The reports explain the error, of a manual or an automatic scan alike.
+TEST_F(LiveriesScanTest, aTreeOfOnlyInvalidFilesIsExplainedByItsError) {
+  fs::create_directories("AI/TQL_EF2000");
+  fs::copy_file(test::realData("aircraft_cfg/TQL_NBAI_Eurofighter_EF2000_Spain_Ala_14.aircraft.cfg"),
+                "AI/TQL_EF2000/aircraft.cfg");
+  lf_package("AI/Odd", "XQZ9", {lf_section("KLM odd", "KLM")});
+  test::writeBytes("AI/Empty/aircraft.cfg", "");
+  test::writeBytes("ProgramData/Lockheed Martin/Prepar3D v5/simobjects.cfg",
+                   "[Entry.0]\nPath=" + pathText(scratch.path() / "AI"));
+  SIM_INSTALL_PATH.value = "P3D v5";
+  lfolder[0].value = "AI";
+  const fs::path models = errorsFolder / "InvalidAircraftCodes.txt";
+  const std::string see = fmt::format(", see {}, {}", pathText(models),
+                                      pathText(infoFolder / "AircraftCfgWithNoFltsimSection.txt"));
+  for (const bool automatic : {false, true}) {
+    LIG_AUTOMATIC.value = automatic;
+    EXPECT_THAT([] { runLiveriesStep(); },
+                ThrowsMessage<UserErrorException>(
+                    AllOf(StartsWith(automatic ? "43: " : "53: no liveries found"), EndsWith(see))));
+    EXPECT_THAT(lf_lines(models), ElementsAre(StartsWith("Typhoon "), StartsWith("XQZ9 ")));
+  }
+  EXPECT_THAT(log(), HasSubstr("\nErrors:\n2 invalid model codes, see "));
 }
 
 TEST_F(LiveriesScanTest, closingTheProgramStopsTheScan) {

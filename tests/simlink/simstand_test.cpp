@@ -1,12 +1,14 @@
 // The stand-in as later tests lean on it, driven by our own client: the protocol step-down, what it keeps of
 // each AI object, the ground below it, flight plans, requests within a radius, the shapes and splits of what
 // it writes, a stop that leaves a whole trace, and the scenarios it ships with.
+#include "base/log.h"
 #include "simlink/simconnect/simconnect.h"
 #include "stand_in.h"
 #include "support/scratch.h"
 #include "wire_peer.h"
 
 #include <fmt/format.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <csignal>
@@ -20,6 +22,8 @@ namespace {
 
 using Json = nlohmann::json;
 using test::Bytes;
+using ::testing::HasSubstr;
+using ::testing::Not;
 using namespace std::chrono_literals;
 
 // A user parked at Munich with one title installed; extra more keys of the scenario.
@@ -114,6 +118,19 @@ TEST_F(SimstandTest, AnOlderSimulatorIsReachedByStepsDownOnNewConnections) {
   const Bytes running = nextOf(SIMCONNECT_RECV_ID_EVENT);
   EXPECT_EQ(test::u32At(running, 4), 2u) << "records carry the protocol the session speaks";
   EXPECT_EQ(test::u32At(running, 20), 1u);
+}
+
+TEST_F(SimstandTest, ASimulatorThatRefusesEveryProtocolIsNotCalledConnected) {
+  openLog();
+  stand = std::make_unique<test::StandIn>(lf_scenario(R"(, "simulator": {"protocols": []})"));
+  stand->writeSimConnectCfg();
+  ASSERT_EQ(SimConnect_Open(&sim, "Trovalyn_P3D", nullptr, 0, nullptr, 0), simOk);
+  closeLog();
+  const std::string text = test::readFile("Log.txt");
+  EXPECT_THAT(text, HasSubstr(fmt::format("SimConnect: the simulator at 127.0.0.1:{} (TCP) refused every "
+                                          "version tried, protocols 4, 3 and 2\n",
+                                          stand->port())));
+  EXPECT_THAT(text, Not(HasSubstr("connected")));
 }
 
 TEST_F(SimstandTest, EachAiObjectKeepsItsGroundLightsGearFlapsThrottleAndEngines) {

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -147,6 +148,16 @@ OpenOutcome lf_awaitOpenReply(SimConnectClient& sim) {
   }
 }
 
+// The fall-back's protocols for the log: "4, 3 and 2".
+std::string lf_protocolsTried() {
+  std::string text;
+  for (std::size_t level = 0; level < openVersions.size(); ++level) {
+    const bool last = level + 1 == openVersions.size();
+    text += (level == 0 ? "" : last ? " and " : ", ") + std::to_string(openVersions[level].protocol);
+  }
+  return text;
+}
+
 std::unique_ptr<SimConnectClient> lf_newClient(const SimConnectConfig& config) {
   auto client = std::make_unique<SimConnectClient>();
   client->input.minSize = static_cast<std::uint32_t>(recordHeaderSize);
@@ -170,10 +181,14 @@ std::unique_ptr<SimConnectClient> lf_openEndpoint(const SimConnectConfig& config
       disconnect(client->connection);
       return nullptr;
     }
-    const bool last = level + 1 == openVersions.size();
-    if (outcome == OpenOutcome::accepted || last) {
+    if (outcome == OpenOutcome::accepted) {
       logLine(fmt::format("SimConnect: connected by {} to {}, protocol {}",
                           client->connection.transport->name, endpoint.text(), version.protocol));
+      return client;
+    }
+    if (level + 1 == openVersions.size()) {
+      logLine(fmt::format("SimConnect: the simulator at {} ({}) refused every version tried, protocols {}",
+                          endpoint.text(), client->connection.transport->name, lf_protocolsTried()));
       return client;
     }
     logLine(fmt::format("SimConnect: version mismatch with protocol {} ({}.{}.{}.{}), trying an older one",
