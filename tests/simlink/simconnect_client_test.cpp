@@ -62,6 +62,24 @@ protected:
     }
   }
 
+  // Opens by the configuration while server answers each connection's Open packet in turn; an empty answer
+  // hangs up.
+  SimResult openServed(test::WirePeer& server, const std::vector<Bytes>& answers, std::vector<Bytes>& opens) {
+    std::thread serve([&] {
+      for (const Bytes& answer : answers) {
+        if (!server.accept()) return;
+        opens.push_back(server.readPacket());
+        if (answer.empty())
+          server.closeClient();
+        else
+          server.send(answer);
+      }
+    });
+    const SimResult result = SimConnect_Open(&sim, "Trovalyn_P3D", nullptr, 0, nullptr, 0);
+    serve.join();
+    return result;
+  }
+
   test::WirePeer peer;
   SimConnectHandle sim = nullptr;
   Bytes openPacket;
@@ -365,19 +383,11 @@ TEST_F(ClientTest, CallsMadeInsideTheDispatchLeaveTogetherWhenItReturns) {
   }
 }
 
-TEST_F(ClientTest, AVersionMismatchIsAskedAgainWithAnOlderProtocolOnANewConnection) {
+TEST_F(ClientTest, AVersionMismatchIsAskedAgainWithOlderProtocolsOnNewConnections) {
   test::writeSimConnectCfg("IPv4", "127.0.0.1", peer.port());
+  const Bytes refusal = test::exceptionRecord(5, 1, 0);
   std::vector<Bytes> opens;
-  std::thread server([&] {
-    for (int attempt = 0; attempt < 2; ++attempt) {
-      if (!peer.accept()) return;
-      opens.push_back(peer.readPacket());
-      peer.send(attempt == 0 ? test::exceptionRecord(5, 1, 0)
-                             : test::openRecord("Lockheed Martin Prepar3D v6"));
-    }
-  });
-  ASSERT_EQ(SimConnect_Open(&sim, "Trovalyn_P3D", nullptr, 0, nullptr, 0), simOk);
-  server.join();
+  ASSERT_EQ(openServed(peer, {refusal, test::openRecord("Lockheed Martin Prepar3D v6")}, opens), simOk);
   ASSERT_EQ(opens.size(), 2u);
   EXPECT_EQ(u32At(opens[0], 4), 4u);
   EXPECT_EQ(u32At(opens[1], 4), 3u);
@@ -387,21 +397,15 @@ TEST_F(ClientTest, AVersionMismatchIsAskedAgainWithAnOlderProtocolOnANewConnecti
   dispatchUntil(1);
   ASSERT_EQ(received.records.size(), 1u);
   EXPECT_EQ(u32At(received.records[0], 8), 2u) << "the refusal is not passed on";
-}
 
-TEST_F(ClientTest, WhenEveryVersionIsRefusedTheLastRefusalIsDispatched) {
-  test::writeSimConnectCfg("IPv4", "127.0.0.1", peer.port());
-  std::vector<std::uint32_t> protocols;
-  std::thread server([&] {
-    for (int attempt = 0; attempt < 3; ++attempt) {
-      if (!peer.accept()) return;
-      protocols.push_back(u32At(peer.readPacket(), 4));
-      peer.send(test::exceptionRecord(5, 1, 0));
-    }
-  });
-  ASSERT_EQ(SimConnect_Open(&sim, "Trovalyn_P3D", nullptr, 0, nullptr, 0), simOk);
-  server.join();
-  EXPECT_EQ(protocols, (std::vector<std::uint32_t>{4, 3, 2}));
+  // When every version is refused, the last refusal is dispatched.
+  SimConnect_Close(sim);
+  received.records.clear();
+  opens.clear();
+  ASSERT_EQ(openServed(peer, {refusal, refusal, refusal}, opens), simOk);
+  ASSERT_EQ(opens.size(), 3u);
+  for (std::uint32_t i = 0; i < 3; ++i)
+    EXPECT_EQ(u32At(opens[i], 4), 4 - i);
   dispatchUntil(1);
   ASSERT_EQ(received.records.size(), 1u);
   const auto* exception = reinterpret_cast<const SIMCONNECT_RECV_EXCEPTION*>(received.records[0].data());
@@ -416,44 +420,27 @@ TEST_F(ClientTest, OpenFailsWhenNobodyListensOrAnswers) {
   test::writeSimConnectCfg("IPv4", "127.0.0.1", closedPort);
   EXPECT_EQ(SimConnect_Open(&sim, "Trovalyn_P3D", nullptr, 0, nullptr, 0), simFail);
   EXPECT_EQ(sim, nullptr);
-
   test::writeSimConnectCfg("IPv4", "127.0.0.1", peer.port());
-  std::thread server([&] {
-    peer.accept();
-    peer.readPacket();
-    peer.closeClient(); // hangs up instead of answering
-  });
-  EXPECT_EQ(SimConnect_Open(&sim, "Trovalyn_P3D", nullptr, 0, nullptr, 0), simFail);
-  server.join();
+  std::vector<Bytes> opens;
+  EXPECT_EQ(openServed(peer, {Bytes()}, opens), simFail) << "the peer hangs up instead of answering";
 }
 
-TEST_F(ClientTest, AutoTriesThePipeAndIpv6BeforeTheIpv4ThatAnswers) {
+TEST_F(ClientTest, AutoTriesThePipeAndIpv6BeforeTheIpv4ThatAnswersAndIpv6Connects) {
+  const Bytes answer = test::openRecord("Lockheed Martin Prepar3D v5");
+  std::vector<Bytes> opens;
   test::writeSimConnectCfg("Auto", "localhost", peer.port());
-  std::thread server([&] {
-    if (!peer.accept()) return;
-    openPacket = peer.readPacket();
-    peer.send(test::openRecord("Lockheed Martin Prepar3D v5"));
-  });
-  ASSERT_EQ(SimConnect_Open(&sim, "Trovalyn_P3D", nullptr, 0, nullptr, 0), simOk);
-  server.join();
-  EXPECT_EQ(openPacket.size(), 296u);
-}
+  ASSERT_EQ(openServed(peer, {answer}, opens), simOk);
+  EXPECT_EQ(opens.at(0).size(), 296u);
+  SimConnect_Close(sim);
 
-TEST_F(ClientTest, ConnectsOverIpv6AndCloseHangsUp) {
   test::WirePeer peer6(IpFamily::v6);
   test::writeSimConnectCfg("IPv6", "::1", peer6.port(), "DisableNagle=1\n");
-  std::thread server([&] {
-    if (!peer6.accept()) return;
-    peer6.readPacket();
-    peer6.send(test::openRecord("Lockheed Martin Prepar3D v5"));
-  });
-  ASSERT_EQ(SimConnect_Open(&sim, "Trovalyn_P3D", nullptr, 0, nullptr, 0), simOk);
-  server.join();
+  ASSERT_EQ(openServed(peer6, {answer}, opens), simOk);
   EXPECT_EQ(SimConnect_UnsubscribeFromSystemEvent(sim, 201), simOk);
   EXPECT_EQ(peer6.readPacket().size(), 20u);
   SimConnect_Close(sim);
   sim = nullptr;
-  EXPECT_TRUE(peer6.closedByClient());
+  EXPECT_TRUE(peer6.closedByClient()) << "close hangs up";
 }
 
 } // namespace
