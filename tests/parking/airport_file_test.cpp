@@ -1,8 +1,7 @@
 #include "base/exceptions.h"
 #include "base/log.h"
 #include "base/parameters.h"
-#include "dbase_file.h"
-#include "liveries/dbase.h"
+#include "liveries_world.h"
 #include "parking/airport_file.h"
 #include "support/scratch.h"
 
@@ -78,14 +77,18 @@ class AirportFileTest : public test::InScratchFolder {
 protected:
   void SetUp() override {
     openLog();
-    test::loadDbase({{{"PH-BXA", "KLM", "B738", ""}, {"N12345", "DAL", "B738", "EDV"}}});
+    test::installDatabase(
+        {.large = {"B738"},
+         .rotorcraft = {"EC35"},
+         .airlines = {"KLM"},
+         .airframes = {{"PH-BXA", "KLM", "B738", "", false}, {"N12345", "DAL", "B738", "EDV", false}}});
     lf_resetParkingParameters();
     resetStands();
     parkAirportCode = "EHAM";
   }
   void TearDown() override {
     closeLog();
-    clearDbase();
+    test::clearDatabase();
     resetStands();
     parkAirportCode.clear();
     lf_resetParkingParameters();
