@@ -214,7 +214,7 @@ TEST_F(SessionTest, TheOpenRecordNamesTheSimulatorAndChecksItsVersion) {
   EXPECT_TRUE(logged("! Simulator name empty?"));
 }
 
-TEST_F(SessionTest, SimEventsAndQuitSetSimRunning) {
+TEST_F(SessionTest, SimEventsAndQuitSetSimRunningAndEventsOfTheFlightResetTheUser) {
   dispatch(lf_event(4, eventIdSim, 1));
   EXPECT_TRUE(simRunning);
   dispatch(lf_event(4, eventIdSim, 0));
@@ -222,9 +222,7 @@ TEST_F(SessionTest, SimEventsAndQuitSetSimRunning) {
   dispatch(lf_event(4, eventIdSim, 1));
   dispatch(test::serverRecord(3, {}));
   EXPECT_FALSE(simRunning);
-}
 
-TEST_F(SessionTest, EventsOfTheFlightResetTheUserAndAreLogged) {
   pendingCreates.push_back({7, 0x3C6586, "DLH4AB"});
   dispatch(lf_event(4, eventIdPositionChanged, 0));
   EXPECT_TRUE(logged("User ac position changed\n"));
