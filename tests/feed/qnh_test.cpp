@@ -31,10 +31,6 @@ protected:
     EXPECT_EQ(display.qnh, hpa);
     EXPECT_EQ(trafficReader.qnhShadow, hpa);
   }
-  std::string log() {
-    flushLog();
-    return test::readFile("Log.txt");
-  }
 
   std::string text;
 };
@@ -67,7 +63,7 @@ TEST_F(QnhTest, valuesInHectopascalInchesOrTextAndWhatIsKeptOtherwise) {
     report(row.report);
     expectQnh(row.qnh);
     if (*row.logged) {
-      EXPECT_NE(log().find(row.logged), std::string::npos);
+      EXPECT_NE(test::logText().find(row.logged), std::string::npos);
     }
   }
 }
@@ -77,7 +73,7 @@ TEST_F(QnhTest, brokenReportsAreLoggedAndDropped) {
   for (const char* broken : {"", "{\"QNH\":10", "[1,2]", "\xff\xfe", "1013"})
     report(broken);
   expectQnh(1001);
-  EXPECT_NE(log().find("Exception [json.exception.parse_error"), std::string::npos);
+  EXPECT_NE(test::logText().find("Exception [json.exception.parse_error"), std::string::npos);
 }
 
 TEST_F(QnhTest, aChangeRefreshesAStaleWeatherMark) {

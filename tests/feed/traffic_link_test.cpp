@@ -165,10 +165,6 @@ protected:
     }
     throw std::runtime_error("no free port");
   }
-  std::string log() {
-    flushLog();
-    return test::readFile("Log.txt");
-  }
   // Connects as RealTraffic while handshake() waits, and answers the version request with reply.
   std::unique_ptr<FakeRealTraffic> connectWithHandshake(std::string_view reply) {
     auto waiting = std::async(std::launch::async, [] { handshake(); });
@@ -198,7 +194,7 @@ TEST_F(TrafficLinkTest, handshakeThenPositionTimeAndExit) {
   EXPECT_EQ(peer->read(2s), "exit\r\n");
   EXPECT_TRUE(peer->closed);
   EXPECT_TRUE(rtConnected) << "stays until a send fails";
-  const std::string written = log();
+  const std::string written = test::logText();
   EXPECT_NE(written.find("Waiting for RealTraffic to connect to Trovalyn_P3D ..."), std::string::npos);
   EXPECT_NE(written.find("RT prof edition: 10.0.243, archive: week"), std::string::npos);
   EXPECT_NE(written.find("RealTraffic connected"), std::string::npos);
@@ -228,14 +224,15 @@ TEST_F(TrafficLinkTest, aLostRealTrafficIsNoticedAndWaitedForUntilItComesBack) {
   ASSERT_FALSE(rtConnected) << "a send into the closed connection fails at the latest on the second try";
   EXPECT_FALSE(display.rtLinkUp);
   EXPECT_EQ(lost, 1);
-  EXPECT_NE(log().find("RealTraffic gone? Wait for RealTraffic to re-connect ..."), std::string::npos);
+  EXPECT_NE(test::logText().find("RealTraffic gone? Wait for RealTraffic to re-connect ..."),
+            std::string::npos);
 
   auto waiting = std::async(std::launch::async, [&] { sendUserPosition(user); });
   EXPECT_EQ(waiting.wait_for(300ms), std::future_status::timeout) << "blocks until RealTraffic is back";
   FakeRealTraffic back(port);
   EXPECT_EQ(waiting.wait_for(5s), std::future_status::ready);
   EXPECT_TRUE(display.rtLinkUp);
-  EXPECT_NE(log().find("RealTraffic re-connected"), std::string::npos);
+  EXPECT_NE(test::logText().find("RealTraffic re-connected"), std::string::npos);
   sendUserPosition(user);
   EXPECT_EQ(back.read(2s, "\r\n"), positionLine(user)) << "no version request after a re-connection";
   EXPECT_FALSE(rtProfessional) << "stays as the first reply left it";
@@ -253,7 +250,8 @@ TEST_F(TrafficLinkTest, aTimeThatFindsRealTrafficGoneIsTheLossAsWell) {
   ASSERT_FALSE(rtConnected);
   EXPECT_FALSE(display.rtLinkUp);
   EXPECT_EQ(lost, 1) << "the live aircraft go";
-  EXPECT_NE(log().find("RealTraffic gone? Wait for RealTraffic to re-connect ..."), std::string::npos);
+  EXPECT_NE(test::logText().find("RealTraffic gone? Wait for RealTraffic to re-connect ..."),
+            std::string::npos);
 }
 
 TEST_F(TrafficLinkTest, closingTheLinkEndsAWaitForRealTraffic) {
@@ -285,7 +283,7 @@ TEST_F(TrafficLinkTest, afterARestartTheFirstSendFailsAndTheLinkWaitsAgain) {
   port = openOnFreePort();
   sendUserPosition(user);
   EXPECT_FALSE(rtConnected);
-  EXPECT_NE(log().find("sendDataPacket to RealTraffic failed: "), std::string::npos);
+  EXPECT_NE(test::logText().find("sendDataPacket to RealTraffic failed: "), std::string::npos);
   auto waiting = std::async(std::launch::async, [&] { sendUserPosition(user); });
   FakeRealTraffic again(port);
   EXPECT_EQ(waiting.wait_for(5s), std::future_status::ready);

@@ -37,10 +37,6 @@ protected:
     prepareScan();
     test::clearDatabase();
   }
-  std::string log() {
-    closeLog();
-    return test::readFile("Log.txt");
-  }
   // Writes a standard file of one type in its own folder and reads it.
   std::vector<LiveryData> read(const std::string& name, const test::CfgFile& file) {
     const fs::path path = fs::path("SimObjects") / name / "aircraft.cfg";
@@ -89,7 +85,7 @@ TEST_F(AircraftCfgTest, sectionNumbersMustRunFromZeroWithoutGaps) {
                           pathOf("huge") + " contains fltsim num 99999999999 incorrect"));
   EXPECT_THAT(noSectionFilesReport.lines(), ElementsAre(pathOf("none")));
   EXPECT_THAT(invalidModelsReport.lines(), IsEmpty()) << "a file without sections is not looked at further";
-  EXPECT_THAT(log(), HasSubstr("===> fltsim num 99999999999 incorrect\n"));
+  EXPECT_THAT(test::logText(), HasSubstr("===> fltsim num 99999999999 incorrect\n"));
 }
 
 TEST_F(AircraftCfgTest, parkingCodesGiveOneRecordPerAirline) {
@@ -137,7 +133,7 @@ TEST_F(AircraftCfgTest, atcIdGivesTheRegcodeOnlyWhenItIsOneSoundToken) {
   for (const LiveryData& livery : liveries)
     regcodes.push_back(livery.regcode);
   EXPECT_THAT(regcodes, ElementsAre("PH-BXA", "", "", "", "", "", "PH-ABCDEFGHI", "PH-BXD"));
-  const std::string text = log();
+  const std::string text = test::logText();
   EXPECT_THAT(text, HasSubstr("regcode: PH-ABCDEFGHIJ, has more than 12 chars or contains UTF16 chars in \"" +
                               pathOf("regcodes") + "\"?\n"));
   EXPECT_THAT(text, HasSubstr("===> " + pathOf("regcodes") + " [fltsim.3] wild cards no longer supported"));

@@ -74,10 +74,6 @@ protected:
     closeLog();
     clearDbase();
   }
-  std::string log() {
-    closeLog();
-    return test::readFile("Log.txt");
-  }
 };
 
 const std::string fullExtra = fmt::format(
@@ -117,7 +113,7 @@ TEST_F(DbaseTest, aCompleteFileFillsEveryTable) {
   EXPECT_EQ(publisherGroups[2], (std::vector<std::string>{"FlyTampa", "Fly Tampa"}));
 
   EXPECT_EQ(dbaseRecords.size(), 4u);
-  const std::string text = log();
+  const std::string text = test::logText();
   EXPECT_NE(text.find("===> wingspan model ZZZZ is no valid model, skipped"), std::string::npos);
   EXPECT_NE(text.find("===> regcode PH-BXA already exists"), std::string::npos);
   EXPECT_NE(text.find(fmt::format("4 dbase records from \"{}\" read",
@@ -184,7 +180,7 @@ TEST_F(DbaseTest, theRequiredSectionsAloneAnswerCategoriesInTheirFixedOrder) {
   EXPECT_EQ(maxHalfWingspan, 0);
   EXPECT_TRUE(dbaseRecords.empty());
   EXPECT_EQ(findPublisher("anything"), "unknown");
-  EXPECT_NE(log().find("0 dbase records from"), std::string::npos);
+  EXPECT_NE(test::logText().find("0 dbase records from"), std::string::npos);
 }
 
 // The published FNV-1a test vectors; a byte above 127 must hash as unsigned, as on every platform.
@@ -270,7 +266,7 @@ TEST_F(DbaseTest, aPlainThreeLetterAirlineIsTakenWithAWarning) {
   ASSERT_TRUE(readDbase());
   EXPECT_TRUE(isValidAirline("SAS"));
   EXPECT_TRUE(isValidAirline("KLM"));
-  EXPECT_NE(log().find("===> Unencrypted airline SAS in decrypt airl?"), std::string::npos);
+  EXPECT_NE(test::logText().find("===> Unencrypted airline SAS in decrypt airl?"), std::string::npos);
 }
 
 } // namespace

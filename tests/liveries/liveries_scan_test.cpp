@@ -57,10 +57,6 @@ protected:
     LIG_PRIORITIZE.value = false;
     SIM_INSTALL_PATH.value.clear();
   }
-  std::string log() {
-    closeLog();
-    return test::readFile("Log.txt");
-  }
   static std::set<std::string> installedTitles() {
     std::set<std::string> titles;
     for (const auto& [airline, types] : liveryTable)
@@ -165,7 +161,7 @@ TEST_F(LiveriesScanTest, aGeneratedTreeFullOfFaultsLosesNoGoodLivery) {
   clearLiveries();
   loadLiveries(false, false, false, {});
   EXPECT_EQ(installed(), scanned);
-  const std::string text = log();
+  const std::string text = test::logText();
   EXPECT_THAT(text, HasSubstr(fmt::format("{} invalid aircraft.cfg files, see {}", facts.invalidFiles + 1,
                                           pathText(errorsFolder / "InvalidAircraftCfgFiles.txt"))));
   EXPECT_THAT(text, HasSubstr("\nErrors:\n"));
@@ -187,7 +183,7 @@ TEST_F(LiveriesScanTest, aRegcodeWithADatabaseRecordMovesTheLiveryToTheRealAirfr
                           fmt::format("{:80} D-AIRN airl DLH => TRA", "Lufthansa D-AIRN"),
                           fmt::format("{:80} D-AIRN model B738 => A321", "Lufthansa D-AIRN")));
   EXPECT_EQ(regcodeLiveries.at("PHBXA"), "KLM 737 PH-BXA");
-  EXPECT_THAT(log(), HasSubstr("5 liveries updated with real live data from dbase, see "));
+  EXPECT_THAT(test::logText(), HasSubstr("5 liveries updated with real live data from dbase, see "));
 }
 
 TEST_F(LiveriesScanTest, theFirstFolderOwnsAnAirlineAndTypeWhenPrioritized) {
@@ -209,7 +205,7 @@ TEST_F(LiveriesScanTest, theFirstFolderOwnsAnAirlineAndTypeWhenPrioritized) {
       << "the eleventh and twelfth folder share the tenth's number";
   EXPECT_THAT(lf_lines(infoFolder / "LiveriesSkippedOnPriority.txt"),
               ElementsAre("BAW A320 \"BAW twelve\"", "KLM B738 \"KLM three\""));
-  const std::string text = log();
+  const std::string text = test::logText();
   EXPECT_THAT(text, HasSubstr("F1 does not exist, skipped!\n"));
   EXPECT_THAT(text, HasSubstr("F5 is not a folder name, skipped!\n"));
   EXPECT_THAT(text, HasSubstr("2 liveries found in F3\n"));
@@ -254,7 +250,7 @@ TEST_F(LiveriesScanTest, processingBindsInlineRegcodesAndSummarisesTheCategories
   EXPECT_NE(stored.find("title=\"KLM three codes\""), std::string::npos);
   EXPECT_EQ(stored.find("title=\"KLM three codes\""), stored.rfind("title=\"KLM three codes\""))
       << "the three codes of one airline give one record";
-  const std::string text = log();
+  const std::string text = test::logText();
   EXPECT_THAT(text, HasSubstr("1 in-line regcode clashes, see \""));
   EXPECT_THAT(text, HasSubstr("\n1 registration codes\n"));
   EXPECT_THAT(text, HasSubstr("3 airlines, 3 pax aircraft models and 1 cargo aircraft models\n"));
@@ -302,7 +298,7 @@ TEST_F(LiveriesScanTest, automaticFoldersComeFromTheSimulatorsConfiguration) {
   runLiveriesStep();
   EXPECT_EQ(installedTitles(), (std::set<std::string>{"from a package", "from simobjects.cfg"}));
   EXPECT_FALSE(SCAN_LIVERIES.value);
-  const std::string text = log();
+  const std::string text = test::logText();
   EXPECT_THAT(text, HasSubstr("liveries scan automatic starts"));
   EXPECT_THAT(text, HasSubstr("NoXml/add-on.xml not found!\n"));
   EXPECT_THAT(text, HasSubstr("      Simobjects found:SimObjects\\Airplanes\n"));
