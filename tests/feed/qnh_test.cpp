@@ -31,57 +31,41 @@ protected:
     EXPECT_EQ(display.qnh, hpa);
     EXPECT_EQ(trafficReader.qnhShadow, hpa);
   }
-  std::string log() {
-    flushLog();
-    return test::readFile("Log.txt");
-  }
 
   std::string text;
 };
 
-TEST_F(QnhTest, numbersInHectopascalOrHundredthsOfAnInch) {
-  report(R"({"ICAO":"EHAM","QNH":998,"METAR":"EHAM 301455Z 24012KT"})");
-  expectQnh(998);
-  report(R"({"QNH":2992})");
-  expectQnh(1013);
-  report(R"({"QNH":1080})");
-  expectQnh(1080);
-  report(R"({"QNH":1081})");
-  expectQnh(1080);
-  EXPECT_NE(log().find("? Strange QNH 366 found in {\"QNH\":1081}"), std::string::npos);
-  report(R"({"QNH":929.6})");
-  expectQnh(930); // rounded
-  report(R"({"QNH":929})");
-  expectQnh(930);
-  report(R"({"QNH":-5})");
-  expectQnh(930);
-  report(R"({"QNH":18446744073709551615})");
-  expectQnh(930);
-}
-
-TEST_F(QnhTest, textValuesAreCutAtTheFirstNonDigit) {
-  report(R"({"QNH":"1002.8"})");
-  expectQnh(1002);
-  report(R"({"QNH":"hPa"})");
-  expectQnh(1002);
-  report(R"({"QNH":"99999999999999999999"})");
-  expectQnh(1002);
-  const std::string written = log();
-  EXPECT_NE(written.find("QNH string invalid arg: hPa"), std::string::npos);
-  EXPECT_NE(written.find("QNH string out of range: 99999999999999999999"), std::string::npos);
-}
-
-TEST_F(QnhTest, aMissingValueKeepsTheOldOneButAnOddOneGivesTheStandard) {
-  report(R"({"QNH":1020})");
-  report(R"({"ICAO":"EHAM"})");
-  expectQnh(1020);
-  report(R"({"QNH":null})");
-  expectQnh(1020);
-  report(R"({"QNH":[1001]})");
-  expectQnh(1013);
-  const std::string written = log();
-  EXPECT_NE(written.find("no QNH {\"ICAO\":\"EHAM\"}"), std::string::npos);
-  EXPECT_NE(written.find("no QNH {\"QNH\":[1001]}"), std::string::npos);
+// Rows run in order: a value the reader does not take leaves the one of the row before.
+TEST_F(QnhTest, valuesInHectopascalInchesOrTextAndWhatIsKeptOtherwise) {
+  const struct {
+    const char* report;
+    int qnh;
+    const char* logged;
+  } rows[] = {
+      {R"({"ICAO":"EHAM","QNH":998,"METAR":"EHAM 301455Z 24012KT"})", 998, ""},
+      {R"({"QNH":2992})", 1013, ""}, // hundredths of an inch
+      {R"({"QNH":1080})", 1080, ""},
+      {R"({"QNH":1081})", 1080, "? Strange QNH 366 found in {\"QNH\":1081}"},
+      {R"({"QNH":929.6})", 930, ""}, // rounded
+      {R"({"QNH":929})", 930, ""},
+      {R"({"QNH":-5})", 930, ""},
+      {R"({"QNH":18446744073709551615})", 930, ""},
+      {R"({"QNH":"1002.8"})", 1002, ""}, // text is cut at the first non-digit
+      {R"({"QNH":"hPa"})", 1002, "QNH string invalid arg: hPa"},
+      {R"({"QNH":"99999999999999999999"})", 1002, "QNH string out of range: 99999999999999999999"},
+      {R"({"QNH":1020})", 1020, ""},
+      {R"({"ICAO":"EHAM"})", 1020, "no QNH {\"ICAO\":\"EHAM\"}"},
+      {R"({"QNH":null})", 1020, ""},
+      {R"({"QNH":[1001]})", 1013, "no QNH {\"QNH\":[1001]}"}, // an odd value gives the standard
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.report);
+    report(row.report);
+    expectQnh(row.qnh);
+    if (*row.logged) {
+      EXPECT_NE(test::logText().find(row.logged), std::string::npos);
+    }
+  }
 }
 
 TEST_F(QnhTest, brokenReportsAreLoggedAndDropped) {
@@ -89,7 +73,7 @@ TEST_F(QnhTest, brokenReportsAreLoggedAndDropped) {
   for (const char* broken : {"", "{\"QNH\":10", "[1,2]", "\xff\xfe", "1013"})
     report(broken);
   expectQnh(1001);
-  EXPECT_NE(log().find("Exception [json.exception.parse_error"), std::string::npos);
+  EXPECT_NE(test::logText().find("Exception [json.exception.parse_error"), std::string::npos);
 }
 
 TEST_F(QnhTest, aChangeRefreshesAStaleWeatherMark) {

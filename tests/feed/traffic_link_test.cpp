@@ -22,15 +22,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-TEST(SocketErrorTextTest, knownCodesHaveTheirTextAndOthersSayUnknown) {
-  EXPECT_EQ(socketErrorText(10048), "10048 Address already in use");
-  EXPECT_EQ(socketErrorText(10004), "10004 Interrupted system call");
-  EXPECT_EQ(socketErrorText(11004), "11004 No host data of that type was found");
-  EXPECT_EQ(socketErrorText(10101), "10101 Graceful shutdown in progress");
-  EXPECT_EQ(socketErrorText(10005), "10005 Unknown errror code");
-  EXPECT_EQ(socketErrorText(0), "0 Unknown errror code");
-}
-
 TEST(PositionLineTest, radiansAndThousandsInRealTrafficsOrder) {
   UserPosition user;
   user.lat = 52.3086;
@@ -84,28 +75,30 @@ protected:
   }
 };
 
-TEST_F(VersionReplyTest, levelTwoOrNoLevelIsTheProfessionalEdition) {
-  takeVersionReply(R"({"version":"10.0.243","level":2})");
-  EXPECT_TRUE(rtProfessional);
-  EXPECT_EQ(status(), "RT prof edition: 10.0.243, archive: week 23");
-  takeVersionReply(R"({"version":"9.1"})");
-  EXPECT_TRUE(rtProfessional);
-  takeVersionReply(R"({"version":"9.1","level":1})");
-  EXPECT_FALSE(rtProfessional);
-  EXPECT_EQ(status(), "RT stnd edition: 9.1, archive: week 23");
-  takeVersionReply(R"({"level":"2"})");
-  EXPECT_FALSE(rtProfessional) << "a text is not the number 2";
-  EXPECT_EQ(status(), "RT stnd edition: ?, archive: week 23");
-  takeVersionReply(R"({"version":9,"level":2.0})");
-  EXPECT_TRUE(rtProfessional);
-  EXPECT_EQ(status(), "RT prof edition: 9, archive: week 23");
-}
-
-TEST_F(VersionReplyTest, anEmptyOrBrokenReplyIsTheStandardEdition) {
-  for (const char* reply : {"", "{\"version\":", "[2]", "Qs999"}) {
-    rtProfessional = true;
-    takeVersionReply(reply);
-    EXPECT_FALSE(rtProfessional) << reply;
+// Level 2 or no level is the professional edition; an empty or broken reply the standard one.
+TEST_F(VersionReplyTest, theLevelOfTheReplyGivesTheEdition) {
+  const struct {
+    const char* reply;
+    bool professional;
+    const char* status; // empty: the one before stays
+  } rows[] = {
+      {R"({"version":"10.0.243","level":2})", true, "RT prof edition: 10.0.243, archive: week 23"},
+      {R"({"version":"9.1"})", true, ""},
+      {R"({"version":"9.1","level":1})", false, "RT stnd edition: 9.1, archive: week 23"},
+      {R"({"level":"2"})", false, "RT stnd edition: ?, archive: week 23"}, // a text is not the number 2
+      {R"({"version":9,"level":2.0})", true, "RT prof edition: 9, archive: week 23"},
+      {"", false, ""},
+      {"{\"version\":", false, ""},
+      {"[2]", false, ""},
+      {"Qs999", false, ""},
+  };
+  for (const auto& row : rows) {
+    rtProfessional = !row.professional;
+    takeVersionReply(row.reply);
+    EXPECT_EQ(rtProfessional, row.professional) << row.reply;
+    if (*row.status) {
+      EXPECT_EQ(status(), row.status);
+    }
   }
   std::lock_guard lock(windowTextLock);
   EXPECT_EQ(display.messageText, "No RealTraffic version received?");
@@ -172,10 +165,6 @@ protected:
     }
     throw std::runtime_error("no free port");
   }
-  std::string log() {
-    flushLog();
-    return test::readFile("Log.txt");
-  }
   // Connects as RealTraffic while handshake() waits, and answers the version request with reply.
   std::unique_ptr<FakeRealTraffic> connectWithHandshake(std::string_view reply) {
     auto waiting = std::async(std::launch::async, [] { handshake(); });
@@ -205,7 +194,7 @@ TEST_F(TrafficLinkTest, handshakeThenPositionTimeAndExit) {
   EXPECT_EQ(peer->read(2s), "exit\r\n");
   EXPECT_TRUE(peer->closed);
   EXPECT_TRUE(rtConnected) << "stays until a send fails";
-  const std::string written = log();
+  const std::string written = test::logText();
   EXPECT_NE(written.find("Waiting for RealTraffic to connect to Trovalyn_P3D ..."), std::string::npos);
   EXPECT_NE(written.find("RT prof edition: 10.0.243, archive: week"), std::string::npos);
   EXPECT_NE(written.find("RealTraffic connected"), std::string::npos);
@@ -235,14 +224,15 @@ TEST_F(TrafficLinkTest, aLostRealTrafficIsNoticedAndWaitedForUntilItComesBack) {
   ASSERT_FALSE(rtConnected) << "a send into the closed connection fails at the latest on the second try";
   EXPECT_FALSE(display.rtLinkUp);
   EXPECT_EQ(lost, 1);
-  EXPECT_NE(log().find("RealTraffic gone? Wait for RealTraffic to re-connect ..."), std::string::npos);
+  EXPECT_NE(test::logText().find("RealTraffic gone? Wait for RealTraffic to re-connect ..."),
+            std::string::npos);
 
   auto waiting = std::async(std::launch::async, [&] { sendUserPosition(user); });
   EXPECT_EQ(waiting.wait_for(300ms), std::future_status::timeout) << "blocks until RealTraffic is back";
   FakeRealTraffic back(port);
   EXPECT_EQ(waiting.wait_for(5s), std::future_status::ready);
   EXPECT_TRUE(display.rtLinkUp);
-  EXPECT_NE(log().find("RealTraffic re-connected"), std::string::npos);
+  EXPECT_NE(test::logText().find("RealTraffic re-connected"), std::string::npos);
   sendUserPosition(user);
   EXPECT_EQ(back.read(2s, "\r\n"), positionLine(user)) << "no version request after a re-connection";
   EXPECT_FALSE(rtProfessional) << "stays as the first reply left it";
@@ -251,8 +241,7 @@ TEST_F(TrafficLinkTest, aLostRealTrafficIsNoticedAndWaitedForUntilItComesBack) {
 TEST_F(TrafficLinkTest, aTimeThatFindsRealTrafficGoneIsTheLossAsWell) {
   std::atomic<int> lost{0};
   setTrafficLostAction([&] { ++lost; });
-  auto peer = connectWithHandshake(R"({"version":"10","level":2})");
-  peer.reset();
+  connectWithHandshake(R"({"version":"10","level":2})").reset();
   simEpochSeconds = 1735693200;
   for (int second = 0; second < 20 && rtConnected; ++second) {
     sendSimTime();
@@ -261,7 +250,8 @@ TEST_F(TrafficLinkTest, aTimeThatFindsRealTrafficGoneIsTheLossAsWell) {
   ASSERT_FALSE(rtConnected);
   EXPECT_FALSE(display.rtLinkUp);
   EXPECT_EQ(lost, 1) << "the live aircraft go";
-  EXPECT_NE(log().find("RealTraffic gone? Wait for RealTraffic to re-connect ..."), std::string::npos);
+  EXPECT_NE(test::logText().find("RealTraffic gone? Wait for RealTraffic to re-connect ..."),
+            std::string::npos);
 }
 
 TEST_F(TrafficLinkTest, closingTheLinkEndsAWaitForRealTraffic) {
@@ -293,7 +283,7 @@ TEST_F(TrafficLinkTest, afterARestartTheFirstSendFailsAndTheLinkWaitsAgain) {
   port = openOnFreePort();
   sendUserPosition(user);
   EXPECT_FALSE(rtConnected);
-  EXPECT_NE(log().find("sendDataPacket to RealTraffic failed: "), std::string::npos);
+  EXPECT_NE(test::logText().find("sendDataPacket to RealTraffic failed: "), std::string::npos);
   auto waiting = std::async(std::launch::async, [&] { sendUserPosition(user); });
   FakeRealTraffic again(port);
   EXPECT_EQ(waiting.wait_for(5s), std::future_status::ready);

@@ -1,4 +1,3 @@
-#include "base/exceptions.h"
 #include "base/log.h"
 #include "support/scratch.h"
 
@@ -42,7 +41,7 @@ TEST_F(LogTest, firstLineNamesTimeProgramVersionAndSimulator) {
   EXPECT_TRUE(std::regex_match(first, form)) << first;
 }
 
-TEST_F(LogTest, linesReachTheDiskAtFlushAndWarningsAtOnce) {
+TEST_F(LogTest, linesReachTheDiskAtFlushAndWarningsAtOnceAndNothingAfterClose) {
   openLog();
   logLine("buffered");
   EXPECT_EQ(readFile("Log.txt").find("buffered"), std::string::npos);
@@ -51,10 +50,6 @@ TEST_F(LogTest, linesReachTheDiskAtFlushAndWarningsAtOnce) {
   logLine("later");
   flushLog();
   EXPECT_NE(readFile("Log.txt").find("later\n"), std::string::npos);
-}
-
-TEST_F(LogTest, writesAfterCloseAreDropped) {
-  openLog();
   closeLog();
   logLineFlushed("after close");
   EXPECT_EQ(readFile("Log.txt").find("after close"), std::string::npos);
@@ -64,15 +59,6 @@ TEST(TimeText, utcTextHasAsctimeFormAndTimeOfDayItsClock) {
   EXPECT_EQ(utcText(0), "Thu Jan  1 00:00:00 1970");
   EXPECT_EQ(utcText(1'795'000'000), "Wed Nov 18 11:06:40 2026");
   EXPECT_TRUE(std::regex_match(timeOfDay(), std::regex(R"(\d\d:\d\d:\d\d)"))) << timeOfDay();
-}
-
-TEST(Exceptions, textsCarryTheirNumbersExceptUserNumber99) {
-  EXPECT_STREQ(UserErrorException(41, "wrong folder").what(), "41: wrong folder");
-  EXPECT_STREQ(UserErrorException(99, "plain").what(), "plain");
-  EXPECT_STREQ(SysErrorException(40, "Failed to write file Log.txt").what(),
-               "sys error 40: Failed to write file Log.txt");
-  const std::runtime_error& asRuntime = SysErrorException(1, "x");
-  EXPECT_STREQ(asRuntime.what(), "sys error 1: x");
 }
 
 } // namespace

@@ -15,37 +15,51 @@
 namespace ory {
 namespace {
 
-TEST(SecondBeat, theFirstSecondIsOneAndRunsNothingPeriodic) {
+std::string lf_due(const DueJobs& jobs) {
+  std::string due;
+  for (const auto& [flag, name] : {std::pair{jobs.every5, "5 "},
+                                   {jobs.every15, "15 "},
+                                   {jobs.every16, "16 "},
+                                   {jobs.every30, "30 "},
+                                   {jobs.every59, "59 "},
+                                   {jobs.every60, "60 "},
+                                   {jobs.every61, "61 "},
+                                   {jobs.every1200, "1200 "},
+                                   {jobs.daily, "daily"}})
+    due += flag ? name : "";
+  return due;
+}
+
+// The first second is 1 and runs nothing periodic; at the end of the day the late jobs run on 0.
+TEST(SecondBeat, eachJobComesDueOnItsSeconds) {
+  const struct {
+    std::int32_t before, s;
+    const char* due;
+  } rows[] = {{0, 1, ""},
+              {1199, 1200, "5 15 16 30 60 1200 "}, // 1200 = 16 x 75
+              {86399, 0, "5 15 16 30 59 60 61 1200 daily"},
+              {0, 1, ""}};
   std::atomic<std::int32_t> count{0};
-  const DueJobs first = advanceSecond(count);
-  EXPECT_EQ(first.s, 1);
-  EXPECT_FALSE(first.every5 || first.every15 || first.every16 || first.every30 || first.every59 ||
-               first.every60 || first.every61 || first.every1200 || first.daily);
-}
-
-TEST(SecondBeat, divisorsComeDueOnTheirSeconds) {
-  std::atomic<std::int32_t> count{1199};
-  const DueJobs jobs = advanceSecond(count);
-  EXPECT_EQ(jobs.s, 1200);
-  EXPECT_TRUE(jobs.every5 && jobs.every15 && jobs.every30 && jobs.every60 && jobs.every1200);
-  EXPECT_TRUE(jobs.every16) << "1200 = 16 x 75";
-  EXPECT_FALSE(jobs.every59 || jobs.every61 || jobs.daily);
-}
-
-TEST(SecondBeat, atTheEndOfTheDayTheLateJobsRunOnZero) {
-  std::atomic<std::int32_t> count{86399};
-  const DueJobs jobs = advanceSecond(count);
-  EXPECT_TRUE(jobs.daily);
-  EXPECT_TRUE(jobs.every1200 && jobs.every30);
-  EXPECT_EQ(jobs.s, 0);
-  EXPECT_EQ(count, 0);
-  EXPECT_TRUE(jobs.every16 && jobs.every59 && jobs.every61);
-  EXPECT_EQ(advanceSecond(count).s, 1);
+  for (const auto& row : rows) {
+    count = row.before;
+    const DueJobs jobs = advanceSecond(count);
+    EXPECT_EQ(jobs.s, row.s) << row.before;
+    EXPECT_EQ(count, row.s) << row.before;
+    EXPECT_EQ(lf_due(jobs), row.due) << row.before;
+  }
 }
 
 class MessageAgeTest : public test::InScratchFolder {};
 
-TEST_F(MessageAgeTest, aMessageVanishesAfterTwentyFiveSecondsButAnErrorStays) {
+TEST_F(MessageAgeTest, aMessageVanishesAfterTwentyFiveSecondsButAnErrorStaysAndHidesMessages) {
+  openLog();
+  messageClock = 0;
+  showError("err");
+  showMessage("hidden", true);
+  clearError();
+  showMessage("shown", true);
+  EXPECT_EQ(messageStamp, 1) << "the stamp is at least 1";
+
   messageClock = 100;
   showMessage("hello", false);
   EXPECT_EQ(messageStamp, 100);
@@ -65,22 +79,15 @@ TEST_F(MessageAgeTest, aMessageVanishesAfterTwentyFiveSecondsButAnErrorStays) {
   showMessage("a message", true);
   messageClock = 1000;
   ageMessage();
-  std::lock_guard lock(windowTextLock);
-  EXPECT_EQ(display.errorText, "151: No P3D install path detected");
-  EXPECT_TRUE(display.messageText.empty()) << "a message during an error neither appears";
-}
-
-TEST_F(MessageAgeTest, aMessageDuringAnErrorDoesNotReachTheLog) {
-  openLog();
-  showError("err");
-  showMessage("hidden", true);
-  clearError();
-  showMessage("shown", true);
+  {
+    std::lock_guard lock(windowTextLock);
+    EXPECT_EQ(display.errorText, "151: No P3D install path detected");
+    EXPECT_TRUE(display.messageText.empty()) << "a message during an error neither appears";
+  }
   closeLog();
   const std::string log = test::readFile("Log.txt");
-  EXPECT_EQ(log.find("hidden"), std::string::npos);
+  EXPECT_EQ(log.find("hidden"), std::string::npos) << "nor reaches the log";
   EXPECT_NE(log.find("Error err\nshown\n"), std::string::npos);
-  EXPECT_EQ(messageStamp, 1) << "the stamp is at least 1";
 }
 
 TEST(AutoRange, rangeFollowsGroundHeightAndDistance) {
@@ -151,12 +158,6 @@ TEST_F(DetectTest, theRegistryDecidesWhichSimulatorIsMeant) {
   EXPECT_NO_THROW(detectSimulator(false, false, false)) << "manual folders let the scans work without a path";
   lfolder[2].value.clear();
 }
-
-} // namespace
-} // namespace ory
-
-namespace ory {
-namespace {
 
 class MainLoopTest : public test::InScratchFolder {
 protected:

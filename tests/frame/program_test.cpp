@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <functional>
 
 namespace ory {
 namespace {
@@ -51,65 +52,53 @@ TEST_F(ProgramTest, runsFromItsFolderRefusesASecondInstanceAndEndsOnTheCloseSign
             std::string::npos);
 }
 
-TEST_F(ProgramTest, outsideItsFolderItShowsTheErrorAndStaysForTheUser) {
-  std::filesystem::remove(folder / "docs");
-  ChildProcess program(ORY_PROGRAM, {}, folder, folder, output);
-  ASSERT_TRUE(eventually(
-      [&] {
-        return readFile(output).find("error: 41: Trovalyn_P3D must be run from the Trovalyn_P3D folder!") !=
-               std::string::npos;
-      },
-      10s));
-  EXPECT_TRUE(program.running());
-  program.signal(SIGINT);
-  EXPECT_EQ(program.waitExit(12s), 0);
-}
-
-TEST_F(ProgramTest, withoutASimulatorPathOrFoldersItAsksForThePath) {
-  ChildProcess program(ORY_PROGRAM, {}, folder, folder, output);
-  ASSERT_TRUE(eventually(
-      [&] {
-        return readFile(output).find("error: 151: No P3D install path detected, type full Install Path "
-                                     "above, and press Enter") != std::string::npos;
-      },
-      10s))
-      << readFile(output);
-  program.signal(SIGTERM);
-  EXPECT_EQ(program.waitExit(12s), 0);
-}
-
-TEST_F(ProgramTest, aCorruptParametersFileIsKeptAsideAndTheProgramGoesOnWithDefaults) {
+// A start that cannot go on shows its error and stays for the user until closed.
+TEST_F(ProgramTest, aStartThatCannotGoOnShowsItsErrorAndStaysForTheUser) {
   const std::filesystem::path parameters = folder / "AppData/Roaming/Trovalyn_P3D/parameters.xml";
-  test::writeBytes(parameters, "<parameters><parameter name=\"SIM_INSTALL_PATH\" value=\"C:\\P3D v5");
-  ChildProcess program(ORY_PROGRAM, {}, folder, folder, output);
-  ASSERT_TRUE(eventually(
-      [&] { return readFile(output).find("error: 151: No P3D install path detected") != std::string::npos; },
-      10s))
-      << readFile(output);
-  EXPECT_TRUE(program.running());
-  std::filesystem::path kept = parameters;
-  kept += ".unreadable";
-  EXPECT_TRUE(std::filesystem::exists(kept));
-  EXPECT_NE(readFile(parameters).find("name=\"SCAN_LIVERIES\" value=\"true\""), std::string::npos);
-  program.signal(SIGTERM);
-  EXPECT_EQ(program.waitExit(12s), 0);
-}
-
-TEST_F(ProgramTest, withoutTheAircraftDatabaseItShowsTheErrorAndStaysForTheUser) {
-  presetInstallPath();
-  std::filesystem::remove(folder / "input" / "dbase.xml");
-  ChildProcess program(ORY_PROGRAM, {}, folder, folder, output);
-  ASSERT_TRUE(eventually(
-      [&] {
-        return readFile(output).find(
-                   "error: 60: \"input/dbase.xml\" not read because of File was not found") !=
-               std::string::npos;
-      },
-      10s))
-      << readFile(output);
-  EXPECT_TRUE(program.running());
-  program.signal(SIGTERM);
-  EXPECT_EQ(program.waitExit(12s), 0);
+  const struct {
+    const char* what;
+    std::function<void()> prepare;
+    const char* error;
+    std::function<void()> check = [] {};
+    int closeSignal = SIGTERM;
+  } rows[] = {
+      {"outside its folder", [&] { std::filesystem::remove_all(folder / "docs"); },
+       "error: 41: Trovalyn_P3D must be run from the Trovalyn_P3D folder!", [] {}, SIGINT},
+      {"without a simulator path or folders", [] {},
+       "error: 151: No P3D install path detected, type full Install Path above, and press Enter"},
+      {"a corrupt parameters file, kept aside for defaults",
+       [&] {
+         test::writeBytes(parameters, "<parameters><parameter name=\"SIM_INSTALL_PATH\" value=\"C:\\P3D v5");
+       },
+       "error: 151: No P3D install path detected",
+       [&] {
+         std::filesystem::path kept = parameters;
+         kept += ".unreadable";
+         EXPECT_TRUE(std::filesystem::exists(kept));
+         EXPECT_NE(readFile(parameters).find("name=\"SCAN_LIVERIES\" value=\"true\""), std::string::npos);
+       }},
+      {"without the aircraft database",
+       [&] {
+         presetInstallPath();
+         std::filesystem::remove(folder / "input" / "dbase.xml");
+       },
+       "error: 60: \"input/dbase.xml\" not read because of File was not found"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    for (const auto& entry : std::filesystem::directory_iterator(folder))
+      std::filesystem::remove_all(entry.path());
+    std::filesystem::create_directories(folder / "docs"); // what marks the program's folder
+    test::installPreparedData(folder);
+    row.prepare();
+    ChildProcess program(ORY_PROGRAM, {}, folder, folder, output);
+    ASSERT_TRUE(eventually([&] { return readFile(output).find(row.error) != std::string::npos; }, 10s))
+        << readFile(output);
+    EXPECT_TRUE(program.running());
+    row.check();
+    program.signal(row.closeSignal);
+    EXPECT_EQ(program.waitExit(12s), 0);
+  }
 }
 
 } // namespace

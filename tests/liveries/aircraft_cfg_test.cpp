@@ -37,10 +37,6 @@ protected:
     prepareScan();
     test::clearDatabase();
   }
-  std::string log() {
-    closeLog();
-    return test::readFile("Log.txt");
-  }
   // Writes a standard file of one type in its own folder and reads it.
   std::vector<LiveryData> read(const std::string& name, const test::CfgFile& file) {
     const fs::path path = fs::path("SimObjects") / name / "aircraft.cfg";
@@ -58,33 +54,27 @@ protected:
   }
 };
 
-test::CfgSection lf_section(std::string title, std::string codes, std::string atcId = {}) {
-  test::CfgSection section;
-  section.title = std::move(title);
-  section.codes = std::move(codes);
-  section.atcId = std::move(atcId);
-  return section;
-}
-
 TEST_F(AircraftCfgTest, sectionNumbersMustRunFromZeroWithoutGaps) {
-  test::CfgFile gap{.atcModel = "B738",
-                    .sections = {lf_section("a0", "KLM"), lf_section("a1", "KLM"), lf_section("a3", "KLM")}};
+  test::CfgFile gap{
+      .atcModel = "B738",
+      .sections = {test::section("a0", "KLM"), test::section("a1", "KLM"), test::section("a3", "KLM")}};
   gap.sections[2].header = "[fltsim.3]";
   EXPECT_THAT(read("gap", gap), IsEmpty());
 
   test::CfgFile unnumbered{.atcModel = "B738",
-                           .sections = {lf_section("b0", "KLM"), lf_section("bx", "KLM")}};
+                           .sections = {test::section("b0", "KLM"), test::section("bx", "KLM")}};
   unnumbered.sections[1].header = "[fltsim.x]";
   EXPECT_THAT(read("unnumbered", unnumbered), IsEmpty());
 
-  test::CfgFile huge{.atcModel = "B738", .sections = {lf_section("c0", "KLM")}};
+  test::CfgFile huge{.atcModel = "B738", .sections = {test::section("c0", "KLM")}};
   huge.sections[0].header = "[fltsim.99999999999]";
   EXPECT_THAT(read("huge", huge), IsEmpty());
 
   test::CfgFile none{.atcModel = "XXXX"};
   EXPECT_THAT(read("none", none), IsEmpty());
 
-  test::CfgFile reversed{.atcModel = "B738", .sections = {lf_section("d1", "KLM"), lf_section("d0", "DAL")}};
+  test::CfgFile reversed{.atcModel = "B738",
+                         .sections = {test::section("d1", "KLM"), test::section("d0", "DAL")}};
   reversed.sections[0].header = " [FLTSIM.1] ";
   reversed.sections[1].header = "[fltsim.0]";
   EXPECT_THAT(titles(read("reversed", reversed)), ElementsAre("d1", "d0"));
@@ -95,16 +85,16 @@ TEST_F(AircraftCfgTest, sectionNumbersMustRunFromZeroWithoutGaps) {
                           pathOf("huge") + " contains fltsim num 99999999999 incorrect"));
   EXPECT_THAT(noSectionFilesReport.lines(), ElementsAre(pathOf("none")));
   EXPECT_THAT(invalidModelsReport.lines(), IsEmpty()) << "a file without sections is not looked at further";
-  EXPECT_THAT(log(), HasSubstr("===> fltsim num 99999999999 incorrect\n"));
+  EXPECT_THAT(test::logText(), HasSubstr("===> fltsim num 99999999999 incorrect\n"));
 }
 
 TEST_F(AircraftCfgTest, parkingCodesGiveOneRecordPerAirline) {
-  const auto liveries =
-      read("codes", {.atcModel = "B738",
-                     .sections = {lf_section("KLM three", "KLM,KLMC,KLMX", "PH-BXA"),
-                                  lf_section("Boeing house", "BOE", "N737BA"), lf_section("Private", "PRIV"),
-                                  lf_section("Air force", "141F"), lf_section("Mixed CARGO", " XYZ , DAL,,"),
-                                  lf_section("Lower Cargo", "KLM")}});
+  const auto liveries = read(
+      "codes", {.atcModel = "B738",
+                .sections = {test::section("KLM three", "KLM,KLMC,KLMX", "PH-BXA"),
+                             test::section("Boeing house", "BOE", "N737BA"), test::section("Private", "PRIV"),
+                             test::section("Air force", "141F"), test::section("Mixed CARGO", " XYZ , DAL,,"),
+                             test::section("Lower Cargo", "KLM")}});
   ASSERT_EQ(liveries.size(), 8u);
   for (int i = 0; i < 3; ++i) {
     EXPECT_EQ(liveries[i].airline, "KLM");
@@ -131,19 +121,19 @@ TEST_F(AircraftCfgTest, parkingCodesGiveOneRecordPerAirline) {
 }
 
 TEST_F(AircraftCfgTest, atcIdGivesTheRegcodeOnlyWhenItIsOneSoundToken) {
-  const auto liveries =
-      read("regcodes",
-           {.atcModel = "B738",
-            .sections = {lf_section("r0", "KLM", "PH-BXA;comment"), lf_section("r1", "KLM", "PH-BXA,PH-BXB"),
-                         lf_section("r2", "KLM", "PH-ABCDEFGHIJ"), lf_section("r3", "KLM", "PH-*"),
-                         lf_section("r4", "KLM", "PH-BXC, ;c"), lf_section("r5", "KLM", ";nothing"),
-                         lf_section("r6", "KLM", "PH-ABCDEFGHI"), lf_section("r7", "KLM", "PH-BXD ;c")}});
+  const auto liveries = read(
+      "regcodes",
+      {.atcModel = "B738",
+       .sections = {test::section("r0", "KLM", "PH-BXA;comment"), test::section("r1", "KLM", "PH-BXA,PH-BXB"),
+                    test::section("r2", "KLM", "PH-ABCDEFGHIJ"), test::section("r3", "KLM", "PH-*"),
+                    test::section("r4", "KLM", "PH-BXC, ;c"), test::section("r5", "KLM", ";nothing"),
+                    test::section("r6", "KLM", "PH-ABCDEFGHI"), test::section("r7", "KLM", "PH-BXD ;c")}});
   ASSERT_EQ(liveries.size(), 8u) << "a bad regcode costs the regcode, never the livery";
   std::vector<std::string> regcodes;
   for (const LiveryData& livery : liveries)
     regcodes.push_back(livery.regcode);
   EXPECT_THAT(regcodes, ElementsAre("PH-BXA", "", "", "", "", "", "PH-ABCDEFGHI", "PH-BXD"));
-  const std::string text = log();
+  const std::string text = test::logText();
   EXPECT_THAT(text, HasSubstr("regcode: PH-ABCDEFGHIJ, has more than 12 chars or contains UTF16 chars in \"" +
                               pathOf("regcodes") + "\"?\n"));
   EXPECT_THAT(text, HasSubstr("===> " + pathOf("regcodes") + " [fltsim.3] wild cards no longer supported"));
@@ -153,10 +143,10 @@ TEST_F(AircraftCfgTest, atcIdGivesTheRegcodeOnlyWhenItIsOneSoundToken) {
 
 TEST_F(AircraftCfgTest, brokenSectionsAreReportedAndTheOthersRead) {
   test::CfgFile file{.atcModel = "B738",
-                     .sections = {lf_section("   ", "KLM"), lf_section("two titles", "KLM"),
-                                  lf_section("two code keys", "KLM"), lf_section("two ids", "KLM", "PH-A"),
-                                  lf_section("no texture", "KLM"), lf_section("no codes", ""),
-                                  lf_section("good", "DAL")}};
+                     .sections = {test::section("   ", "KLM"), test::section("two titles", "KLM"),
+                                  test::section("two code keys", "KLM"),
+                                  test::section("two ids", "KLM", "PH-A"), test::section("no texture", "KLM"),
+                                  test::section("no codes", ""), test::section("good", "DAL")}};
   file.sections[1].extraLines = {"title=again"};
   file.sections[2].extraLines = {"atc_parking_codes=DAL"};
   file.sections[3].extraLines = {"atc_id=PH-B"};
@@ -182,21 +172,21 @@ TEST_F(AircraftCfgTest, brokenSectionsAreReportedAndTheOthersRead) {
 TEST_F(AircraftCfgTest, titlesAreUniqueAcrossFilesAndDontUseTitlesAreSkipped) {
   dontUseTitles = {"Banned livery"};
   prepareScan();
-  EXPECT_THAT(titles(read("first", {.atcModel = "B738", .sections = {lf_section("Same", "KLM,DAL")}})),
+  EXPECT_THAT(titles(read("first", {.atcModel = "B738", .sections = {test::section("Same", "KLM,DAL")}})),
               ElementsAre("Same", "Same"));
   EXPECT_THAT(
       titles(read("second", {.atcModel = "A320",
-                             .sections = {lf_section("Same", "KLM"), lf_section("Banned livery", "KLM"),
-                                          lf_section("Other", "KLM")}})),
+                             .sections = {test::section("Same", "KLM"), test::section("Banned livery", "KLM"),
+                                          test::section("Other", "KLM")}})),
       ElementsAre("Other"));
   EXPECT_THAT(incompleteSectionsReport.lines(),
               ElementsAre(pathOf("second") + " [fltsim.0] title \"Same\" already exists"));
 }
 
 TEST_F(AircraftCfgTest, theTypeComesFromAtcModelRepairedByTheFixes) {
-  EXPECT_THAT(read("nomodel", {.sections = {lf_section("n0", "KLM")}}), IsEmpty());
-  EXPECT_THAT(read("unknown", {.atcModel = "XXXX", .sections = {lf_section("u0", "KLM")}}), IsEmpty());
-  const auto fixed = read("fixed", {.atcModel = "B737-800", .sections = {lf_section("f0", "KLM")}});
+  EXPECT_THAT(read("nomodel", {.sections = {test::section("n0", "KLM")}}), IsEmpty());
+  EXPECT_THAT(read("unknown", {.atcModel = "XXXX", .sections = {test::section("u0", "KLM")}}), IsEmpty());
+  const auto fixed = read("fixed", {.atcModel = "B737-800", .sections = {test::section("f0", "KLM")}});
   ASSERT_EQ(fixed.size(), 1u);
   EXPECT_EQ(fixed[0].type, "B738");
 
@@ -208,9 +198,9 @@ TEST_F(AircraftCfgTest, theTypeComesFromAtcModelRepairedByTheFixes) {
 }
 
 TEST_F(AircraftCfgTest, folderNamesAreFoundAsTheSimulatorFindsThem) {
-  test::CfgFile file{
-      .atcModel = "B738",
-      .sections = {lf_section("upper", "KLM"), lf_section("comment", "KLM"), lf_section("plain", "KLM")}};
+  test::CfgFile file{.atcModel = "B738",
+                     .sections = {test::section("upper", "KLM"), test::section("comment", "KLM"),
+                                  test::section("plain", "KLM")}};
   file.sections[0].texture = "klm_1";
   file.sections[1].model = "long //clean,long";
   file.makeFolders = false;
@@ -232,7 +222,7 @@ TEST_F(AircraftCfgTest, folderNamesAreFoundAsTheSimulatorFindsThem) {
 // model before the texture.
 TEST_F(AircraftCfgTest, theFirstMissingPathIsTheOneReported) {
   const auto section = [](std::string title, std::string model, std::string texture, std::string sim) {
-    test::CfgSection made = lf_section(std::move(title), "KLM");
+    test::CfgSection made = test::section(std::move(title), "KLM");
     made.model = std::move(model);
     made.texture = std::move(texture);
     made.sim = std::move(sim);
@@ -267,7 +257,7 @@ TEST_F(AircraftCfgTest, theFirstMissingPathIsTheOneReported) {
 
 TEST_F(AircraftCfgTest, simCfgAndUtf16FilesReadLikeAircraftCfg) {
   test::CfgFile file{
-      .atcModel = "B77W", .sections = {lf_section("Caf\xC3\xA9 livery", "AFR", "F-GSQA")}, .utf16 = true};
+      .atcModel = "B77W", .sections = {test::section("Caf\xC3\xA9 livery", "AFR", "F-GSQA")}, .utf16 = true};
   test::writeCfg("SimObjects/wide/SIM.CFG", file);
   const auto liveries = lf_searchLiveriesinFile(1, "SimObjects/wide/SIM.CFG");
   ASSERT_EQ(liveries.size(), 1u);
@@ -278,10 +268,11 @@ TEST_F(AircraftCfgTest, simCfgAndUtf16FilesReadLikeAircraftCfg) {
 
 TEST_F(AircraftCfgTest, ivaoFilesTakeTheAirlineFromTheTitleAndTheTypeFromTheFolder) {
   const fs::path a320 = "SimObjects/IVAO_MTL/IVAO_A320w/aircraft.cfg";
-  test::writeCfg(a320, {.atcModel = "B738",
-                        .sections = {lf_section("KLM Airbus", ""), lf_section("EMB house", "", "PH-EMB"),
-                                     lf_section("K", ""), lf_section("XYZ Airbus", ""),
-                                     lf_section("DAL Airbus CARGO", "", "N300DN;x")}});
+  test::writeCfg(a320,
+                 {.atcModel = "B738",
+                  .sections = {test::section("KLM Airbus", ""), test::section("EMB house", "", "PH-EMB"),
+                               test::section("K", ""), test::section("XYZ Airbus", ""),
+                               test::section("DAL Airbus CARGO", "", "N300DN;x")}});
   EXPECT_TRUE(isIvaoPath(backslashPath(a320)));
   const auto liveries = lf_searchIvaoLiveriesinFile(2, a320);
   ASSERT_EQ(liveries.size(), 3u);
@@ -300,7 +291,7 @@ TEST_F(AircraftCfgTest, ivaoFilesTakeTheAirlineFromTheTitleAndTheTypeFromTheFold
   const fs::path glider = "SimObjects/IVAO_MTL/IVAO_GLID_KA6/aircraft.cfg";
   const fs::path stray = "SimObjects/IVAO_MTL/IVAO_B738/sim.cfg";
   for (const fs::path& path : {glider, stray}) {
-    test::writeCfg(path, {.sections = {lf_section("KLM glider", "")}});
+    test::writeCfg(path, {.sections = {test::section("KLM glider", "")}});
     EXPECT_THAT(lf_searchIvaoLiveriesinFile(2, path), IsEmpty());
   }
   EXPECT_THAT(invalidModelsReport.lines(), ElementsAre("GLID             in " + pathText(glider),

@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <optional>
 #include <random>
 #include <regex>
@@ -50,6 +51,20 @@ std::vector<std::string> lf_slotTexts(const std::vector<std::vector<std::string>
     texts.push_back(std::move(text));
   }
   return texts;
+}
+
+// How many of texts the pattern matches; fails at the first text where matcher and pattern disagree.
+std::size_t lf_agreements(const std::regex& pattern, std::size_t group, const std::vector<std::string>& texts,
+                          const std::function<std::optional<std::string_view>(std::string_view)>& matcher) {
+  std::size_t matches = 0;
+  for (const std::string& text : texts) {
+    const auto expected = lf_regexGroup(pattern, text, group);
+    const auto actual = lf_text(matcher(text));
+    EXPECT_EQ(actual, expected) << "text \"" << text << "\"";
+    if (actual != expected) break;
+    matches += expected ? 1 : 0;
+  }
+  return matches;
 }
 
 const std::vector<std::string> blanks{"", "", " ", "\t", "  ", "\r", "\v", " \n"};
@@ -104,12 +119,10 @@ TEST(CfgLines, keyValuesAgreeWithTheirPattern) {
     lines.push_back(std::move(text));
   std::size_t matches = 0;
   for (const std::string& key : keys) {
+    SCOPED_TRACE(key);
     const std::regex pattern(fmt::format(R"(\s*({})\s*=\s*(.*\S)\s*)", key), icase);
-    for (const std::string& line : lines) {
-      const auto expected = lf_regexGroup(pattern, line, 2);
-      ASSERT_EQ(lf_text(cfgKeyValue(line, key)), expected) << "key " << key << ", line \"" << line << "\"";
-      matches += expected ? 1 : 0;
-    }
+    matches +=
+        lf_agreements(pattern, 2, lines, [&](std::string_view line) { return cfgKeyValue(line, key); });
   }
   EXPECT_GT(matches, 1000u) << "the random lines must match often enough to test the values";
 }
@@ -132,13 +145,7 @@ TEST(CfgLines, headersAgreeWithTheirPattern) {
                                          blanks},
                                         20000))
     lines.push_back(std::move(text));
-  std::size_t matches = 0;
-  for (const std::string& line : lines) {
-    const auto expected = lf_regexGroup(pattern, line, 2);
-    ASSERT_EQ(lf_text(fltsimHeaderDigits(line)), expected) << "line \"" << line << "\"";
-    matches += expected ? 1 : 0;
-  }
-  EXPECT_GT(matches, 500u);
+  EXPECT_GT(lf_agreements(pattern, 2, lines, fltsimHeaderDigits), 500u);
 }
 
 TEST(CfgLines, ivaoPathsAndTitlesAgreeWithTheirPatterns) {
@@ -158,26 +165,14 @@ TEST(CfgLines, ivaoPathsAndTitlesAgreeWithTheirPatterns) {
                                               "-",    "\r",           "x"};
   for (std::string& text : lf_randomTexts(folderPieces, 20000))
     paths.push_back(std::move(text));
-  std::size_t matches = 0;
-  for (const std::string& path : paths) {
-    const auto expected = lf_regexGroup(folder, path, 1);
-    ASSERT_EQ(lf_text(ivaoFolderType(path)), expected) << "path \"" << path << "\"";
-    matches += expected ? 1 : 0;
-  }
-  EXPECT_GE(matches, 4u);
+  EXPECT_GE(lf_agreements(folder, 1, paths, ivaoFolderType), 4u);
 
   const std::regex airline(R"(\s*(\w\w\w).*$)", icase);
   std::vector<std::string> titles{"KLM Boeing 737", "  DAL",    "KL",         "K-LM",
                                   "KLM\rx",         "_1a rest", "\xC3\xA9KLM"};
   for (std::string& text : lf_randomTexts({" ", "\r", "\n", "K", "1", "_", "-", "\xC3\xA9", "LM x"}, 20000))
     titles.push_back(std::move(text));
-  matches = 0;
-  for (const std::string& title : titles) {
-    const auto expected = lf_regexGroup(airline, title, 1);
-    ASSERT_EQ(lf_text(ivaoTitleAirline(title)), expected) << "title \"" << title << "\"";
-    matches += expected ? 1 : 0;
-  }
-  EXPECT_GT(matches, 500u);
+  EXPECT_GT(lf_agreements(airline, 1, titles, ivaoTitleAirline), 500u);
 }
 
 } // namespace

@@ -74,10 +74,6 @@ protected:
     closeLog();
     clearDbase();
   }
-  std::string log() {
-    closeLog();
-    return test::readFile("Log.txt");
-  }
 };
 
 const std::string fullExtra = fmt::format(
@@ -117,32 +113,14 @@ TEST_F(DbaseTest, aCompleteFileFillsEveryTable) {
   EXPECT_EQ(publisherGroups[2], (std::vector<std::string>{"FlyTampa", "Fly Tampa"}));
 
   EXPECT_EQ(dbaseRecords.size(), 4u);
-  const std::string text = log();
+  const std::string text = test::logText();
   EXPECT_NE(text.find("===> wingspan model ZZZZ is no valid model, skipped"), std::string::npos);
   EXPECT_NE(text.find("===> regcode PH-BXA already exists"), std::string::npos);
   EXPECT_NE(text.find(fmt::format("4 dbase records from \"{}\" read",
                                   (std::filesystem::path("input") / "dbase.xml").string())),
             std::string::npos);
-}
 
-TEST_F(DbaseTest, categoriesAnswerInTheirFixedOrder) {
-  lf_writeDbase({});
-  ASSERT_TRUE(readDbase());
-  EXPECT_EQ(modelCategory("AT72"), ModelCategory::Large); // large and heavy: large first
-  EXPECT_EQ(modelCategory("MI26"), ModelCategory::Heavy); // heavy and rotorcraft: heavy first
-  EXPECT_EQ(modelCategory("B744"), ModelCategory::Heavy);
-  EXPECT_EQ(modelCategory("GLEX"), ModelCategory::Buzjets);
-  EXPECT_EQ(modelCategory("EC35"), ModelCategory::Rotorcraft);
-  EXPECT_EQ(modelCategory("F16"), ModelCategory::HighPerf);
-  EXPECT_EQ(modelCategory("C172"), ModelCategory::Light); // valid, in no category
-  EXPECT_EQ(modelCategory("XXXX"), ModelCategory::Light);
-  EXPECT_EQ(modelCategoryName(ModelCategory::Buzjets), "Buzjets");
-  EXPECT_EQ(modelCategoryName(ModelCategory::Rotorcraft), "Rotorcraft");
-}
-
-TEST_F(DbaseTest, halfWingspansFallBackToTheirCategoryAverageOrNaN) {
-  lf_writeDbase({.extra = fullExtra});
-  ASSERT_TRUE(readDbase());
+  // Half wingspans fall back to their category's average, or NaN.
   EXPECT_NEAR(halfWingspan("B77W"), 0.0161987, 1e-7);   // 60 m; the second entry of the model is ignored
   EXPECT_NEAR(maxHalfWingspan, 80 * 0.5 / 1852, 1e-12); // ...but still counts for the maximum
   const double b744 = 68.4 * 0.5 / 1852;
@@ -150,20 +128,8 @@ TEST_F(DbaseTest, halfWingspansFallBackToTheirCategoryAverageOrNaN) {
   EXPECT_NEAR(halfWingspan("AT72"), 34.1 * 0.5 / 1852, 1e-12);            // Large: A320 alone
   EXPECT_TRUE(std::isnan(halfWingspan("EC35")));                          // no rotorcraft has a span
   EXPECT_TRUE(std::isnan(halfWingspan("C56X")));
-}
 
-// The published FNV-1a test vectors; a byte above 127 must hash as unsigned, as on every platform.
-TEST(TextHash, isSixtyFourBitFnv1aOverUnsignedBytes) {
-  static_assert(std::is_same_v<decltype(dbaseRecords)::hasher, TextHash>);
-  EXPECT_EQ(fnv1a(""), 0xcbf29ce484222325ull);
-  EXPECT_EQ(fnv1a("a"), 0xaf63dc4c8601ec8cull);
-  EXPECT_EQ(fnv1a("foobar"), 0x85944171f73967e8ull);
-  EXPECT_EQ(fnv1a("\xff"), 0xaf64724c8602eb6eull);
-}
-
-TEST_F(DbaseTest, regcodesAreFoundWithAndWithoutTheirDash) {
-  lf_writeDbase({.extra = fullExtra});
-  ASSERT_TRUE(readDbase());
+  // Regcodes are found with and without their dash.
   const auto record = lookupDbaseRecord("PHBXA"); // stored as PH-BXA: the XX-YYY form
   ASSERT_TRUE(record);
   EXPECT_EQ(record->airl, "KLM");
@@ -184,11 +150,8 @@ TEST_F(DbaseTest, regcodesAreFoundWithAndWithoutTheirDash) {
   EXPECT_FALSE(hasDbaseRecord("HB-JBH"));   // dashes are only added, never removed
   EXPECT_FALSE(hasDbaseRecord(""));
   EXPECT_EQ(lookupDbaseType("nothing"), "");
-}
 
-TEST_F(DbaseTest, publishersMatchAsCaseFreeExpressionsInGroupOrder) {
-  lf_writeDbase({.extra = fullExtra});
-  ASSERT_TRUE(readDbase());
+  // Publishers match as case-free expressions in group order.
   EXPECT_EQ(findPublisher("thirdparty/FlyTampa_KBOS.xml"), "FlyTampa");
   EXPECT_EQ(findPublisher("thirdparty/flytampa_kbos.xml"), "FlyTampa");
   EXPECT_EQ(findPublisher("thirdparty/FLY TAMPA EHAM.xml"), "FlyTampa");
@@ -199,16 +162,34 @@ TEST_F(DbaseTest, publishersMatchAsCaseFreeExpressionsInGroupOrder) {
   EXPECT_FALSE(publisherNameMatches("fly\\.tampa", "FLY_TAMPA"));
 }
 
-TEST_F(DbaseTest, optionalSectionsMayBeMissing) {
+TEST_F(DbaseTest, theRequiredSectionsAloneAnswerCategoriesInTheirFixedOrder) {
   lf_writeDbase({});
   ASSERT_TRUE(readDbase());
+  EXPECT_EQ(modelCategory("AT72"), ModelCategory::Large); // large and heavy: large first
+  EXPECT_EQ(modelCategory("MI26"), ModelCategory::Heavy); // heavy and rotorcraft: heavy first
+  EXPECT_EQ(modelCategory("B744"), ModelCategory::Heavy);
+  EXPECT_EQ(modelCategory("GLEX"), ModelCategory::Buzjets);
+  EXPECT_EQ(modelCategory("EC35"), ModelCategory::Rotorcraft);
+  EXPECT_EQ(modelCategory("F16"), ModelCategory::HighPerf);
+  EXPECT_EQ(modelCategory("C172"), ModelCategory::Light); // valid, in no category
+  EXPECT_EQ(modelCategory("XXXX"), ModelCategory::Light);
+  // the optional sections may be missing
   EXPECT_TRUE(similarGroups.empty());
   EXPECT_TRUE(publisherGroups.empty());
   EXPECT_TRUE(wingspanTable.empty());
   EXPECT_EQ(maxHalfWingspan, 0);
   EXPECT_TRUE(dbaseRecords.empty());
   EXPECT_EQ(findPublisher("anything"), "unknown");
-  EXPECT_NE(log().find("0 dbase records from"), std::string::npos);
+  EXPECT_NE(test::logText().find("0 dbase records from"), std::string::npos);
+}
+
+// The published FNV-1a test vectors; a byte above 127 must hash as unsigned, as on every platform.
+TEST(TextHash, isSixtyFourBitFnv1aOverUnsignedBytes) {
+  static_assert(std::is_same_v<decltype(dbaseRecords)::hasher, TextHash>);
+  EXPECT_EQ(fnv1a(""), 0xcbf29ce484222325ull);
+  EXPECT_EQ(fnv1a("a"), 0xaf63dc4c8601ec8cull);
+  EXPECT_EQ(fnv1a("foobar"), 0x85944171f73967e8ull);
+  EXPECT_EQ(fnv1a("\xff"), 0xaf64724c8602eb6eull);
 }
 
 template <typename Exception>
@@ -285,7 +266,7 @@ TEST_F(DbaseTest, aPlainThreeLetterAirlineIsTakenWithAWarning) {
   ASSERT_TRUE(readDbase());
   EXPECT_TRUE(isValidAirline("SAS"));
   EXPECT_TRUE(isValidAirline("KLM"));
-  EXPECT_NE(log().find("===> Unencrypted airline SAS in decrypt airl?"), std::string::npos);
+  EXPECT_NE(test::logText().find("===> Unencrypted airline SAS in decrypt airl?"), std::string::npos);
 }
 
 } // namespace

@@ -31,20 +31,13 @@ protected:
   std::string logText() const { return test::readFile(folder / "Log.txt"); }
 };
 
-test::CfgSection lf_section(std::string title, std::string codes) {
-  test::CfgSection section;
-  section.title = std::move(title);
-  section.codes = std::move(codes);
-  return section;
-}
-
 TEST_F(LiveriesProgramTest, aManualScanAtStartUpKeepsItsResultAndIsNotRepeated) {
   writeParameters({{"SIM_INSTALL_PATH", "C:\\P3D v5"},
                    {"LIG_AUTOMATIC", "false"},
                    {"lfolder0", (folder / "AI").string()}});
-  test::writeCfg(
-      folder / "AI/KLM/aircraft.cfg",
-      {.atcModel = "B738", .sections = {lf_section("KLM 737", "KLM"), lf_section("Generic 737", "BOE")}});
+  test::writeCfg(folder / "AI/KLM/aircraft.cfg",
+                 {.atcModel = "B738",
+                  .sections = {test::section("KLM 737", "KLM"), test::section("Generic 737", "BOE")}});
   {
     test::ChildProcess program(ORY_PROGRAM, {}, folder, folder, output);
     ASSERT_TRUE(

@@ -61,10 +61,6 @@ protected:
     LIG_PRIORITIZE.value = false;
     SIM_INSTALL_PATH.value.clear();
   }
-  std::string log() {
-    closeLog();
-    return test::readFile("Log.txt");
-  }
   static std::set<std::string> installedTitles() {
     std::set<std::string> titles;
     for (const auto& [airline, types] : liveryTable)
@@ -83,14 +79,6 @@ protected:
     return entries;
   }
 };
-
-test::CfgSection lf_section(std::string title, std::string codes, std::string atcId = {}) {
-  test::CfgSection section;
-  section.title = std::move(title);
-  section.codes = std::move(codes);
-  section.atcId = std::move(atcId);
-  return section;
-}
 
 void lf_package(const fs::path& folder, const std::string& type, std::vector<test::CfgSection> sections) {
   test::writeCfg(folder / "aircraft.cfg", {.atcModel = type, .sections = std::move(sections)});
@@ -177,7 +165,7 @@ TEST_F(LiveriesScanTest, aGeneratedTreeFullOfFaultsLosesNoGoodLivery) {
   clearLiveries();
   loadLiveries(false, false, false, {});
   EXPECT_EQ(installed(), scanned);
-  const std::string text = log();
+  const std::string text = test::logText();
   EXPECT_THAT(text, HasSubstr(fmt::format("{} invalid aircraft.cfg files, see {}", facts.invalidFiles + 1,
                                           pathText(errorsFolder / "InvalidAircraftCfgFiles.txt"))));
   EXPECT_THAT(text, HasSubstr("\nErrors:\n"));
@@ -187,8 +175,8 @@ TEST_F(LiveriesScanTest, aGeneratedTreeFullOfFaultsLosesNoGoodLivery) {
 
 TEST_F(LiveriesScanTest, aRegcodeWithADatabaseRecordMovesTheLiveryToTheRealAirframe) {
   lf_package("AI/B738", "B738",
-             {lf_section("KLM 737 PH-BXA", "KLM", "PHBXA"), lf_section("Lufthansa D-AIRN", "DLH", "D-AIRN"),
-              lf_section("KLM 737 plain", "KLM")});
+             {test::section("KLM 737 PH-BXA", "KLM", "PHBXA"),
+              test::section("Lufthansa D-AIRN", "DLH", "D-AIRN"), test::section("KLM 737 plain", "KLM")});
   loadLiveries(true, false, false, {"AI"});
   EXPECT_THAT(installed(), UnorderedElementsAre("DAL A320 KLM 737 PH-BXA cargo", "TRA A321 Lufthansa D-AIRN",
                                                 "KLM B738 KLM 737 plain"));
@@ -199,19 +187,19 @@ TEST_F(LiveriesScanTest, aRegcodeWithADatabaseRecordMovesTheLiveryToTheRealAirfr
                           fmt::format("{:80} D-AIRN airl DLH => TRA", "Lufthansa D-AIRN"),
                           fmt::format("{:80} D-AIRN model B738 => A321", "Lufthansa D-AIRN")));
   EXPECT_EQ(regcodeLiveries.at("PHBXA"), "KLM 737 PH-BXA");
-  EXPECT_THAT(log(), HasSubstr("5 liveries updated with real live data from dbase, see "));
+  EXPECT_THAT(test::logText(), HasSubstr("5 liveries updated with real live data from dbase, see "));
 }
 
 TEST_F(LiveriesScanTest, theFirstFolderOwnsAnAirlineAndTypeWhenPrioritized) {
   std::vector<fs::path> folders;
   for (int i = 1; i <= 12; ++i)
     folders.push_back(fmt::format("F{}", i));
-  lf_package("F2/a", "B738", {lf_section("KLM two", "KLM")});
-  lf_package("F3/a", "B738", {lf_section("KLM three", "KLM"), lf_section("DAL three", "DAL")});
+  lf_package("F2/a", "B738", {test::section("KLM two", "KLM")});
+  lf_package("F3/a", "B738", {test::section("KLM three", "KLM"), test::section("DAL three", "DAL")});
   for (int i = 10; i <= 12; ++i)
-    lf_package(fmt::format("F{}/a", i), "A320", {lf_section(fmt::format("EZY {}", i), "EZY")});
-  lf_package("F9/a", "A320", {lf_section("BAW nine", "BAW")});
-  lf_package("F12/b", "A320", {lf_section("BAW twelve", "BAW")});
+    lf_package(fmt::format("F{}/a", i), "A320", {test::section(fmt::format("EZY {}", i), "EZY")});
+  lf_package("F9/a", "A320", {test::section("BAW nine", "BAW")});
+  lf_package("F12/b", "A320", {test::section("BAW twelve", "BAW")});
   test::writeBytes("F5", "a file, no folder");
   fs::create_directories("F4");
 
@@ -221,7 +209,7 @@ TEST_F(LiveriesScanTest, theFirstFolderOwnsAnAirlineAndTypeWhenPrioritized) {
       << "the eleventh and twelfth folder share the tenth's number";
   EXPECT_THAT(lf_lines(infoFolder / "LiveriesSkippedOnPriority.txt"),
               ElementsAre("BAW A320 \"BAW twelve\"", "KLM B738 \"KLM three\""));
-  const std::string text = log();
+  const std::string text = test::logText();
   EXPECT_THAT(text, HasSubstr("F1 does not exist, skipped!\n"));
   EXPECT_THAT(text, HasSubstr("F5 is not a folder name, skipped!\n"));
   EXPECT_THAT(text, HasSubstr("2 liveries found in F3\n"));
@@ -235,22 +223,23 @@ TEST_F(LiveriesScanTest, theFirstFolderOwnsAnAirlineAndTypeWhenPrioritized) {
 }
 
 TEST_F(LiveriesScanTest, theWalkSkipsAirportFoldersAndReadsOnlyLiveryFiles) {
-  lf_package("AI/airports/KLM", "B738", {lf_section("in an airport folder", "KLM")});
-  test::writeCfg("AI/Pkg/SIM.CFG", {.atcModel = "B738", .sections = {lf_section("sim file", "KLM")}});
-  test::writeCfg("AI/Pkg2/aircraft.cfg.bak", {.atcModel = "B738", .sections = {lf_section("backup", "KLM")}});
-  test::writeCfg("AI/Pkg3/AIRCRAFT.Cfg", {.atcModel = "B738", .sections = {lf_section("upper", "KLM")}});
-  lf_package("myairportAI", "A320", {lf_section("top level of an airport path", "DAL")});
-  lf_package("myairportAI/sub", "A320", {lf_section("below an airport path", "DAL")});
+  lf_package("AI/airports/KLM", "B738", {test::section("in an airport folder", "KLM")});
+  test::writeCfg("AI/Pkg/SIM.CFG", {.atcModel = "B738", .sections = {test::section("sim file", "KLM")}});
+  test::writeCfg("AI/Pkg2/aircraft.cfg.bak",
+                 {.atcModel = "B738", .sections = {test::section("backup", "KLM")}});
+  test::writeCfg("AI/Pkg3/AIRCRAFT.Cfg", {.atcModel = "B738", .sections = {test::section("upper", "KLM")}});
+  lf_package("myairportAI", "A320", {test::section("top level of an airport path", "DAL")});
+  lf_package("myairportAI/sub", "A320", {test::section("below an airport path", "DAL")});
   loadLiveries(true, false, false, {"AI", "myairportAI"});
   EXPECT_EQ(installedTitles(), (std::set<std::string>{"sim file", "upper", "top level of an airport path"}));
 }
 
 TEST_F(LiveriesScanTest, processingBindsInlineRegcodesAndSummarisesTheCategories) {
   lf_package("AI/B738", "B738",
-             {lf_section("KLM one", "KLM", "PH-AAA"), lf_section("KLM two", "KLM", "PH-AAA"),
-              lf_section("Maker house", "BOE"), lf_section("KLM three codes", "KLM,KLMC,KLMX")});
-  lf_package("AI/C56X", "C56X", {lf_section("Jet CARGO", "PVT"), lf_section("Jet two", "PVT")});
-  lf_package("AI/B77W", "B77W", {lf_section("Generic 777", "ZZZ")});
+             {test::section("KLM one", "KLM", "PH-AAA"), test::section("KLM two", "KLM", "PH-AAA"),
+              test::section("Maker house", "BOE"), test::section("KLM three codes", "KLM,KLMC,KLMX")});
+  lf_package("AI/C56X", "C56X", {test::section("Jet CARGO", "PVT"), test::section("Jet two", "PVT")});
+  lf_package("AI/B77W", "B77W", {test::section("Generic 777", "ZZZ")});
   loadLiveries(true, false, false, {"AI"});
   EXPECT_EQ(regcodeLiveries.at("PH-AAA"), "KLM one") << "the first record in sort order keeps it";
   EXPECT_THAT(lf_lines(errorsFolder / "InlineRegcodes.txt"),
@@ -265,7 +254,7 @@ TEST_F(LiveriesScanTest, processingBindsInlineRegcodesAndSummarisesTheCategories
   EXPECT_NE(stored.find("title=\"KLM three codes\""), std::string::npos);
   EXPECT_EQ(stored.find("title=\"KLM three codes\""), stored.rfind("title=\"KLM three codes\""))
       << "the three codes of one airline give one record";
-  const std::string text = log();
+  const std::string text = test::logText();
   EXPECT_THAT(text, HasSubstr("1 in-line regcode clashes, see \""));
   EXPECT_THAT(text, HasSubstr("\n1 registration codes\n"));
   EXPECT_THAT(text, HasSubstr("3 airlines, 3 pax aircraft models and 1 cargo aircraft models\n"));
@@ -307,13 +296,13 @@ TEST_F(LiveriesScanTest, automaticFoldersComeFromTheSimulatorsConfiguration) {
   EXPECT_THAT(simObjectsCfgFolders(5, pathText(install)),
               ElementsAre(install / "SimObjects/MyAI", home / "Elsewhere"));
 
-  lf_package(home / "Addons/AIG/SimObjects/Airplanes/KLM", "B738", {lf_section("from a package", "KLM")});
-  lf_package(install / "SimObjects/MyAI/DAL", "A320", {lf_section("from simobjects.cfg", "DAL")});
+  lf_package(home / "Addons/AIG/SimObjects/Airplanes/KLM", "B738", {test::section("from a package", "KLM")});
+  lf_package(install / "SimObjects/MyAI/DAL", "A320", {test::section("from simobjects.cfg", "DAL")});
   SIM_INSTALL_PATH.value = pathText(install);
   runLiveriesStep();
   EXPECT_EQ(installedTitles(), (std::set<std::string>{"from a package", "from simobjects.cfg"}));
   EXPECT_FALSE(SCAN_LIVERIES.value);
-  const std::string text = log();
+  const std::string text = test::logText();
   EXPECT_THAT(text, HasSubstr("liveries scan automatic starts"));
   EXPECT_THAT(text, HasSubstr("NoXml/add-on.xml not found!\n"));
   EXPECT_THAT(text, HasSubstr("      Simobjects found:SimObjects\\Airplanes\n"));
@@ -388,7 +377,7 @@ TEST_F(LiveriesScanTest, aTreeOfOnlyInvalidFilesIsExplainedByItsError) {
 }
 
 TEST_F(LiveriesScanTest, closingTheProgramStopsTheScan) {
-  lf_package("AI/B738", "B738", {lf_section("KLM one", "KLM")});
+  lf_package("AI/B738", "B738", {test::section("KLM one", "KLM")});
   userClosed = true;
   loadLiveries(true, false, false, {"AI"});
   userClosed = false;

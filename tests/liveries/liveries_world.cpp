@@ -55,6 +55,9 @@ void lf_writeDbase(const DbaseContent& dbase) {
   pugi::xml_node similar = document.append_child("similar_types");
   for (const std::vector<std::string>& group : dbase.similar)
     similar.append_child("similar").append_attribute("types") = lf_join(group, scrambleModel).c_str();
+  pugi::xml_node publishers = document.append_child("publishers");
+  for (const std::string& names : dbase.publishers)
+    publishers.append_child("pub").append_attribute("names") = names.c_str();
   pugi::xml_node records = document.append_child("dbase");
   for (const DbaseAirframe& airframe : dbase.airframes) {
     pugi::xml_node record = records.append_child("db");
@@ -269,6 +272,14 @@ void installDatabase(const DbaseContent& dbase, const FixesContent& fixes) {
 void clearDatabase() {
   clearDbase();
   clearFixes();
+}
+
+CfgSection section(std::string title, std::string codes, std::string atcId) {
+  CfgSection made;
+  made.title = std::move(title);
+  made.codes = std::move(codes);
+  made.atcId = std::move(atcId);
+  return made;
 }
 
 void writeCfg(const fs::path& path, const CfgFile& file) {

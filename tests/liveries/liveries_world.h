@@ -34,6 +34,7 @@ struct DbaseContent {
   std::vector<std::string> airlines;
   std::vector<std::vector<std::string>> similar;
   std::vector<DbaseAirframe> airframes;
+  std::vector<std::string> publishers; // one "names" list each, as "FlyTampa, Fly Tampa"
 };
 
 struct FixesContent {
@@ -66,6 +67,8 @@ struct CfgFile {
   bool utf16 = false;
   bool makeFolders = true; // the model and texture folders and the .air file of every section
 };
+
+CfgSection section(std::string title, std::string codes, std::string atcId = {});
 
 // Writes path and, with makeFolders, what its sections need beside it.
 void writeCfg(const std::filesystem::path& path, const CfgFile& file);

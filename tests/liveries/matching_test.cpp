@@ -46,10 +46,6 @@ protected:
     RANDOM.value = true;
     LOG.value = false;
   }
-  std::string log() {
-    closeLog();
-    return test::readFile("Log.txt");
-  }
   // Installs liveries as the liveries step would, with regcodeLines in a regcode file of the user.
   static void install(std::vector<LiveryData> liveries, const std::string& regcodeLines = {}) {
     clearLiveries();
@@ -191,7 +187,7 @@ TEST_F(MatchingTest, aHexidKeepsItsLiveryUntilTheSimulatorRefusesIt) {
       << "the ladder ends on the refused title, and that search finds nothing";
   EXPECT_EQ(live(aircraft("DAL", "A320", "", 0x484001)), "Delta A320 @2");
   EXPECT_THAT(failedAircraft, ElementsAre("B738 KLM"));
-  const std::string text = log();
+  const std::string text = test::logText();
   EXPECT_THAT(text, HasSubstr("          T484001 =2= KLM 737 a\n"));
   EXPECT_THAT(text, HasSubstr("          T484001 =c= KLM 737 a\n"));
   EXPECT_THAT(text, HasSubstr("T484001 \"KLM 737 a\" could not be created by your Sim!\n"));
@@ -219,7 +215,7 @@ TEST_F(MatchingTest, theTwentiethRefusedTitleEndsTheRun) {
     EXPECT_EQ(e.number, 81);
     EXPECT_STREQ(e.what(), "81: there are too many liveries that could not be created by P3D!, see Log.txt");
   }
-  EXPECT_THAT(log(),
+  EXPECT_THAT(test::logText(),
               HasSubstr("\n===> Error 81, there are too many liveries that could not be created by P3D!\n"));
 }
 
@@ -238,7 +234,7 @@ TEST_F(MatchingTest, parkedAircraftTakeTheirCargoFlagFromTheStand) {
   EXPECT_TRUE(matchParkedAircraft(parked, "C12", false)) << "a stored title stays";
   EXPECT_TRUE(hexidLiveries.empty());
   EXPECT_EQ(matchCounts, (std::array<std::uint32_t, 6>{}));
-  const std::string text = log();
+  const std::string text = test::logText();
   EXPECT_THAT(text, HasSubstr("C14     : T000013 DAL B744 N1 no livery match ...\n"));
   EXPECT_THAT(text, HasSubstr("          T000011 =s= FedEx 777 CARGO\n"));
 }
@@ -258,7 +254,7 @@ TEST_F(MatchingTest, onlyAKeyWithoutRegcodeBlocksTheNextSearches) {
   serveNoMatchClear();
   EXPECT_THAT(noMatchKeys, IsEmpty());
   EXPECT_FALSE(clearNoMatchPending);
-  EXPECT_THAT(log(), HasSubstr("\nNo match found for: \nAB  C17 \nDAL A320\nDAL A320 N301DQ\n\n"));
+  EXPECT_THAT(test::logText(), HasSubstr("\nNo match found for: \nAB  C17 \nDAL A320\nDAL A320 N301DQ\n\n"));
 }
 
 TEST_F(MatchingTest, similarTablesHoldOnlyWhatIsInstalled) {
@@ -284,10 +280,11 @@ TEST_F(MatchingTest, theSummaryCountsTheStepsAndTheRefusals) {
   reportNotCreated(dal);
   writeMatchingSummary();
   const std::string banner = "===== live traffic livery matching summary ";
-  EXPECT_THAT(log(), HasSubstr(banner + std::string(100 - banner.size(), '=') +
-                               "\nMatches at step: \n  1: 1\n  2: 1\n"
-                               "  3: 0\n  4: 0\n  5: 0\n  6: 0\n\nCould not be created by P3D:\nA320 DAL\n" +
-                               std::string(100, '=') + "\n"));
+  EXPECT_THAT(test::logText(),
+              HasSubstr(banner + std::string(100 - banner.size(), '=') +
+                        "\nMatches at step: \n  1: 1\n  2: 1\n"
+                        "  3: 0\n  4: 0\n  5: 0\n  6: 0\n\nCould not be created by P3D:\nA320 DAL\n" +
+                        std::string(100, '=') + "\n"));
 }
 
 } // namespace

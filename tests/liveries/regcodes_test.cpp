@@ -30,10 +30,6 @@ protected:
     clearRegcodes();
     clearLiveryTable();
   }
-  std::string log() {
-    closeLog();
-    return test::readFile("Log.txt");
-  }
   static std::string_view boundTitle(std::string_view regcode) {
     const auto it = regcodeLiveries.find(regcode);
     return it == regcodeLiveries.end() ? std::string_view() : it->second;
@@ -99,7 +95,7 @@ TEST_F(RegcodesTest, textFilesBeatTheXmlFileAndDecideWhatIsSpecial) {
              a + ": 5 new regcodes added, 1 regcode replaced, 3 regcodes defined as special",
              "   regcode PH-HZP for \"KLM Boeing 777-300ER\", instead of for \"Transavia 737-800 PH-HZO\"",
              b + ": 0 new regcode added, 1 regcode replaced, 1 regcode defined as special"}));
-  const std::string text = log();
+  const std::string text = test::logText();
   EXPECT_NE(text.find("===> " + a + " wrong format: a;b;c;d\n"), std::string::npos);
   EXPECT_NE(text.find("Offline regcode files processed, results can be found in \"output"),
             std::string::npos);
@@ -137,7 +133,7 @@ TEST_F(RegcodesTest, dontUseTitlesComeFromBothFileKinds) {
   EXPECT_EQ(dontUseTitles, expected);
   readDontUseTitles(); // a second scan after a restart
   EXPECT_EQ(dontUseTitles, expected);
-  const std::string text = log();
+  const std::string text = test::logText();
   const std::string mine = (myRegcodesFolder / "mine.txt").string();
   for (const std::string& line :
        {"===> don't use title \"Transavia 737-800 Special\" not unique in file " + aigRegcodesFile.string() +

@@ -1,8 +1,7 @@
 #include "base/exceptions.h"
 #include "base/log.h"
 #include "base/parameters.h"
-#include "dbase_file.h"
-#include "liveries/dbase.h"
+#include "liveries_world.h"
 #include "parking/airport_file.h"
 #include "support/scratch.h"
 
@@ -78,23 +77,22 @@ class AirportFileTest : public test::InScratchFolder {
 protected:
   void SetUp() override {
     openLog();
-    test::loadDbase({{{"PH-BXA", "KLM", "B738", ""}, {"N12345", "DAL", "B738", "EDV"}}});
+    test::installDatabase(
+        {.large = {"B738"},
+         .rotorcraft = {"EC35"},
+         .airlines = {"KLM"},
+         .airframes = {{"PH-BXA", "KLM", "B738", "", false}, {"N12345", "DAL", "B738", "EDV", false}}});
     lf_resetParkingParameters();
     resetStands();
     parkAirportCode = "EHAM";
   }
   void TearDown() override {
     closeLog();
-    clearDbase();
+    test::clearDatabase();
     resetStands();
     parkAirportCode.clear();
     lf_resetParkingParameters();
   }
-  std::string log() {
-    flushLog();
-    return readFile("Log.txt");
-  }
-  bool logged(std::string_view text) { return log().find(text) != std::string::npos; }
   // Reads the archived file with what lies on top, as the park airport would.
   std::string open() {
     const std::string result = gf_readApf(archivedPath, parkAirportName, stands, qualityFactors);
@@ -179,7 +177,7 @@ TEST_F(AirportFileTest, anArchivedFileGivesItsStandsOptionsOverlapsAndValues) {
 
   EXPECT_EQ(parking_percentage.value, 30);
   EXPECT_TRUE(parkingSessionOpen);
-  const std::string text = log();
+  const std::string text = test::logText();
   EXPECT_NE(text.find("exception half hour 48 is not in 0 to 47 in lf_hours2bitset"), std::string::npos);
   EXPECT_NE(text.find("Airport file read from \"airports/archive/stock/EHAM.xml\" for Amsterdam Schiphol\n"
                       "publisher               : stock\n"
@@ -226,8 +224,8 @@ TEST_F(AirportFileTest, aCustomParkingPercentageOverrulesTheDefault) {
   CUSTOM_PARKING_PERCENTAGE.value = 55;
   ASSERT_EQ(open(), "");
   EXPECT_EQ(parking_percentage.value, 55);
-  EXPECT_TRUE(
-      logged("parking percentage overruled by CUSTOM_PARKING_PERCENTAGE\nparking_percentage      : 55%\n"));
+  EXPECT_TRUE(test::logHas(
+      "parking percentage overruled by CUSTOM_PARKING_PERCENTAGE\nparking_percentage      : 55%\n"));
 }
 
 // ---- Learned files
@@ -286,7 +284,7 @@ TEST_F(AirportFileTest, aLearnedFileIsMergedOnTopAndSetsTheParkingParameters) {
   EXPECT_EQ(MAX_LIVE.value, 300) << "clamped";
   EXPECT_FALSE(LEARN_SOFT.value);
   EXPECT_EQ(qualityFactors, computeQualityFactors(stands));
-  const std::string text = log();
+  const std::string text = test::logText();
   for (const char* line :
        {"Read from learned airport file: \"airports/learned/stock/EHAM.xml\"",
         "Warning: learned file airport name: \"Schiphol\" differs from archived file airport name: "
@@ -327,8 +325,8 @@ TEST_F(AirportFileTest, aHandmadeFileReplacesAllStandsWhateverItsValue) {
   EXPECT_EQ(parkAltitudeFeet, -12);
   ASSERT_EQ(stands.size(), 1u);
   EXPECT_EQ(stands[0].id, "X1");
-  EXPECT_TRUE(logged("A handmade airport file overruled the archived file!\nAirport file read from "
-                     "\"airports/learned/stock/EHAM.xml\""));
+  EXPECT_TRUE(test::logHas("A handmade airport file overruled the archived file!\nAirport file read from "
+                           "\"airports/learned/stock/EHAM.xml\""));
 }
 
 TEST_F(AirportFileTest, aBrokenLearnedFileIsKeptAsideAndTheArchiveServes) {
@@ -337,7 +335,8 @@ TEST_F(AirportFileTest, aBrokenLearnedFileIsKeptAsideAndTheArchiveServes) {
   ASSERT_EQ(open(), "");
   EXPECT_EQ(stands.size(), 3u);
   EXPECT_EQ(readFile("airports/learned/stock/EHAM0.xml"), "<parkpositions><parkpos id=");
-  EXPECT_TRUE(logged("airports/learned/stock/EHAM.xml found, but could not be loaded, saved as *.0.xml: "));
+  EXPECT_TRUE(
+      test::logHas("airports/learned/stock/EHAM.xml found, but could not be loaded, saved as *.0.xml: "));
 }
 
 // What a save writes after the meta block; the learned files below are in that form already.
@@ -393,7 +392,7 @@ TEST_F(AirportFileTest, learnedFilesAreWrittenBackAsTheyWereRead) {
     resetStands();
   }
   EXPECT_EQ(unlistedAircraft().size(), unlisted) << "a stock airport lists nothing";
-  EXPECT_TRUE(logged(" handmade \"airports/learned/stock/EHAM.xml\" saved with 1 update "));
+  EXPECT_TRUE(test::logHas(" handmade \"airports/learned/stock/EHAM.xml\" saved with 1 update "));
 }
 
 TEST_F(AirportFileTest, aFailedSaveOrAFullDiskLeavesTheOldLearnedFileAsItWas) {
@@ -408,7 +407,7 @@ TEST_F(AirportFileTest, aFailedSaveOrAFullDiskLeavesTheOldLearnedFileAsItWas) {
   updateCount = 3;
   saveLearnedFile();
   EXPECT_EQ(readFile(learnedPath), old);
-  EXPECT_TRUE(logged(" saving \"airports/learned/stock/EHAM.xml\" did not succeed"));
+  EXPECT_TRUE(test::logHas(" saving \"airports/learned/stock/EHAM.xml\" did not succeed"));
   EXPECT_EQ(updateCount, 0);
 
   fs::remove_all(beside);
@@ -421,7 +420,7 @@ TEST_F(AirportFileTest, aFailedSaveOrAFullDiskLeavesTheOldLearnedFileAsItWas) {
   updateCount = 1;
   saveLearnedFile();
   EXPECT_NE(readFile(learnedPath).find("<opt reg=\"PH-BXA\" day=\"5\" hh=\"3\" />"), std::string::npos);
-  EXPECT_TRUE(logged(" \"airports/learned/stock/EHAM.xml\" saved with 1 update "));
+  EXPECT_TRUE(test::logHas(" \"airports/learned/stock/EHAM.xml\" saved with 1 update "));
 }
 
 TEST_F(AirportFileTest, aThirdPartyAirportLearnsIntoItsPublishersFolder) {

@@ -1,7 +1,7 @@
-#include "../parking/dbase_file.h"
 #include "base/log.h"
 #include "bgl_builder.h"
 #include "liveries/dbase.h"
+#include "liveries_world.h"
 #include "parking/airport_file.h"
 #include "scenery/bgl.h"
 #include "scenery/generated_files.h"
@@ -27,13 +27,14 @@ class GeneratedFilesTest : public test::InScratchFolder {
 protected:
   void SetUp() override {
     openLog();
-    test::loadDbase({{}, {"EC35"}, {"ORBX, Orbx", "FlyTampa, Fly Tampa"}});
+    test::installDatabase(
+        {.rotorcraft = {"EC35"}, .airlines = {"KLM"}, .publishers = {"ORBX, Orbx", "FlyTampa, Fly Tampa"}});
     clearScanLog();
     linkedAirports = 0;
   }
   void TearDown() override {
     closeLog();
-    clearDbase();
+    test::clearDatabase();
   }
   static bool logged(std::string_view text) {
     const auto lines = scanLogLines();

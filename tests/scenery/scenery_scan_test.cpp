@@ -52,10 +52,6 @@ protected:
     exiting = false;
   }
   std::string pathOf(std::string_view relative) const { return (scratch.path() / relative).string(); }
-  std::string log() {
-    flushLog();
-    return readFile("Log.txt");
-  }
   static bool scanLogged(std::string_view text) {
     const auto lines = scanLogLines();
     return std::any_of(lines.begin(), lines.end(),
@@ -98,11 +94,11 @@ REQUIRED=TRUE
   EXPECT_TRUE(areas[0].required);
   EXPECT_EQ(areas[1].path, fs::path("D:/Addons/LEAB"));
   EXPECT_EQ(areas[1].title, "Somebody LEAB");
-  const std::string text = log();
+  const std::string text = test::logText();
   EXPECT_NE(text.find("      found:D:/Addons/LEAB\n"), std::string::npos);
   EXPECT_NE(text.find("2 scenery add-on paths found\n"), std::string::npos);
   EXPECT_TRUE(readSceneryCfg(6).empty());
-  EXPECT_NE(log().find("Prepar3D v6/scenery.cfg not found!"), std::string::npos);
+  EXPECT_NE(test::logText().find("Prepar3D v6/scenery.cfg not found!"), std::string::npos);
 }
 
 TEST_F(SceneryScanTest, sceneryAddOnsGivesTheSceneryComponentsOfPackages) {
@@ -150,7 +146,7 @@ TEST_F(SceneryScanTest, aManualScanReadsTheAirportFilesAndSkipsTheRest) {
   EXPECT_TRUE(fs::exists("TO_BE_LEARNED_OFFLINE/EHAM.xml"));
   EXPECT_TRUE(fs::exists("TO_BE_LEARNED_OFFLINE/LEAB.xml"));
   EXPECT_EQ(display.tbloAirportCount, 2);
-  const std::string text = log();
+  const std::string text = test::logText();
   for (const std::string& line :
        {std::string("\n++++++++++++++++++++++++ airports scan manual starts +++++++++++++++++++++++++++++\n"),
         pathOf("Addons/Missing") + " does not exist, skipped!\n",
@@ -178,7 +174,8 @@ TEST_F(SceneryScanTest, anAutomaticScanTakesItsFoldersFromTheSimulator) {
   runAirportsStep();
   EXPECT_TRUE(fs::exists("airports/my_thirdparty/LEAB.xml"));
   EXPECT_TRUE(fs::exists("airports/my_thirdparty/LEAR.xml"));
-  EXPECT_NE(log().find("++++++++++++++++++++++++ airports scan automatic starts"), std::string::npos);
+  EXPECT_NE(test::logText().find("++++++++++++++++++++++++ airports scan automatic starts"),
+            std::string::npos);
   EXPECT_FALSE(SCAN_AIRPORTS.value);
 }
 
@@ -260,10 +257,10 @@ TEST_F(SceneryScanTest, theStockSceneryIsNeverScannedNorAnAfolder) {
   EXPECT_THROW(runAirportsStep(), UserErrorException) << "49: no folder set";
 
   checkStockAirportsPath();
-  EXPECT_EQ(log().find("Stock airports path does not exist"), std::string::npos);
+  EXPECT_EQ(test::logText().find("Stock airports path does not exist"), std::string::npos);
   SIM_INSTALL_PATH.value = pathOf("Elsewhere");
   checkStockAirportsPath();
-  EXPECT_NE(log().find("Stock airports path does not exist: " + pathOf("Elsewhere/Scenery")),
+  EXPECT_NE(test::logText().find("Stock airports path does not exist: " + pathOf("Elsewhere/Scenery")),
             std::string::npos);
 }
 

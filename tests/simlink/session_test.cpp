@@ -120,11 +120,6 @@ protected:
     takeSimCommands(taken);
     return taken;
   }
-  std::string log() {
-    flushLog();
-    return test::readFile("Log.txt");
-  }
-  bool logged(std::string_view text) { return log().find(text) != std::string::npos; }
   // A real connection to the peer, as the session's handle.
   void connect() {
     simHandle = test::openAgainst(peer, test::openRecord("Lockheed Martin Prepar3D v5"));
@@ -188,7 +183,7 @@ TEST_F(SessionTest, DeclaresSubscriptionsDefinitionsEventsAndTheGroupInOrder) {
 
 TEST_F(SessionTest, TheOpenRecordNamesTheSimulatorAndChecksItsVersion) {
   dispatch(test::openRecord("Lockheed Martin\xae Prepar3D\xae v5"));
-  EXPECT_TRUE(logged("Lockheed Martin Prepar3D v5 (5.3.17.28160) connected \n"));
+  EXPECT_TRUE(test::logHas("Lockheed Martin Prepar3D v5 (5.3.17.28160) connected \n"));
   EXPECT_TRUE(display.simConnected);
   {
     std::lock_guard lock(windowTextLock);
@@ -211,10 +206,10 @@ TEST_F(SessionTest, TheOpenRecordNamesTheSimulatorAndChecksItsVersion) {
   EXPECT_EQ(refusal("Lockheed Martin Prepar3D v5", 6),
             "78: wrong P3D version \"Lockheed Martin Prepar3D v5\" connects ... ?");
   EXPECT_EQ(refusal("", 5), "78: wrong P3D version \"\" connects ... ?");
-  EXPECT_TRUE(logged("! Simulator name empty?"));
+  EXPECT_TRUE(test::logHas("! Simulator name empty?"));
 }
 
-TEST_F(SessionTest, SimEventsAndQuitSetSimRunning) {
+TEST_F(SessionTest, SimEventsAndQuitSetSimRunningAndEventsOfTheFlightResetTheUser) {
   dispatch(lf_event(4, eventIdSim, 1));
   EXPECT_TRUE(simRunning);
   dispatch(lf_event(4, eventIdSim, 0));
@@ -222,19 +217,17 @@ TEST_F(SessionTest, SimEventsAndQuitSetSimRunning) {
   dispatch(lf_event(4, eventIdSim, 1));
   dispatch(test::serverRecord(3, {}));
   EXPECT_FALSE(simRunning);
-}
 
-TEST_F(SessionTest, EventsOfTheFlightResetTheUserAndAreLogged) {
   pendingCreates.push_back({7, 0x3C6586, "DLH4AB"});
   dispatch(lf_event(4, eventIdPositionChanged, 0));
-  EXPECT_TRUE(logged("User ac position changed\n"));
+  EXPECT_TRUE(test::logHas("User ac position changed\n"));
   EXPECT_EQ(pendingCreates.size(), 1u);
   dispatch(lf_event(4, eventIdFlightLoaded, 0));
-  EXPECT_TRUE(logged("Flight loaded\n"));
+  EXPECT_TRUE(test::logHas("Flight loaded\n"));
   EXPECT_TRUE(pendingCreates.empty()) << "a stale entry lives until the reset";
   pendingCreates.push_back({8, 0x3C6586, "DLH4AB"});
   dispatch(lf_event(6, eventIdFlightLoaded, 0));
-  EXPECT_TRUE(logged("New file loaded\n"));
+  EXPECT_TRUE(test::logHas("New file loaded\n"));
   EXPECT_TRUE(pendingCreates.empty());
 }
 
@@ -250,13 +243,13 @@ TEST_F(SessionTest, ExceptionsAreSortedByTheirNumber) {
   EXPECT_EQ(pendingCreates[0].callsign, "RYR12");
 
   dispatch(test::exceptionRecord(3, 5, 1));
-  EXPECT_FALSE(logged("SIMCONNECT_EXCEPTION_UNRECOGNIZED_ID")) << "not while the user has no position";
+  EXPECT_FALSE(test::logHas("SIMCONNECT_EXCEPTION_UNRECOGNIZED_ID")) << "not while the user has no position";
   dispatch(lf_userPosition(1, 48.35, 11.78));
   dispatch(test::exceptionRecord(3, 5, 1));
-  EXPECT_TRUE(logged("SIMCONNECT_EXCEPTION_UNRECOGNIZED_ID\n"));
+  EXPECT_TRUE(test::logHas("SIMCONNECT_EXCEPTION_UNRECOGNIZED_ID\n"));
   for (const std::uint32_t number : {11u, 19u, 23u, 24u, 31u})
     dispatch(test::exceptionRecord(number, 5, 1));
-  const std::string text = log();
+  const std::string text = test::logText();
   for (const char* line :
        {"SimConnect: too many objects (max 1000)\n", "SIMCON EXCEP 19\n",
         "Simconnect Exception: load flight plan failed\n", "SIMCON EXCEP 24\n", "SIMCON EXCEP 31\n"})
@@ -298,7 +291,7 @@ TEST_F(SessionTest, NewObjectsAreBoundByTheirAtcIdAndFrozen) {
   EXPECT_EQ(sent[0].value, 0x3C6586u);
   EXPECT_EQ(sent[1].code, 1u) << "a hexid up to 10000 is a parked aircraft";
   EXPECT_EQ(sent[1].objectId, 31u);
-  EXPECT_TRUE(logged("just created, but not by Trovalyn, oid: 32, callsign \"N12345\" unknown\n"));
+  EXPECT_TRUE(test::logHas("just created, but not by Trovalyn, oid: 32, callsign \"N12345\" unknown\n"));
   std::lock_guard lock(batchLock);
   ASSERT_EQ(eventBatch.size(), 6u);
   EXPECT_EQ(eventBatch[0].objectId, 30u);
@@ -327,7 +320,7 @@ TEST_F(SessionTest, KnownAircraftInRangeReportGroundStateBelow2500Feet) {
   cut.resize(cut.size() - 20);
   cut[0] = static_cast<unsigned char>(cut.size());
   EXPECT_TRUE(sentFor(cut).empty());
-  EXPECT_TRUE(logged("! SimConnect data of request 101 has 36 bytes, 56 expected"));
+  EXPECT_TRUE(test::logHas("! SimConnect data of request 101 has 36 bytes, 56 expected"));
 }
 
 TEST_F(SessionTest, StaticDataFramesAndUnknownRecords) {
@@ -351,7 +344,7 @@ TEST_F(SessionTest, StaticDataFramesAndUnknownRecords) {
   dispatch(test::serverRecord(10, Bytes(8, 0)));
   dispatch(test::serverRecord(12, Bytes(8, 0)));
   dispatch(test::serverRecord(0, {}));
-  const std::string text = log();
+  const std::string text = test::logText();
   EXPECT_NE(text.find("! Unknown Dispatch dwID 10\n"), std::string::npos);
   EXPECT_EQ(text.find("dwID 12"), std::string::npos);
   EXPECT_EQ(text.find("dwID 0"), std::string::npos);
@@ -378,9 +371,9 @@ TEST_F(SessionTest, UserDataPaceTheSecondsAndTellPositionAndJumps) {
 
   const double degreesPerNm = 1.0 / 60.0;
   dispatch(lf_userPosition(7, 48.3538 + 9.9 * degreesPerNm, 11.7861));
-  EXPECT_FALSE(logged("Teleport"));
+  EXPECT_FALSE(test::logHas("Teleport"));
   dispatch(lf_userPosition(7, 48.3538 + 20.0 * degreesPerNm, 11.7861));
-  EXPECT_TRUE(logged("Teleport\n")) << "10.1 nautical miles from the last position";
+  EXPECT_TRUE(test::logHas("Teleport\n")) << "10.1 nautical miles from the last position";
 }
 
 TEST_F(SessionTest, UserTitleAndModel) {
@@ -388,7 +381,7 @@ TEST_F(SessionTest, UserTitleAndModel) {
   lf_text(title, "Lockheed Martin C-130J Hercules Royal Air Force Paint Scheme 2", 70);
   dispatch(lf_data(8, requestIdUserTitle, 1, title));
   dispatch(lf_data(8, requestIdUserTitle, 1, title));
-  const std::string text = log();
+  const std::string text = test::logText();
   const std::string line = "SimConnect: User aircraft title: Lockheed Martin C-130J Hercules Royal Air Force";
   EXPECT_NE(text.find(line), std::string::npos);
   EXPECT_EQ(text.find(line), text.rfind(line)) << "an unchanged title is not logged again";
@@ -450,7 +443,7 @@ TEST_F(SessionTest, BatchesGoOutAtTheFrameAndLeaveEmpty) {
                        {0x2B, 9},
                        {0x29, 0x62726941}, // create: "Airb", the first bytes of its title
                        {0x2C, 33}}));
-  EXPECT_TRUE(logged("!Simconnect call to remove AI ac with objectId 1\n"));
+  EXPECT_TRUE(test::logHas("!Simconnect call to remove AI ac with objectId 1\n"));
   std::lock_guard lock(batchLock);
   EXPECT_TRUE(positionBatch.simulatorHalf.empty() && eventBatch.empty() && createBatch.empty() &&
               removeBatch.empty());
@@ -478,10 +471,11 @@ TEST_F(SessionTest, TheThirdFailedRequestEndsTheLink) {
   reportRequestError();
   reportRequestError();
   EXPECT_FALSE(linkFailed);
-  EXPECT_FALSE(logged("SimConnect request error"));
+  EXPECT_FALSE(test::logHas("SimConnect request error"));
   requestRange(14816); // no connection: the request fails
   EXPECT_TRUE(linkFailed);
-  EXPECT_TRUE(logged("SimConnect request ac within range fails\nSimConnect request error 3, see Log.txt\n"));
+  EXPECT_TRUE(
+      test::logHas("SimConnect request ac within range fails\nSimConnect request error 3, see Log.txt\n"));
 }
 
 } // namespace

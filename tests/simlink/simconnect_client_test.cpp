@@ -62,6 +62,24 @@ protected:
     }
   }
 
+  // Opens by the configuration while server answers each connection's Open packet in turn; an empty answer
+  // hangs up.
+  SimResult openServed(test::WirePeer& server, const std::vector<Bytes>& answers, std::vector<Bytes>& opens) {
+    std::thread serve([&] {
+      for (const Bytes& answer : answers) {
+        if (!server.accept()) return;
+        opens.push_back(server.readPacket());
+        if (answer.empty())
+          server.closeClient();
+        else
+          server.send(answer);
+      }
+    });
+    const SimResult result = SimConnect_Open(&sim, "Trovalyn_P3D", nullptr, 0, nullptr, 0);
+    serve.join();
+    return result;
+  }
+
   test::WirePeer peer;
   SimConnectHandle sim = nullptr;
   Bytes openPacket;
@@ -93,11 +111,14 @@ TEST_F(ClientTest, SubscribeMatchesTheCapturedPacket) {
   EXPECT_EQ(peer.readPacket(), goldenSubscribeFrame);
 }
 
+using Words = std::vector<std::pair<std::size_t, std::uint32_t>>; // offset, value
+
 struct CallCase {
   const char* what;
   std::function<SimResult(SimConnectHandle)> call;
   std::uint32_t size, type;
-  std::function<void(const Bytes&)> check;
+  Words words;
+  std::function<void(const Bytes&)> check = [](const Bytes&) {};
 };
 
 TEST_F(ClientTest, EveryCallHasItsSizeTypeAndFieldOrder) {
@@ -108,124 +129,111 @@ TEST_F(ClientTest, EveryCallHasItsSizeTypeAndFieldOrder) {
   const std::vector<CallCase> cases = {
       {"map",
        [](SimConnectHandle s) { return SimConnect_MapClientEventToSimEvent(s, 207, "BEACON_LIGHTS_SET"); },
-       276, 0x04,
-       [](const Bytes& p) {
-         EXPECT_EQ(u32At(p, 16), 207u);
-         EXPECT_EQ(textAt(p, 20, 256), "BEACON_LIGHTS_SET");
-       }},
-      {"transmit", [](SimConnectHandle s) { return SimConnect_TransmitClientEvent(s, 5, 215, 1, 301, 0x10); },
-       36, 0x05,
-       [](const Bytes& p) {
-         EXPECT_EQ(u32At(p, 16), 5u);
-         EXPECT_EQ(u32At(p, 20), 215u);
-         EXPECT_EQ(u32At(p, 24), 1u);
-         EXPECT_EQ(u32At(p, 28), 301u);
-         EXPECT_EQ(u32At(p, 32), 0x10u);
-       }},
+       276,
+       0x04,
+       {{16, 207}},
+       [](const Bytes& p) { EXPECT_EQ(textAt(p, 20, 256), "BEACON_LIGHTS_SET"); }},
+      {"transmit",
+       [](SimConnectHandle s) { return SimConnect_TransmitClientEvent(s, 5, 215, 1, 301, 0x10); },
+       36,
+       0x05,
+       {{16, 5}, {20, 215}, {24, 1}, {28, 301}, {32, 0x10}}},
       {"group",
-       [](SimConnectHandle s) { return SimConnect_AddClientEventToNotificationGroup(s, 301, 208, true); }, 28,
+       [](SimConnectHandle s) { return SimConnect_AddClientEventToNotificationGroup(s, 301, 208, true); },
+       28,
        0x07,
-       [](const Bytes& p) {
-         EXPECT_EQ(u32At(p, 16), 301u);
-         EXPECT_EQ(u32At(p, 20), 208u);
-         EXPECT_EQ(u32At(p, 24), 1u);
-       }},
-      {"priority", [](SimConnectHandle s) { return SimConnect_SetNotificationGroupPriority(s, 301, 1); }, 24,
+       {{16, 301}, {20, 208}, {24, 1}}},
+      {"priority",
+       [](SimConnectHandle s) { return SimConnect_SetNotificationGroupPriority(s, 301, 1); },
+       24,
        0x09,
-       [](const Bytes& p) {
-         EXPECT_EQ(u32At(p, 16), 301u);
-         EXPECT_EQ(u32At(p, 20), 1u);
-       }},
+       {{16, 301}, {20, 1}}},
       {"define",
        [](SimConnectHandle s) {
          return SimConnect_AddToDataDefinition(s, 404, "ATC ID", "", SIMCONNECT_DATATYPE_STRING32, 0.5f);
        },
-       544, 0x0C,
+       544,
+       0x0C,
+       {{16, 404}, {532, 6}, {540, 0xFFFFFFFF}},
        [](const Bytes& p) {
-         EXPECT_EQ(u32At(p, 16), 404u);
          EXPECT_EQ(textAt(p, 20, 256), "ATC ID");
          EXPECT_EQ(textAt(p, 276, 256), "");
-         EXPECT_EQ(u32At(p, 532), 6u);
          float epsilon = 0;
          std::memcpy(&epsilon, p.data() + 536, 4);
          EXPECT_EQ(epsilon, 0.5f);
-         EXPECT_EQ(u32At(p, 540), 0xFFFFFFFFu);
        }},
-      {"clear", [](SimConnectHandle s) { return SimConnect_ClearDataDefinition(s, 407); }, 20, 0x0D,
-       [](const Bytes& p) { EXPECT_EQ(u32At(p, 16), 407u); }},
+      {"clear",
+       [](SimConnectHandle s) { return SimConnect_ClearDataDefinition(s, 407); },
+       20,
+       0x0D,
+       {{16, 407}}},
       {"request",
        [](SimConnectHandle s) {
          return SimConnect_RequestDataOnSimObject(s, 108, 409, SIMCONNECT_OBJECT_ID_USER,
                                                   SIMCONNECT_PERIOD_SECOND, 1, 2, 3, 4);
        },
-       48, 0x0E,
-       [](const Bytes& p) {
-         for (std::uint32_t i = 0; i < 8; ++i)
-           EXPECT_EQ(u32At(p, 16 + 4 * i), (std::vector<std::uint32_t>{108, 409, 0, 4, 1, 2, 3, 4}[i]));
-       }},
+       48,
+       0x0E,
+       {{16, 108}, {20, 409}, {24, 0}, {28, 4}, {32, 1}, {36, 2}, {40, 3}, {44, 4}}},
       {"by type",
        [](SimConnectHandle s) {
          return SimConnect_RequestDataOnSimObjectType(s, 101, 404, 14816, SIMCONNECT_SIMOBJECT_TYPE_AIRCRAFT);
        },
-       32, 0x0F,
-       [](const Bytes& p) {
-         EXPECT_EQ(u32At(p, 16), 101u);
-         EXPECT_EQ(u32At(p, 20), 404u);
-         EXPECT_EQ(u32At(p, 24), 14816u);
-         EXPECT_EQ(u32At(p, 28), 2u);
-       }},
+       32,
+       0x0F,
+       {{16, 101}, {20, 404}, {24, 14816}, {28, 2}}},
+      // an array count of 0 means one element
       {"set data",
-       [&](SimConnectHandle s) { return SimConnect_SetDataOnSimObject(s, 402, 7, 0, 0, 64, block); }, 100,
+       [&](SimConnectHandle s) { return SimConnect_SetDataOnSimObject(s, 402, 7, 0, 0, 64, block); },
+       100,
        0x10,
+       {{16, 402}, {20, 7}, {24, 0}, {28, 1}, {32, 64}},
        [&](const Bytes& p) {
-         EXPECT_EQ(u32At(p, 16), 402u);
-         EXPECT_EQ(u32At(p, 20), 7u);
-         EXPECT_EQ(u32At(p, 24), 0u);
-         EXPECT_EQ(u32At(p, 28), 1u) << "an array count of 0 means one element";
-         EXPECT_EQ(u32At(p, 32), 64u);
          for (int i = 0; i < 8; ++i)
            EXPECT_EQ(f64At(p, 36 + 8 * i), block[i]);
        }},
-      {"subscribe", [](SimConnectHandle s) { return SimConnect_SubscribeToSystemEvent(s, 204, "Frame"); },
-       276, 0x17, [](const Bytes& p) { EXPECT_EQ(textAt(p, 20, 256), "Frame"); }},
-      {"unsubscribe", [](SimConnectHandle s) { return SimConnect_UnsubscribeFromSystemEvent(s, 204); }, 20,
-       0x18, [](const Bytes& p) { EXPECT_EQ(u32At(p, 16), 204u); }},
+      {"subscribe",
+       [](SimConnectHandle s) { return SimConnect_SubscribeToSystemEvent(s, 204, "Frame"); },
+       276,
+       0x17,
+       {{16, 204}},
+       [](const Bytes& p) { EXPECT_EQ(textAt(p, 20, 256), "Frame"); }},
+      {"unsubscribe",
+       [](SimConnectHandle s) { return SimConnect_UnsubscribeFromSystemEvent(s, 204); },
+       20,
+       0x18,
+       {{16, 204}}},
       {"create",
        [&](SimConnectHandle s) {
          return SimConnect_AICreateNonATCAircraft(s, longTitle, "ABCDEFGHIJKLMN", init, 104);
        },
-       344, 0x29,
+       344,
+       0x29,
+       {{332, 1}, {336, 0}, {340, 104}},
        [&](const Bytes& p) {
          EXPECT_EQ(textAt(p, 16, 256), longTitle.substr(0, 255))
              << "a title is cut to leave room for its NUL";
          EXPECT_EQ(textAt(p, 272, 12), "ABCDEFGHIJK");
-         EXPECT_EQ(f64At(p, 284), 48.1);
-         EXPECT_EQ(f64At(p, 292), 11.5);
-         EXPECT_EQ(f64At(p, 300), 1700.0);
-         EXPECT_EQ(f64At(p, 308), -0.6);
-         EXPECT_EQ(f64At(p, 324), 270.0);
-         EXPECT_EQ(u32At(p, 332), 1u);
-         EXPECT_EQ(u32At(p, 336), 0u);
-         EXPECT_EQ(u32At(p, 340), 104u);
+         for (const auto& [at, value] :
+              {std::pair{284, 48.1}, {292, 11.5}, {300, 1700.0}, {308, -0.6}, {324, 270.0}})
+           EXPECT_EQ(f64At(p, at), value) << at;
        }},
-      {"release", [](SimConnectHandle s) { return SimConnect_AIReleaseControl(s, 9, 103); }, 24, 0x2B,
-       [](const Bytes& p) {
-         EXPECT_EQ(u32At(p, 16), 9u);
-         EXPECT_EQ(u32At(p, 20), 103u);
-       }},
-      {"remove", [](SimConnectHandle s) { return SimConnect_AIRemoveObject(s, 9, 105); }, 24, 0x2C,
-       [](const Bytes& p) {
-         EXPECT_EQ(u32At(p, 16), 9u);
-         EXPECT_EQ(u32At(p, 20), 105u);
-       }},
+      {"release",
+       [](SimConnectHandle s) { return SimConnect_AIReleaseControl(s, 9, 103); },
+       24,
+       0x2B,
+       {{16, 9}, {20, 103}}},
+      {"remove",
+       [](SimConnectHandle s) { return SimConnect_AIRemoveObject(s, 9, 105); },
+       24,
+       0x2C,
+       {{16, 9}, {20, 105}}},
       {"flight plan",
        [](SimConnectHandle s) { return SimConnect_AISetAircraftFlightPlan(s, 9, "C:\\plans\\DLH4AB", 110); },
-       284, 0x2D,
-       [](const Bytes& p) {
-         EXPECT_EQ(u32At(p, 16), 9u);
-         EXPECT_EQ(textAt(p, 20, 260), "C:\\plans\\DLH4AB");
-         EXPECT_EQ(u32At(p, 280), 110u);
-       }},
+       284,
+       0x2D,
+       {{16, 9}, {280, 110}},
+       [](const Bytes& p) { EXPECT_EQ(textAt(p, 20, 260), "C:\\plans\\DLH4AB"); }},
   };
   std::uint32_t sendId = 1;
   for (const CallCase& c : cases) {
@@ -234,10 +242,10 @@ TEST_F(ClientTest, EveryCallHasItsSizeTypeAndFieldOrder) {
     const Bytes packet = peer.readPacket();
     ++sendId;
     ASSERT_EQ(packet.size(), c.size);
-    EXPECT_EQ(u32At(packet, 0), c.size);
-    EXPECT_EQ(u32At(packet, 4), 4u);
-    EXPECT_EQ(u32At(packet, 8), 0xF0000000u | c.type);
-    EXPECT_EQ(u32At(packet, 12), sendId);
+    Words header{{0, c.size}, {4, 4}, {8, 0xF0000000u | c.type}, {12, sendId}};
+    header.insert(header.end(), c.words.begin(), c.words.end());
+    for (const auto& [at, value] : header)
+      EXPECT_EQ(u32At(packet, at), value) << "at " << at;
     c.check(packet);
     std::uint32_t last = 0;
     SimConnect_GetLastSentPacketID(sim, &last);
@@ -365,19 +373,11 @@ TEST_F(ClientTest, CallsMadeInsideTheDispatchLeaveTogetherWhenItReturns) {
   }
 }
 
-TEST_F(ClientTest, AVersionMismatchIsAskedAgainWithAnOlderProtocolOnANewConnection) {
+TEST_F(ClientTest, AVersionMismatchIsAskedAgainWithOlderProtocolsOnNewConnections) {
   test::writeSimConnectCfg("IPv4", "127.0.0.1", peer.port());
+  const Bytes refusal = test::exceptionRecord(5, 1, 0);
   std::vector<Bytes> opens;
-  std::thread server([&] {
-    for (int attempt = 0; attempt < 2; ++attempt) {
-      if (!peer.accept()) return;
-      opens.push_back(peer.readPacket());
-      peer.send(attempt == 0 ? test::exceptionRecord(5, 1, 0)
-                             : test::openRecord("Lockheed Martin Prepar3D v6"));
-    }
-  });
-  ASSERT_EQ(SimConnect_Open(&sim, "Trovalyn_P3D", nullptr, 0, nullptr, 0), simOk);
-  server.join();
+  ASSERT_EQ(openServed(peer, {refusal, test::openRecord("Lockheed Martin Prepar3D v6")}, opens), simOk);
   ASSERT_EQ(opens.size(), 2u);
   EXPECT_EQ(u32At(opens[0], 4), 4u);
   EXPECT_EQ(u32At(opens[1], 4), 3u);
@@ -387,21 +387,15 @@ TEST_F(ClientTest, AVersionMismatchIsAskedAgainWithAnOlderProtocolOnANewConnecti
   dispatchUntil(1);
   ASSERT_EQ(received.records.size(), 1u);
   EXPECT_EQ(u32At(received.records[0], 8), 2u) << "the refusal is not passed on";
-}
 
-TEST_F(ClientTest, WhenEveryVersionIsRefusedTheLastRefusalIsDispatched) {
-  test::writeSimConnectCfg("IPv4", "127.0.0.1", peer.port());
-  std::vector<std::uint32_t> protocols;
-  std::thread server([&] {
-    for (int attempt = 0; attempt < 3; ++attempt) {
-      if (!peer.accept()) return;
-      protocols.push_back(u32At(peer.readPacket(), 4));
-      peer.send(test::exceptionRecord(5, 1, 0));
-    }
-  });
-  ASSERT_EQ(SimConnect_Open(&sim, "Trovalyn_P3D", nullptr, 0, nullptr, 0), simOk);
-  server.join();
-  EXPECT_EQ(protocols, (std::vector<std::uint32_t>{4, 3, 2}));
+  // When every version is refused, the last refusal is dispatched.
+  SimConnect_Close(sim);
+  received.records.clear();
+  opens.clear();
+  ASSERT_EQ(openServed(peer, {refusal, refusal, refusal}, opens), simOk);
+  ASSERT_EQ(opens.size(), 3u);
+  for (std::uint32_t i = 0; i < 3; ++i)
+    EXPECT_EQ(u32At(opens[i], 4), 4 - i);
   dispatchUntil(1);
   ASSERT_EQ(received.records.size(), 1u);
   const auto* exception = reinterpret_cast<const SIMCONNECT_RECV_EXCEPTION*>(received.records[0].data());
@@ -416,44 +410,27 @@ TEST_F(ClientTest, OpenFailsWhenNobodyListensOrAnswers) {
   test::writeSimConnectCfg("IPv4", "127.0.0.1", closedPort);
   EXPECT_EQ(SimConnect_Open(&sim, "Trovalyn_P3D", nullptr, 0, nullptr, 0), simFail);
   EXPECT_EQ(sim, nullptr);
-
   test::writeSimConnectCfg("IPv4", "127.0.0.1", peer.port());
-  std::thread server([&] {
-    peer.accept();
-    peer.readPacket();
-    peer.closeClient(); // hangs up instead of answering
-  });
-  EXPECT_EQ(SimConnect_Open(&sim, "Trovalyn_P3D", nullptr, 0, nullptr, 0), simFail);
-  server.join();
+  std::vector<Bytes> opens;
+  EXPECT_EQ(openServed(peer, {Bytes()}, opens), simFail) << "the peer hangs up instead of answering";
 }
 
-TEST_F(ClientTest, AutoTriesThePipeAndIpv6BeforeTheIpv4ThatAnswers) {
+TEST_F(ClientTest, AutoTriesThePipeAndIpv6BeforeTheIpv4ThatAnswersAndIpv6Connects) {
+  const Bytes answer = test::openRecord("Lockheed Martin Prepar3D v5");
+  std::vector<Bytes> opens;
   test::writeSimConnectCfg("Auto", "localhost", peer.port());
-  std::thread server([&] {
-    if (!peer.accept()) return;
-    openPacket = peer.readPacket();
-    peer.send(test::openRecord("Lockheed Martin Prepar3D v5"));
-  });
-  ASSERT_EQ(SimConnect_Open(&sim, "Trovalyn_P3D", nullptr, 0, nullptr, 0), simOk);
-  server.join();
-  EXPECT_EQ(openPacket.size(), 296u);
-}
+  ASSERT_EQ(openServed(peer, {answer}, opens), simOk);
+  EXPECT_EQ(opens.at(0).size(), 296u);
+  SimConnect_Close(sim);
 
-TEST_F(ClientTest, ConnectsOverIpv6AndCloseHangsUp) {
   test::WirePeer peer6(IpFamily::v6);
   test::writeSimConnectCfg("IPv6", "::1", peer6.port(), "DisableNagle=1\n");
-  std::thread server([&] {
-    if (!peer6.accept()) return;
-    peer6.readPacket();
-    peer6.send(test::openRecord("Lockheed Martin Prepar3D v5"));
-  });
-  ASSERT_EQ(SimConnect_Open(&sim, "Trovalyn_P3D", nullptr, 0, nullptr, 0), simOk);
-  server.join();
+  ASSERT_EQ(openServed(peer6, {answer}, opens), simOk);
   EXPECT_EQ(SimConnect_UnsubscribeFromSystemEvent(sim, 201), simOk);
   EXPECT_EQ(peer6.readPacket().size(), 20u);
   SimConnect_Close(sim);
   sim = nullptr;
-  EXPECT_TRUE(peer6.closedByClient());
+  EXPECT_TRUE(peer6.closedByClient()) << "close hangs up";
 }
 
 } // namespace

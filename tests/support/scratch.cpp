@@ -1,5 +1,7 @@
 #include "support/scratch.h"
 
+#include "base/log.h"
+
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
@@ -43,6 +45,15 @@ std::vector<std::string> fileLines(const std::filesystem::path& path) {
   for (std::string line; std::getline(in, line);)
     lines.push_back(line);
   return lines;
+}
+
+std::string logText() {
+  flushLog();
+  return readFile("Log.txt");
+}
+
+bool logHas(std::string_view text) {
+  return logText().find(text) != std::string::npos;
 }
 
 std::filesystem::path realData(std::string_view relative) {

@@ -34,6 +34,9 @@ protected:
 std::string readFile(const std::filesystem::path& path);
 void writeBytes(const std::filesystem::path& path, std::string_view bytes);
 std::vector<std::string> fileLines(const std::filesystem::path& path);
+// Log.txt as far as written; flushed first, so that the test can go on logging.
+std::string logText();
+bool logHas(std::string_view text);
 std::filesystem::path realData(std::string_view relative); // a file of the shared real data
 // Puts the data files dataprep made at build time (input/dbase.xml, input/fixes.xml, airports_p3d.xml) into
 // the program folder folder.
