@@ -373,7 +373,7 @@ TEST_F(LiveriesScanTest, aTreeOfOnlyInvalidFilesIsExplainedByItsError) {
                     AllOf(StartsWith(automatic ? "43: " : "53: no liveries found"), EndsWith(see))));
     EXPECT_THAT(lf_lines(models), ElementsAre(StartsWith("Typhoon "), StartsWith("XQZ9 ")));
   }
-  EXPECT_THAT(log(), HasSubstr("\nErrors:\n2 invalid model codes, see "));
+  EXPECT_THAT(test::logText(), HasSubstr("\nErrors:\n2 invalid model codes, see "));
 }
 
 TEST_F(LiveriesScanTest, closingTheProgramStopsTheScan) {
