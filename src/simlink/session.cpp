@@ -447,6 +447,18 @@ void reportRequestError() {
   requestExit(ExitReason::restart, 10);
 }
 
+void requestObjectData(std::uint32_t request, std::uint32_t definition, std::uint32_t objectId,
+                       SIMCONNECT_PERIOD period, std::string_view failure) {
+  SimResult result = simFail;
+  {
+    std::lock_guard lock(batchLock);
+    result = SimConnect_RequestDataOnSimObject(simHandle, request, definition, objectId, period);
+  }
+  if (result == simOk) return;
+  logLine(failure);
+  reportRequestError();
+}
+
 void sendBatches() {
   std::unique_lock lock(batchLock, std::try_to_lock);
   if (!lock.owns_lock()) return;

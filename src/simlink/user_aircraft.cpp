@@ -36,17 +36,9 @@ double lf_lastLat = 0;
 double lf_lastLon = 0;
 std::vector<void (*)()> lf_resets;
 
-void lf_request(SIMCONNECT_DATA_REQUEST_ID request, SIMCONNECT_DATA_DEFINITION_ID definition,
-                SIMCONNECT_PERIOD period, std::string_view failure) {
-  SimResult result = simFail;
-  {
-    std::lock_guard lock(batchLock);
-    result =
-        SimConnect_RequestDataOnSimObject(simHandle, request, definition, SIMCONNECT_OBJECT_ID_USER, period);
-  }
-  if (result == simOk) return;
-  logLine(failure);
-  reportRequestError();
+void lf_request(std::uint32_t request, std::uint32_t definition, SIMCONNECT_PERIOD period,
+                std::string_view failure) {
+  requestObjectData(request, definition, SIMCONNECT_OBJECT_ID_USER, period, failure);
 }
 
 ByteReader lf_block(const SIMCONNECT_RECV_SIMOBJECT_DATA* data) {
