@@ -358,7 +358,7 @@ void lf_onInRange(const SIMCONNECT_RECV_SIMOBJECT_DATA& data) {
   const double aboveGround = block.f64(0);
   const double groundAltitude = block.f64(8);
   const auto onGround = static_cast<std::uint32_t>(block.i64(16) != 0);
-  const std::string atcId = block.text(24, 32);
+  const std::string atcId = block.utf8Text(24, 32);
   const auto added = std::find(addedObjectIds.begin(), addedObjectIds.end(), data.dwObjectID);
   if (added != addedObjectIds.end()) {
     addedObjectIds.erase(added);
