@@ -20,8 +20,9 @@ Lines lf_read(const std::filesystem::path& path) {
   return lines;
 }
 
-// "Zürich\r\n✈ 1" in each encoding (ANSI has no '✈'), written byte by byte, reads as the same UTF-8 lines; a mark of EF BB
-// without BF still loses three bytes; odd bytes of UTF-16 and lone surrogates do not break the read.
+// "Zürich\r\n✈ 1" in each encoding (ANSI has no '✈'), written byte by byte, reads as the same UTF-8 lines; a
+// mark of EF BB without BF still loses three bytes; odd bytes of UTF-16 and lone surrogates do not break the
+// read.
 TEST_F(TextFilesTest, everyEncodingReadsAsUtf8Lines) {
   const Lines zurich = {"Z\xC3\xBCrich", "\xE2\x9C\x88 1"};
   const struct {
@@ -95,8 +96,8 @@ TEST_F(TextFilesTest, writeTextAndSaveXmlReplaceWholeFiles) {
   EXPECT_NE(log.find("could not save to \"no/such/folder/doc.xml\""), std::string::npos);
 }
 
-// Windows-1252, the ANSI code page outside Windows: every byte comes back as it went, the five bytes it leaves
-// free included; what it lacks is '?'.
+// Windows-1252, the ANSI code page outside Windows: every byte comes back as it went, the five bytes it
+// leaves free included; what it lacks is '?'.
 TEST(AnsiCodePage, everyByteRoundTripsAndForeignCharactersBecomeQuestionMarks) {
   for (int byte = 0; byte < 256; ++byte) {
     const std::string one(1, static_cast<char>(byte));
@@ -108,7 +109,7 @@ TEST(AnsiCodePage, everyByteRoundTripsAndForeignCharactersBecomeQuestionMarks) {
   } rows[] = {
       {"Soci\xC3\xA9t\xC3\xA9 M\xC3\xBCnchen", "Soci\xE9t\xE9 M\xFCnchen"},
       {"\xE2\x82\xAC \xC5\xA0 \xC5\xB8 \xE2\x84\xA2", "\x80 \x8A \x9F \x99"}, // € Š Ÿ ™
-      {"Pozna\xC5\x84 \xE6\x9D\xB1", "Pozna? ?"},                                   // ń and a CJK character
+      {"Pozna\xC5\x84 \xE6\x9D\xB1", "Pozna? ?"},                             // ń and a CJK character
       {"bad \xC3 end", "bad ? end"},
   };
   for (const auto& row : rows) {

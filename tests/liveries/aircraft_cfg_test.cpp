@@ -259,14 +259,14 @@ TEST_F(AircraftCfgTest, theFirstMissingPathIsTheOneReported) {
 TEST_F(AircraftCfgTest, simCfgAndFilesOfEveryEncodingGiveUtf8Titles) {
   const std::string title = "Air France Soci\xC3\xA9t\xC3\xA9 M\xC3\xBCnchen";
   for (const auto& [name, encoding] : {std::pair{"utf8", test::CfgEncoding::utf8},
-                                      {"utf8Bom", test::CfgEncoding::utf8Bom},
-                                      {"utf16", test::CfgEncoding::utf16},
-                                      {"ansi", test::CfgEncoding::ansi}}) {
+                                       {"utf8Bom", test::CfgEncoding::utf8Bom},
+                                       {"utf16", test::CfgEncoding::utf16},
+                                       {"ansi", test::CfgEncoding::ansi}}) {
     prepareScan(); // the same title again
     const fs::path path = fs::path("SimObjects") / name / "SIM.CFG";
-    test::writeCfg(path, {.atcModel = "B77W",
-                          .sections = {test::section(title, "AFR", "F-GSQA")},
-                          .encoding = encoding});
+    test::writeCfg(
+        path,
+        {.atcModel = "B77W", .sections = {test::section(title, "AFR", "F-GSQA")}, .encoding = encoding});
     const auto liveries = lf_searchLiveriesinFile(1, path);
     ASSERT_EQ(liveries.size(), 1u) << name;
     EXPECT_EQ(liveries[0].title, title) << name;
