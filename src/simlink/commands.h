@@ -43,6 +43,8 @@ void sendCabinLights(std::uint32_t objectId, bool on);
 void setParkedSystems(ParkedAircraft& aircraft);
 // "ALL_LIGHTS_TOGGLE" straight to the object, as the settling of a new object needs it twice.
 void allLightsToggle(std::uint32_t objectId);
+// Spoilers handle and both throttle levers of the model itself, in percent; the throttle negative is reverse.
+void setSpoilersThrottleData(std::uint32_t objectId, double spoilersPercent, double throttlePercent);
 // Static CG and static pitch of the object's model, once; the answer comes back as a geometry command.
 void requestModelGeometry(std::uint32_t objectId);
 
