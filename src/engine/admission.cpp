@@ -233,6 +233,12 @@ void enforceMaxLive() {
   }
 }
 
+void serveNewLiveHexid() {
+  // An aircraft that is gone leaves the head where it is: the list waits.
+  if (newLiveHexids.empty() || findLive(newLiveHexids.front()) == nullptr) return;
+  newLiveHexids.pop_front();
+}
+
 void renew(LiveAircraft& aircraft) {
   auto& slots = aircraft.slots;
   if (aircraft.phase != Parked) {

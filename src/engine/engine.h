@@ -20,6 +20,8 @@ void workOffSimCommands();
 void admit(LiveAircraft& aircraft);
 // A lowered MAX_LIVE takes effect at once: the furthest alive aircraft above the limit go.
 void enforceMaxLive();
+// Once a second: the head of newLiveHexids, once its aircraft is in the table, is done with.
+void serveNewLiveHexid();
 // RealTraffic is gone: every live aircraft leaves the simulator at once; one being created stops, or goes as
 // soon as it exists.
 void removeAllLive();

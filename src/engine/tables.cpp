@@ -24,9 +24,9 @@ bool someoneOnFinal = false;
 
 namespace {
 
-// Beyond the live limit the feed can still bring several hundred buffered aircraft at once.
-constexpr std::size_t reservedLive = 1000;
-constexpr std::size_t reservedParked = 1000;
+// Pointers into the tables and the 10 ms path stay free of reallocation while MAX_LIVE, at most 300, holds.
+constexpr std::size_t reservedLive = 512;
+constexpr std::size_t reservedParked = 256;
 
 template <typename Table, typename Test>
 auto* lf_find(Table& table, Test test) {

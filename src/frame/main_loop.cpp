@@ -79,6 +79,14 @@ void lf_runJobs(const DueJobs& jobs) {
   if (jobs.every59) feedWatchdog();
 }
 
+// A lowered MAX_LIVE, from the window or the start, takes effect at the next second.
+void lf_applyLiveLimit() {
+  static std::int32_t applied = MAX_LIVE.maximum;
+  const std::int32_t limit = MAX_LIVE.value;
+  if (limit < applied) enforceMaxLive();
+  applied = limit;
+}
+
 void lf_secondPass() {
   if (flightPaused) {
     flightPaused = false;
@@ -90,6 +98,8 @@ void lf_secondPass() {
   ++messageClock;
   ageMessage();
   updateNowSlot();
+  lf_applyLiveLimit();
+  serveNewLiveHexid();
   lf_runJobs(advanceSecond(secondCount));
 }
 

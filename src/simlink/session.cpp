@@ -449,6 +449,7 @@ void reportRequestError() {
 
 void requestObjectData(std::uint32_t request, std::uint32_t definition, std::uint32_t objectId,
                        SIMCONNECT_PERIOD period, std::string_view failure) {
+  if (linkFailed) return; // the restart that ends the link is under way
   SimResult result = simFail;
   {
     std::lock_guard lock(batchLock);

@@ -85,6 +85,7 @@ void requestUserIdentity() {
 }
 
 void requestRange(std::uint32_t radiusMetres) {
+  if (linkFailed) return; // the restart that ends the link is under way
   SimResult result = simFail;
   {
     std::lock_guard lock(batchLock);
