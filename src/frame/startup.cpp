@@ -103,7 +103,7 @@ void lf_initialise() {
   storeText(PROGRAM_INSTALL_PATH);
   updateNowSlot();
   lf_readAircraftDataOnce();
-  display.archiveWeek = parseVersion(ARCHIVE_VERSION.value).major;
+  display.archiveWeek = versionOrZero(ARCHIVE_VERSION.value).major;
   if (SIM_INSTALL_PATH.value.empty()) lf_detectSimulatorInRegistry();
   detectRealTraffic();
   MAX_FIT_FL.value = maxFitHours(MAX_FIT.value);
