@@ -22,19 +22,20 @@ namespace fs = std::filesystem;
 
 // A data file of the input folder that the server keeps current.
 struct DataFile {
-  std::string_view name;            // file name, as the messages show it
-  std::string_view versionPath;     // on the server
-  std::string_view payloadPath;     // on the server
-  std::string_view noVersionText;   // the warning when the server tells no version
-  TextParameter& installedVersion;  // of the file in place
+  std::string_view name;           // file name, as the messages show it
+  std::string_view versionPath;    // on the server
+  std::string_view payloadPath;    // on the server
+  std::string_view noVersionText;  // the warning when the server tells no version
+  TextParameter& installedVersion; // of the file in place
   const fs::path& target;
 };
 
-const DataFile dbaseItem{"dbase.xml", dbaseVersionPath, dbasePayloadPath,
-                         "No dbase version info found at the Trovalyn server?", DBASE_VERSION, dbaseFile};
-const DataFile regcodesItem{"AIG-regcodes.xml", regcodesVersionPath, regcodesPayloadPath,
-                            "No AIG regcodes version info found at the Trovalyn server?", AIG_VERSION,
-                            aigRegcodesFile};
+const DataFile dbaseItem{"dbase.xml",      dbaseVersionPath,
+                         dbasePayloadPath, "No dbase version info found at the Trovalyn server?",
+                         DBASE_VERSION,    dbaseFile};
+const DataFile regcodesItem{"AIG-regcodes.xml",  regcodesVersionPath,
+                            regcodesPayloadPath, "No AIG regcodes version info found at the Trovalyn server?",
+                            AIG_VERSION,         aigRegcodesFile};
 
 std::string lf_url(std::string_view server, std::string_view path) {
   return fmt::format("{}{}", server, path);

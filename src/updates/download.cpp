@@ -11,8 +11,8 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
-#include <stdexcept>
 #include <mutex>
+#include <stdexcept>
 
 namespace ory {
 

@@ -16,9 +16,9 @@ extern const std::string_view updateServer;
 
 enum class DownloadOutcome {
   done,
-  failed,     // no transfer, or an incomplete one, or an HTTP error status
-  refused,    // complete, but the file did not pass its check
-  notPlaced,  // complete and checked, but it could not take the target's place
+  failed,    // no transfer, or an incomplete one, or an HTTP error status
+  refused,   // complete, but the file did not pass its check
+  notPlaced, // complete and checked, but it could not take the target's place
 };
 
 // True when the downloaded file at path may be used.

@@ -75,8 +75,9 @@ void checkProgram(std::string_view server, const fs::path& installPath) {
     showMessage("download/extract of the new version failed? Try manually via my website", true);
     return;
   }
-  throw UserErrorException(99, fmt::format("New version {} available. Exit here, and run as administrator:   \"{}\"",
-                                           versionText(offered), exe.string()));
+  throw UserErrorException(
+      99, fmt::format("New version {} available. Exit here, and run as administrator:   \"{}\"",
+                      versionText(offered), exe.string()));
 }
 
 } // namespace ory

@@ -1,9 +1,10 @@
 #pragma once
 // Data updates: the program keeps input\dbase.xml, input\regcodesAIG\AIG-regcodes.xml and the airport archive
-// current from the update server, and fetches a newer program's installer. Each item has a version.json beside
-// it on the server; its installed version is a parameter. Every function takes the server's base address
-// (updateServer in the program) and blocks: it runs on the start-up thread. A failed download or a bad file
-// never stops the program, and leaves the item and its version as they were, so the next check tries again.
+// current from the update server, and fetches a newer program's installer. Each item has a version.json
+// beside it on the server; its installed version is a parameter. Every function takes the server's base
+// address (updateServer in the program) and blocks: it runs on the start-up thread. A failed download or a
+// bad file never stops the program, and leaves the item and its version as they were, so the next check tries
+// again.
 
 #include <ctime>
 #include <filesystem>
@@ -32,7 +33,8 @@ bool checkArchive(std::string_view server);
 void downloadArchiveDocs(std::string_view server);
 
 // Fetches a newer program's installer and unpacks it as install_new_version.exe in installPath; then throws
-// UserErrorException 99, which tells the user to run it. Any failure is a message line, and the start goes on.
+// UserErrorException 99, which tells the user to run it. Any failure is a message line, and the start goes
+// on.
 void checkProgram(std::string_view server, const std::filesystem::path& installPath);
 
 // The date of a daily check as DATA_CHECKED_AT_DATE holds it: month, day and year ("NOV252026"), scrambled.
