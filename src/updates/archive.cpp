@@ -114,6 +114,7 @@ bool checkArchive(std::string_view server) {
     showMessage(fmt::format("Downloading archive files version {} failed", version), true);
     return false;
   }
+  if (!fs::is_directory(airportsFolder)) fs::create_directory(airportsFolder);
   for (const fs::path& folder : lf_archiveFolders())
     if (!fs::is_directory(folder)) fs::create_directory(folder);
   std::string whyNot;

@@ -102,6 +102,8 @@ bool isXmlDocument(const fs::path& path) {
 DownloadOutcome downloadFile(const std::string& url, const fs::path& target, FileCheck check) {
   fs::path part = target;
   part += ".part";
+  std::error_code error;
+  if (target.has_parent_path()) fs::create_directories(target.parent_path(), error);
   if (!lf_transfer(url, part, target)) {
     removeIfThere(part);
     return DownloadOutcome::failed;

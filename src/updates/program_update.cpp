@@ -16,15 +16,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The installer's first entry becomes install_new_version.exe; an old one goes first, so that the file found
-// after a failure is never a stale one.
+// The installer's first entry becomes install_new_version.exe.
 bool lf_unpack(const fs::path& zipPath, const fs::path& exe) {
-  std::error_code error;
-  fs::remove(exe, error);
-  if (error) {
-    logLine(fmt::format("could not remove {}: {}", exe.string(), error.message()));
-    return false;
-  }
   std::string whyNot;
   const ZipArchive archive = openZip(zipPath, whyNot);
   if (!archive) {
@@ -43,6 +36,13 @@ bool lf_unpack(const fs::path& zipPath, const fs::path& exe) {
 
 bool lf_fetchAndUnpack(std::string_view server, const Version& offered, const fs::path& installPath,
                        const fs::path& exe) {
+  // An old installer goes first, so that the file found after a failure is never a stale one.
+  std::error_code error;
+  fs::remove(exe, error);
+  if (error) {
+    logLine(fmt::format("could not remove {}: {}", exe.string(), error.message()));
+    return false;
+  }
   const std::string name = installerName(offered);
   const fs::path zipPath = installPath / name;
   if (downloadFile(fmt::format("{}{}{}", server, releasePath, name), zipPath, isZipFile) !=
