@@ -100,7 +100,7 @@ bool archiveFoldersMissing() {
 }
 
 bool checkArchive(std::string_view server) {
-  const Version offered = fetchVersion(fmt::format("{}{}", server, archiveVersionPath));
+  const Version offered = fetchVersion(serverUrl(server, archiveVersionPath));
   if (offered == Version{}) {
     logWarning("No archive version info found at the Trovalyn server?");
     return false;
@@ -109,7 +109,7 @@ bool checkArchive(std::string_view server) {
   if (!(offered > installed) && installed.major != 0 && !archiveFoldersMissing()) return false;
   const std::string version = versionText(offered);
   showMessage(fmt::format("Downloading archive files version {} ...", version), true);
-  if (downloadFile(fmt::format("{}{}", server, archivePayloadPath), archiveZipFile, isZipFile) !=
+  if (downloadFile(serverUrl(server, archivePayloadPath), archiveZipFile, isZipFile) !=
       DownloadOutcome::done) {
     showMessage(fmt::format("Downloading archive files version {} failed", version), true);
     return false;
@@ -138,17 +138,12 @@ bool checkArchive(std::string_view server) {
 
 void downloadArchiveDocs(std::string_view server) {
   for (std::string_view name : archiveDocs) {
-    const fs::path target = docsFolder / name;
-    switch (downloadFile(fmt::format("{}{}{}", server, docsPath, name), target, anyFile)) {
-    case DownloadOutcome::done:
+    const DownloadOutcome outcome =
+        downloadFile(serverUrl(server, docsPath, name), docsFolder / name, anyFile);
+    if (outcome == DownloadOutcome::done)
       logLine(fmt::format("{} downloaded", name));
-      break;
-    case DownloadOutcome::notPlaced:
-      logLine(fmt::format("writing {} failed?", name));
-      break;
-    default:
-      logLine(fmt::format("downloading {} failed?", name));
-    }
+    else
+      logFailedDownload(outcome, name);
   }
 }
 

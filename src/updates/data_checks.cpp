@@ -37,33 +37,26 @@ const DataFile regcodesItem{"AIG-regcodes.xml",  regcodesVersionPath,
                             regcodesPayloadPath, "No AIG regcodes version info found at the Trovalyn server?",
                             AIG_VERSION,         aigRegcodesFile};
 
-std::string lf_url(std::string_view server, std::string_view path) {
-  return fmt::format("{}{}", server, path);
-}
-
 void lf_checkDataFile(std::string_view server, const DataFile& item) {
-  const Version offered = fetchVersion(lf_url(server, item.versionPath));
+  const Version offered = fetchVersion(serverUrl(server, item.versionPath));
   if (offered == Version{}) {
     logWarning(item.noVersionText);
     return;
   }
   if (!(offered > versionOrZero(item.installedVersion.value)) && fs::exists(item.target)) return;
   showMessage(fmt::format("Downloading {} version {} ...", item.name, versionText(offered)), true);
-  switch (downloadFile(lf_url(server, item.payloadPath), item.target, isXmlDocument)) {
-  case DownloadOutcome::done:
-    item.installedVersion.value = versionText(offered);
-    storeText(item.installedVersion);
+  const DownloadOutcome outcome =
+      downloadFile(serverUrl(server, item.payloadPath), item.target, isXmlDocument);
+  if (outcome != DownloadOutcome::done) {
+    logFailedDownload(outcome, item.name);
     return;
-  case DownloadOutcome::notPlaced:
-    logLine(fmt::format("writing {} failed?", item.name));
-    return;
-  default:
-    logLine(fmt::format("downloading {} failed?", item.name));
   }
+  item.installedVersion.value = versionText(offered);
+  storeText(item.installedVersion);
 }
 
 bool lf_newer(std::string_view server, std::string_view versionPath, std::string_view installed) {
-  return fetchVersion(lf_url(server, versionPath)) > versionOrZero(installed);
+  return fetchVersion(serverUrl(server, versionPath)) > versionOrZero(installed);
 }
 
 void lf_scanAirportsNext() {
@@ -103,6 +96,10 @@ void checkVersionNow(std::string_view server) {
     storeText(DATA_CHECKED_AT_DATE);
   }
   enableControl(checkVersionButton, false);
+}
+
+std::string serverUrl(std::string_view server, std::string_view path, std::string_view name) {
+  return fmt::format("{}{}{}", server, path, name);
 }
 
 std::string checkDateText(std::time_t time) {

@@ -84,6 +84,13 @@ bool lf_transfer(const std::string& url, const fs::path& part, const fs::path& t
 
 } // namespace
 
+void logFailedDownload(DownloadOutcome outcome, std::string_view name) {
+  if (outcome == DownloadOutcome::notPlaced)
+    logLine(fmt::format("writing {} failed?", name));
+  else
+    logLine(fmt::format("downloading {} failed?", name));
+}
+
 void removeIfThere(const fs::path& path) {
   std::error_code ignored;
   fs::remove(path, ignored);

@@ -28,6 +28,8 @@ bool isXmlDocument(const std::filesystem::path& path); // parses, and has an ele
 
 // GETs url into target; on any outcome but done the target is as it was and nothing is left beside it.
 DownloadOutcome downloadFile(const std::string& url, const std::filesystem::path& target, FileCheck check);
+// "writing {name} failed?" for a file that could not take its place, else "downloading {name} failed?".
+void logFailedDownload(DownloadOutcome outcome, std::string_view name);
 // Removes a working file; one that is not there, or can't go, is no fault.
 void removeIfThere(const std::filesystem::path& path);
 // The version in the version.json at url; zero, with a warning, on any failure.

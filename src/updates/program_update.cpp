@@ -45,8 +45,7 @@ bool lf_fetchAndUnpack(std::string_view server, const Version& offered, const fs
   }
   const std::string name = installerName(offered);
   const fs::path zipPath = installPath / name;
-  if (downloadFile(fmt::format("{}{}{}", server, releasePath, name), zipPath, isZipFile) !=
-      DownloadOutcome::done) {
+  if (downloadFile(serverUrl(server, releasePath, name), zipPath, isZipFile) != DownloadOutcome::done) {
     showMessage(fmt::format("Downloading program installer file version {} failed", versionText(offered)),
                 true);
     return false;
@@ -64,7 +63,7 @@ std::string installerName(const Version& version) {
 }
 
 void checkProgram(std::string_view server, const fs::path& installPath) {
-  const Version offered = fetchVersion(fmt::format("{}{}", server, programVersionPath));
+  const Version offered = fetchVersion(serverUrl(server, programVersionPath));
   if (offered == Version{}) {
     logWarning("Program Version file not found?");
     return;

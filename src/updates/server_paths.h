@@ -19,6 +19,8 @@ inline constexpr std::string_view archivePayloadPath = "/downloads/archive/p3d/a
 inline constexpr std::string_view docsPath = "/downloads/docs/"; // + a document's name
 inline constexpr std::string_view archiveDocs[] = {"P3D_archive.txt", "P3D_archive.csv"};
 
+// The address of a path on the server, with a file name for the folders above.
+std::string serverUrl(std::string_view server, std::string_view path, std::string_view name = {});
 // The program installer's name below releasePath: "setup_Trovalyn_P3D_v1.2.3.zip".
 std::string installerName(const Version& version);
 
