@@ -3,6 +3,7 @@
 #include "base/parameters.h"
 #include "base/paths.h"
 #include "base/version.h"
+#include "liveries/dbase.h"
 #include "liveries/scramble.h"
 #include "updates/download.h"
 #include "updates/server_paths.h"
@@ -26,16 +27,25 @@ struct DataFile {
   std::string_view versionPath;    // on the server
   std::string_view payloadPath;    // on the server
   std::string_view noVersionText;  // the warning when the server tells no version
+  FileCheck check;                 // what a download must pass
   TextParameter& installedVersion; // of the file in place
-  const fs::path& target;
+  const fs::path& target;          // in the program folder
 };
 
-const DataFile dbaseItem{"dbase.xml",      dbaseVersionPath,
-                         dbasePayloadPath, "No dbase version info found at the Trovalyn server?",
-                         DBASE_VERSION,    dbaseFile};
-const DataFile regcodesItem{"AIG-regcodes.xml",  regcodesVersionPath,
-                            regcodesPayloadPath, "No AIG regcodes version info found at the Trovalyn server?",
-                            AIG_VERSION,         aigRegcodesFile};
+const DataFile dbaseItem{.name = "dbase.xml",
+                         .versionPath = dbaseVersionPath,
+                         .payloadPath = dbasePayloadPath,
+                         .noVersionText = "No dbase version info found at the Trovalyn server?",
+                         .check = isDbaseFile,
+                         .installedVersion = DBASE_VERSION,
+                         .target = dbaseFile};
+const DataFile regcodesItem{.name = "AIG-regcodes.xml",
+                            .versionPath = regcodesVersionPath,
+                            .payloadPath = regcodesPayloadPath,
+                            .noVersionText = "No AIG regcodes version info found at the Trovalyn server?",
+                            .check = isXmlDocument,
+                            .installedVersion = AIG_VERSION,
+                            .target = aigRegcodesFile};
 
 void lf_checkDataFile(std::string_view server, const DataFile& item) {
   const Version offered = fetchVersion(serverUrl(server, item.versionPath));
@@ -45,8 +55,7 @@ void lf_checkDataFile(std::string_view server, const DataFile& item) {
   }
   if (!(offered > versionOrZero(item.installedVersion.value)) && fs::exists(item.target)) return;
   showMessage(fmt::format("Downloading {} version {} ...", item.name, versionText(offered)), true);
-  const DownloadOutcome outcome =
-      downloadFile(serverUrl(server, item.payloadPath), item.target, isXmlDocument);
+  const DownloadOutcome outcome = downloadFile(serverUrl(server, item.payloadPath), item.target, item.check);
   if (outcome != DownloadOutcome::done) {
     logFailedDownload(outcome, item.name);
     return;

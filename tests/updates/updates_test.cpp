@@ -160,13 +160,14 @@ TEST_F(UpdatesTest, aFreshInstallGetsEverythingOnceAndWhatGoesMissingAgain) {
   expectNoWorkingFiles();
 
   // The same versions: nothing comes, even when the server's files changed.
-  test::writeBytes(server.served(dbasePayloadPath), "<dbase/>");
+  const std::string laterEdition = test::readFile(dbaseFile) + "<!-- a later edition -->\n";
+  test::writeBytes(server.served(dbasePayloadPath), laterEdition);
   test::writeBytes(server.served(archivePayloadPath), "not a zip");
   checkDataAtStart(server.url);
   checkDataOfTheDay(server.url);
   checkDbase(server.url);
   EXPECT_FALSE(checkArchive(server.url));
-  EXPECT_NE(test::readFile(dbaseFile), "<dbase/>");
+  EXPECT_NE(test::readFile(dbaseFile), laterEdition);
   EXPECT_EQ(newVersionsText(server.url), "");
   checkVersionNow(server.url);
   EXPECT_EQ(lf_shownMessage(), "Trovalyn_P3D is up to date");
@@ -174,7 +175,7 @@ TEST_F(UpdatesTest, aFreshInstallGetsEverythingOnceAndWhatGoesMissingAgain) {
   // A deleted file is fetched again at once, the version being the same; so is a deleted archive folder.
   fs::remove(dbaseFile);
   checkDbase(server.url);
-  EXPECT_EQ(test::readFile(dbaseFile), "<dbase/>");
+  EXPECT_EQ(test::readFile(dbaseFile), laterEdition);
   fs::remove_all(archiveFolder / "ORBX");
   test::writeBytes(server.served(archivePayloadPath),
                    test::readFile(servedBase / archivePayloadPath.substr(1)));
@@ -182,7 +183,14 @@ TEST_F(UpdatesTest, aFreshInstallGetsEverythingOnceAndWhatGoesMissingAgain) {
   EXPECT_TRUE(checkArchive(server.url));
   EXPECT_TRUE(fs::exists(archiveFolder / "ORBX/LEAR.xml"));
 
+  // A newer version that is no database (XML, but without its sections) is refused.
   server.offer(dbaseVersionPath, "2.0.1");
+  test::writeBytes(server.served(dbasePayloadPath), "<dbase/>");
+  checkDbase(server.url);
+  EXPECT_EQ(test::readFile(dbaseFile), laterEdition);
+  EXPECT_EQ(DBASE_VERSION.value, "2.0.0");
+  EXPECT_TRUE(test::logHas("/downloads/dbase/dbase.xml\" => \"input/dbase.xml\" is not a valid file"));
+
   server.offer(archiveVersionPath, R"({"major": 3, "minor": 0, "patch": 0})");
   EXPECT_EQ(newVersionsText(server.url), "==> New versions for: dbase.xml, archive");
   checkVersionNow(server.url);
