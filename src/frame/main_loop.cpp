@@ -3,6 +3,7 @@
 #include "base/log.h"
 #include "base/parameters.h"
 #include "base/run.h"
+#include "engine/engine.h"
 #include "feed/feed.h"
 #include "feed/inbox.h"
 #include "feed/traffic_link.h"
@@ -46,6 +47,7 @@ void lf_pausedPass() {
     }
     logLine(fmt::format("{} Flight not running", timeOfDay()));
   }
+  workOffSimCommands();
   if (--pauseCountdown > 0) return;
   // Also how a RealTraffic lost during the pause is noticed.
   sendUserPosition(userPosition());
@@ -123,6 +125,7 @@ void mainLoop() {
     lf_pausedPass();
     return;
   }
+  engineTick();
   bool expected = true;
   if (!secondTick.compare_exchange_strong(expected, false)) return;
   lf_secondPass();

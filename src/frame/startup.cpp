@@ -6,7 +6,9 @@
 #include "base/paths.h"
 #include "base/run.h"
 #include "base/version.h"
+#include "engine/engine.h"
 #include "engine/geometry.h"
+#include "engine/tables.h"
 #include "feed/feed.h"
 #include "feed/inbox.h"
 #include "feed/traffic_link.h"
@@ -251,6 +253,8 @@ void startRun() {
     if (lf_stopWanted()) return; // an exit began meanwhile: no main loop for it to miss
     updateNowSlot();
     flushLog();
+    reserveEngineTables();
+    setTrafficLostAction(removeAllLive);
     startRunThread(RunThread::mainLoop, mainLoopThread);
   } catch (...) {
     // Whatever went wrong here, even a user's error, leaves no run to go on with.

@@ -118,6 +118,16 @@ std::string wideToUtf8(std::wstring_view text) {
   return out;
 }
 
+bool isUtf8(std::string_view text) {
+  constexpr std::string_view encodedReplacement = "\xEF\xBF\xBD";
+  for (size_t i = 0; i < text.size();) {
+    const size_t start = i;
+    if (lf_nextFromUtf8(text, i) == replacement && text.substr(start, i - start) != encodedReplacement)
+      return false;
+  }
+  return true;
+}
+
 std::filesystem::path utf8ToPath(std::string_view text) {
   return std::filesystem::path(std::u8string(text.begin(), text.end()));
 }

@@ -50,19 +50,9 @@ std::string lf_positionText(double lat, double lon) {
   return fmt::format("{:.6f}, {:.6f}", lat, lon);
 }
 
-// Names are 8-bit text; what is not valid UTF-8 is taken as Latin-1.
+// Names are 8-bit text; what is not valid UTF-8 is taken in the ANSI code page.
 std::string lf_nameAsUtf8(const std::string& bytes) {
-  if (utf16ToUtf8(utf8ToUtf16(bytes)) == bytes) return bytes;
-  std::string text;
-  for (unsigned char c : bytes) {
-    if (c < 0x80) {
-      text += static_cast<char>(c);
-    } else {
-      text += static_cast<char>(0xC0 | (c >> 6));
-      text += static_cast<char>(0x80 | (c & 0x3F));
-    }
-  }
-  return text;
+  return isUtf8(bytes) ? bytes : ansiToUtf8(bytes);
 }
 
 // lf_decodeAirportNAME: the characters follow the 6-byte head, padded with zeros to a whole word.

@@ -36,17 +36,9 @@ double lf_lastLat = 0;
 double lf_lastLon = 0;
 std::vector<void (*)()> lf_resets;
 
-void lf_request(SIMCONNECT_DATA_REQUEST_ID request, SIMCONNECT_DATA_DEFINITION_ID definition,
-                SIMCONNECT_PERIOD period, std::string_view failure) {
-  SimResult result = simFail;
-  {
-    std::lock_guard lock(batchLock);
-    result =
-        SimConnect_RequestDataOnSimObject(simHandle, request, definition, SIMCONNECT_OBJECT_ID_USER, period);
-  }
-  if (result == simOk) return;
-  logLine(failure);
-  reportRequestError();
+void lf_request(std::uint32_t request, std::uint32_t definition, SIMCONNECT_PERIOD period,
+                std::string_view failure) {
+  requestObjectData(request, definition, SIMCONNECT_OBJECT_ID_USER, period, failure);
 }
 
 ByteReader lf_block(const SIMCONNECT_RECV_SIMOBJECT_DATA* data) {
@@ -106,7 +98,7 @@ void requestRange(std::uint32_t radiusMetres) {
 
 void onUserTitle(const SIMCONNECT_RECV_SIMOBJECT_DATA* data) {
   const ByteReader block = lf_block(data);
-  const std::string title = block.text(0, block.size);
+  const std::string title = block.utf8Text(0, block.size);
   {
     std::lock_guard lock(lf_userLock);
     if (title == lf_title) return;
@@ -125,7 +117,7 @@ void onUserModel(const SIMCONNECT_RECV_SIMOBJECT_DATA* data) {
   const ByteReader block = lf_block(data);
   if (block.size == 0)
     throw UserErrorException(73, "It looks like you have not selected an aircraft as user vehicle");
-  const std::string model = block.text(0, 32);
+  const std::string model = block.utf8Text(0, 32);
   if (model.empty())
     throw UserErrorException(71, "atc_model= in [General] section of your aircraft.cfg is empty or missing");
   {

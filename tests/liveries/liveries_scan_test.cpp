@@ -357,7 +357,7 @@ TEST_F(LiveriesScanTest, aTreeOfOnlyInvalidFilesIsExplainedByItsError) {
   fs::create_directories("AI/TQL_EF2000");
   fs::copy_file(test::realData("aircraft_cfg/TQL_NBAI_Eurofighter_EF2000_Spain_Ala_14.aircraft.cfg"),
                 "AI/TQL_EF2000/aircraft.cfg");
-  lf_package("AI/Odd", "XQZ9", {lf_section("KLM odd", "KLM")});
+  lf_package("AI/Odd", "XQZ9", {test::section("KLM odd", "KLM")});
   test::writeBytes("AI/Empty/aircraft.cfg", "");
   test::writeBytes("ProgramData/Lockheed Martin/Prepar3D v5/simobjects.cfg",
                    "[Entry.0]\nPath=" + pathText(scratch.path() / "AI"));

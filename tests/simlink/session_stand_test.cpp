@@ -164,6 +164,48 @@ TEST_F(SessionStandTest, NewAircraftAreBoundFrozenAndPlacedOnlyByTheProgram) {
   EXPECT_EQ(releases, 1u);
 }
 
+// The simulator knows its titles in its ANSI code page: a title with "é" and "ü" is created, and the user's
+// title comes back in UTF-8.
+TEST_F(SessionStandTest, TitlesWithAccentsCrossInTheSimulatorsCodePage) {
+  const std::string societe = "Air France Soci\xC3\xA9t\xC3\xA9 M\xC3\xBCnchen";
+  Json scenario = Json::parse(lf_parked);
+  scenario["titles"] = Json::array({{{"title", societe}}});
+  scenario["user"]["title"] = "Cessna Skylane R\xC3\xBC"
+                              "ckenwind";
+  test::StandIn stand(scenario.dump());
+  stand.writeSimConnectCfg();
+  thread = std::jthread(simThread);
+  ASSERT_TRUE(test::eventually([] { return simRunning.load(); }, 10000ms));
+  ASSERT_TRUE(test::eventually(
+      [] {
+        requestUserPosition();
+        requestUserIdentity();
+        return userObjectId != 0 && !userTitle().empty();
+      },
+      5000ms));
+  EXPECT_EQ(userTitle(), "Cessna Skylane R\xC3\xBC"
+                         "ckenwind");
+
+  CreateRequest create;
+  create.lat = 48.3550;
+  create.lon = 11.7850;
+  create.onGround = true;
+  create.callsign = "AFR1234";
+  create.liveryTitle = societe;
+  create.hexid = 0x39CEAA;
+  {
+    std::lock_guard lock(batchLock);
+    createBatch = {create};
+  }
+  SimCommand added;
+  ASSERT_TRUE(awaitCommand(commandLiveAdded, 0x39CEAA, added));
+  for (const SimCommand& command : received)
+    EXPECT_NE(command.code, commandNotCreated);
+  thread = {};
+  EXPECT_TRUE(stand.waitForTrace([&](const Json& L) { return L.value("title", "") == societe; }, 1000ms))
+      << "the trace shows the title as the simulator read it";
+}
+
 TEST_F(SessionStandTest, RefusedOpensAreTriedAgainEverySecondUnderOneWaitingLine) {
   const std::uint16_t port = [] {
     test::WirePeer gone;
