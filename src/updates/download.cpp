@@ -128,6 +128,9 @@ DownloadOutcome downloadFile(const std::string& url, const fs::path& target, Fil
 }
 
 Version fetchVersion(const std::string& url) {
+  // One version.json in the working folder: the button "Check version" may ask while the start-up does.
+  static std::mutex workingFileLock;
+  const std::lock_guard hold(workingFileLock);
   if (downloadFile(url, versionJsonFile, anyFile) != DownloadOutcome::done) {
     logWarning(fmt::format("downloading \"{}\" failed", url));
     return {};
