@@ -21,7 +21,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::int32_t progressEvery = 300; // files between two progress lines
+constexpr std::int32_t progressEvery = 300;                     // files between two progress lines
+constexpr std::uint64_t maxAirportFileBytes = 64 * 1024 * 1024; // far above any airport's file
 
 std::array<fs::path, 4> lf_archiveFolders() {
   return {archiveFolder, archiveFolder / stockWord, archiveFolder / orbxWord, archiveFolder / thirdpartyWord};
@@ -81,7 +82,7 @@ std::int32_t lf_extract(const ZipArchive& archive, const fs::path& zipPath) {
     if (!target) continue;
     std::error_code error;
     fs::create_directories(target->parent_path(), error);
-    if (const int code = extractZipEntry(archive, index, *target); code != 0) {
+    if (const int code = extractZipEntry(archive, index, *target, maxAirportFileBytes); code != 0) {
       logWarning(fmt::format("archive entry \"{}\" not extracted: {}", name, zipErrorText(code)));
       continue;
     }

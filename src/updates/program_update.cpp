@@ -16,6 +16,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr std::uint64_t maxInstallerBytes = 1024ull * 1024 * 1024;
+
 // The installer's first entry becomes install_new_version.exe.
 bool lf_unpack(const fs::path& zipPath, const fs::path& exe) {
   std::string whyNot;
@@ -24,7 +26,8 @@ bool lf_unpack(const fs::path& zipPath, const fs::path& exe) {
     logLine(fmt::format("could not open {}", zipPath.string()));
     return false;
   }
-  const int code = zipEntryNames(archive).empty() ? zipNoEntry : extractZipEntry(archive, 0, exe);
+  const int code =
+      zipEntryNames(archive).empty() ? zipNoEntry : extractZipEntry(archive, 0, exe, maxInstallerBytes);
   if (code != 0) {
     logLine(fmt::format("extracting error code : {}", code));
     logLine(zipErrorText(code));

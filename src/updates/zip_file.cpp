@@ -16,7 +16,12 @@ struct ZipFileClose {
   void operator()(zip_file_t* file) const { zip_fclose(file); }
 };
 
-int lf_readEntry(zip* archive, std::uint64_t index, std::string& bytes) {
+// The entry's bytes streamed into out, so that a large entry never has to fit in memory.
+int lf_copyEntry(zip* archive, std::uint64_t index, std::uint64_t maxBytes, std::ofstream& out) {
+  zip_stat_t stat;
+  zip_stat_init(&stat);
+  if (zip_stat_index(archive, index, 0, &stat) != 0) return zip_error_code_zip(zip_get_error(archive));
+  if ((stat.valid & ZIP_STAT_SIZE) != 0 && stat.size > maxBytes) return zipTooLarge;
   const std::unique_ptr<zip_file_t, ZipFileClose> file(zip_fopen_index(archive, index, 0));
   if (!file) return zip_error_code_zip(zip_get_error(archive));
   char buffer[65536];
@@ -24,26 +29,15 @@ int lf_readEntry(zip* archive, std::uint64_t index, std::string& bytes) {
     const zip_int64_t read = zip_fread(file.get(), buffer, sizeof buffer);
     if (read < 0) return zip_error_code_zip(zip_file_get_error(file.get()));
     if (read == 0) return 0;
-    bytes.append(buffer, static_cast<std::size_t>(read));
+    if (!out.write(buffer, read)) return zipWriteFailed;
   }
-}
-
-bool lf_writeBeside(const std::string& bytes, const std::filesystem::path& target) {
-  std::filesystem::path beside = target;
-  beside += ".saving";
-  std::ofstream out(beside, std::ios::binary | std::ios::trunc);
-  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  out.close();
-  std::error_code error;
-  if (out) std::filesystem::rename(beside, target, error);
-  if (!out || error) std::filesystem::remove(beside, error);
-  return out && !error;
 }
 
 } // namespace
 
 std::string zipErrorText(int code) {
   if (code == zipWriteFailed) return "the file could not be written";
+  if (code == zipTooLarge) return "the entry is larger than allowed";
   zip_error_t error;
   zip_error_init_with_code(&error, code);
   std::string text = zip_error_strerror(&error);
@@ -77,10 +71,19 @@ std::vector<std::string> zipEntryNames(const ZipArchive& archive) {
   return names;
 }
 
-int extractZipEntry(const ZipArchive& archive, std::uint64_t index, const std::filesystem::path& target) {
-  std::string bytes;
-  if (const int code = lf_readEntry(archive.get(), index, bytes); code != 0) return code;
-  return lf_writeBeside(bytes, target) ? 0 : zipWriteFailed;
+int extractZipEntry(const ZipArchive& archive, std::uint64_t index, const std::filesystem::path& target,
+                    std::uint64_t maxBytes) {
+  std::filesystem::path beside = target;
+  beside += ".saving";
+  std::ofstream out(beside, std::ios::binary | std::ios::trunc);
+  int code = out ? lf_copyEntry(archive.get(), index, maxBytes, out) : zipWriteFailed;
+  out.close();
+  std::error_code error;
+  if (code == 0 && !out) code = zipWriteFailed;
+  if (code == 0) std::filesystem::rename(beside, target, error);
+  if (code == 0 && error) code = zipWriteFailed;
+  if (code != 0) std::filesystem::remove(beside, error);
+  return code;
 }
 
 void writeZip(const std::filesystem::path& path,
