@@ -121,8 +121,7 @@ bool checkArchive(std::string_view server) {
   std::string whyNot;
   ZipArchive archive = openZip(archiveZipFile, whyNot);
   if (!archive) {
-    logLine(fmt::format("coud not open {}", archiveZipFile.string()));
-    logLine(whyNot);
+    logLine(fmt::format("coud not open {} ({})", archiveZipFile.string(), whyNot));
     removeIfThere(archiveZipFile);
     return false;
   }

@@ -23,14 +23,13 @@ bool lf_unpack(const fs::path& zipPath, const fs::path& exe) {
   std::string whyNot;
   const ZipArchive archive = openZip(zipPath, whyNot);
   if (!archive) {
-    logLine(fmt::format("could not open {}", zipPath.string()));
+    logLine(fmt::format("could not open {} ({})", zipPath.string(), whyNot));
     return false;
   }
   const int code =
       zipEntryNames(archive).empty() ? zipNoEntry : extractZipEntry(archive, 0, exe, maxInstallerBytes);
   if (code != 0) {
-    logLine(fmt::format("extracting error code : {}", code));
-    logLine(zipErrorText(code));
+    logLine(fmt::format("extracting error code : {} ({})", code, zipErrorText(code)));
     return false;
   }
   logLine(fmt::format("{} extracted to {}", zipPath.string(), exe.string()));
