@@ -22,6 +22,8 @@
 #include "scenery/scenery_scan.h"
 #include "simlink/session.h"
 #include "simlink/user_aircraft.h"
+#include "updates/download.h"
+#include "updates/updates.h"
 
 #include <fmt/format.h>
 
@@ -104,8 +106,10 @@ void lf_initialise() {
   PROGRAM_INSTALL_PATH.value = fs::current_path().string();
   storeText(PROGRAM_INSTALL_PATH);
   updateNowSlot();
+  checkDataAtStart(updateServer);
   lf_readAircraftDataOnce();
-  display.archiveWeek = parseVersion(ARCHIVE_VERSION.value).major;
+  checkDataOfTheDay(updateServer);
+  display.archiveWeek = versionOrZero(ARCHIVE_VERSION.value).major;
   if (SIM_INSTALL_PATH.value.empty()) lf_detectSimulatorInRegistry();
   detectRealTraffic();
   MAX_FIT_FL.value = maxFitHours(MAX_FIT.value);
