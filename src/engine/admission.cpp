@@ -170,7 +170,8 @@ void lf_prepareCreation(LiveAircraft& aircraft) {
       placeOnStand(aircraft);
     }
   }
-  if (aircraft.toDelete || aircraft.state != Buffered || slots.size() < 2) return;
+  if (aircraft.toDelete || aircraft.state != Buffered || slots.empty()) return;
+  if (slots.size() < 2 && aircraft.phase != Parked && !aircraft.keptHeading) return;
   newLiveHexids.push_back(aircraft.hexid);
   lf_fillPositionBlock(aircraft);
   aircraft.state = Creating;

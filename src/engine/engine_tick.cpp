@@ -35,11 +35,6 @@ constexpr std::size_t recordsPerTick = 2;
 std::vector<SimCommand> lf_commands;   // the engine's copy of simCommands, kept to spare allocations
 std::vector<TrafficRecord> lf_records; // the records of this tick
 
-std::uint32_t lf_packedSlot() {
-  const Slot now = nowSlot();
-  return static_cast<std::uint32_t>(now.day) | static_cast<std::uint32_t>(now.halfHour) << 16;
-}
-
 void lf_liveAIAdded(const SimCommand& command) {
   LiveAircraft* aircraft = findLive(command.value);
   if (aircraft == nullptr || aircraft->state != Creating) {
@@ -57,7 +52,7 @@ void lf_liveAIAdded(const SimCommand& command) {
     aircraft->onGround = true;
     aircraft->deltaAltitude = 0;
     if (aircraft->phase == Parked) {
-      aircraft->arrivalTime = lf_packedSlot();
+      aircraft->arrivalTime = packedSlot();
       if (!aircraft->recreated && LOG.value)
         logLine(fmt::format("{:8}: {:8} parks {}", standName(aircraft->standId), aircraft->callsign,
                             timeOfDay()));

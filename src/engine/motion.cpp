@@ -474,19 +474,4 @@ void groundContact(const SimCommand& command) {
   if (aircraft->onGround || aircraft->countDown > 1) aircraft->altitude = aircraft->staticCG + command.a;
 }
 
-void placeOnStand(LiveAircraft& aircraft) {
-  lf_setPhase(aircraft, Taxi);
-}
-
-bool parkedFeed(LiveAircraft& aircraft, PositionSlot& slot) {
-  (void)aircraft;
-  (void)slot;
-  return true;
-}
-
-void groundSegmentChange(LiveAircraft& aircraft) {
-  if (aircraft.phase == Parked) lf_windows(aircraft, 3000, aircraft.departing ? 5000 : 3000);
-  retimeGround(aircraft);
-}
-
 } // namespace ory

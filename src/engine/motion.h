@@ -29,5 +29,11 @@ void placeOnStand(LiveAircraft& aircraft);
 bool parkedFeed(LiveAircraft& aircraft, PositionSlot& slot);
 // At a segment change on the ground: push back, parking and curves, then the retime.
 void groundSegmentChange(LiveAircraft& aircraft);
+// A stand for an aircraft that stopped or is about to: it rolls onto it, ToStand.
+void seekStand(LiveAircraft& aircraft, bool wide);
+// The queue of an aircraft rolling to its stand ran out: parked, or taxiing on.
+void arriveAtStand(LiveAircraft& aircraft);
+// Steady clock milliseconds, for the time on a stand.
+std::int64_t steadyMilliseconds();
 
 } // namespace ory

@@ -498,6 +498,7 @@ void segmentChange(LiveAircraft& aircraft) {
   while (slots.size() >= 2 && !aircraft.onGround && slots[1].stopped &&
          aircraft.category != categoryHelicopter)
     slots.erase(slots.begin() + 1);
+  if (slots.size() < 2 && aircraft.phase == ToStand) arriveAtStand(aircraft);
   if (slots.size() < 2 && !lf_reckon(aircraft)) {
     requestRemove(aircraft);
     return;

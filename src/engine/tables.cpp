@@ -2,6 +2,7 @@
 
 #include "base/log.h"
 #include "base/parameters.h"
+#include "base/run.h"
 #include "parking/stands.h"
 
 #include <fmt/format.h>
@@ -72,6 +73,11 @@ std::string standName(std::uint32_t standId) {
   if (standId == 0) return "sid==0?";
   if (standId > stands.size()) return "unknown";
   return stands[standId - 1].id;
+}
+
+std::uint32_t packedSlot() {
+  const Slot now = nowSlot();
+  return static_cast<std::uint32_t>(now.day) | static_cast<std::uint32_t>(now.halfHour) << 16;
 }
 
 std::string describe(const ParkedAircraft& aircraft) {

@@ -42,6 +42,8 @@ ParkedAircraft* findParkedByObject(std::uint32_t objectId);
 void requestRemove(ParkedAircraft& aircraft);
 // The stand's name for the log: "sid==0?" for 0, "unknown" for an id no stand has.
 std::string standName(std::uint32_t standId);
+// The present weekday in the low half and half hour in the high half, as arrivalTime holds it.
+std::uint32_t packedSlot();
 // How the aircraft appears in the log: callsign, airline, type, regcode and hexid.
 std::string describe(const ParkedAircraft& aircraft);
 
