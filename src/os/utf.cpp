@@ -128,6 +128,10 @@ bool isUtf8(std::string_view text) {
   return true;
 }
 
+std::string utf8OrAnsi(std::string_view text) {
+  return isUtf8(text) ? std::string(text) : ansiToUtf8(text);
+}
+
 std::filesystem::path utf8ToPath(std::string_view text) {
   return std::filesystem::path(std::u8string(text.begin(), text.end()));
 }
