@@ -9,6 +9,7 @@
 #include "feed/qnh_reader.h"
 #include "feed/traffic_link.h"
 #include "liveries/dbase.h"
+#include "os/utf.h"
 #include "simlink/batches.h"
 #include "simlink/session.h"
 #include "simlink/simconnect/wire.h"
@@ -204,7 +205,7 @@ void onUserTitle(const SIMCONNECT_RECV_SIMOBJECT_DATA* data) {
   }
   logLine(fmt::format("SimConnect: User aircraft title: {}", title));
   std::lock_guard lock(windowTextLock);
-  display.simSubText = title.substr(0, titleShown);
+  display.simSubText = utf8Prefix(title, titleShown);
 }
 
 void onUserModel(const SIMCONNECT_RECV_SIMOBJECT_DATA* data) {

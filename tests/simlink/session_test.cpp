@@ -463,6 +463,14 @@ TEST_F(SessionTest, UserTitleAndModel) {
     std::lock_guard lock(windowTextLock);
     EXPECT_EQ(display.simSubText, "Lockheed Martin C-130J Hercules Royal Air Force ");
   }
+  title("Lockheed Martin C-130J Hercules Arm\xE9"
+        "e de l'Air et de l'Espace"); // as the simulator sends it
+  {
+    std::lock_guard lock(windowTextLock);
+    EXPECT_EQ(display.simSubText, "Lockheed Martin C-130J Hercules Arm\xC3\xA9"
+                                  "e de l'Air e")
+        << "48 characters";
+  }
 
   // The type table of the database: half spans in nautical miles.
   wingspanTable = {{"B738", 17.9 / 1852}, {"A320", 17.05 / 1852}, {"F16", 4.9 / 1852}, {"B77", 0.0}};
