@@ -43,7 +43,7 @@ protected:
 };
 
 using Command = void (*)(ParkedAircraft&, std::uint32_t);
-const std::map<char, Command> lf_commands = {
+const std::map<char, Command> commandLetters = {
     {'F', [](ParkedAircraft& a, std::uint32_t n) { sendFlaps(a, n); }},
     {'T', [](ParkedAircraft& a, std::uint32_t n) { sendThrottle(a, n); }},
     {'G', [](ParkedAircraft& a, std::uint32_t n) { sendGear(a, n != 0); }},
@@ -59,8 +59,8 @@ const std::map<char, Command> lf_commands = {
 std::string lf_play(ParkedAircraft& aircraft, const std::string& commands) {
   std::istringstream words(commands);
   for (std::string word; words >> word;)
-    lf_commands.at(word[0])(aircraft,
-                            word.size() > 1 ? static_cast<std::uint32_t>(std::stoul(word.substr(1))) : 0);
+    commandLetters.at(word[0])(aircraft,
+                               word.size() > 1 ? static_cast<std::uint32_t>(std::stoul(word.substr(1))) : 0);
   std::lock_guard lock(batchLock);
   std::string events;
   for (const ObjectEvent& event : eventBatch) {
