@@ -122,7 +122,7 @@ bool gf_readExtTextFileToStringVector(const std::filesystem::path& path, std::ve
       break;
     default:
       // Without a mark: UTF-8 when it reads as such, else the ANSI code page, as Windows programs write.
-      lf_splitLines(isUtf8(bytes) ? bytes : ansiToUtf8(bytes), lines);
+      lf_splitLines(utf8OrAnsi(bytes), lines);
       break;
     }
     return true;

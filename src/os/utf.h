@@ -19,6 +19,10 @@ bool isUtf8(std::string_view text);
 // Windows-1252 outside Windows. A character the code page lacks becomes '?'.
 std::string utf8ToAnsi(std::string_view text);
 std::string ansiToUtf8(std::string_view text);
+// Text of unknown 8-bit encoding: as it is when it is UTF-8, else from the ANSI code page.
+std::string utf8OrAnsi(std::string_view text);
+// The first characters (code points, not bytes) of UTF-8 text.
+std::string_view utf8Prefix(std::string_view text, std::size_t characters);
 // A path from UTF-8 text, whatever the platform's own path encoding.
 std::filesystem::path utf8ToPath(std::string_view text);
 

@@ -50,11 +50,6 @@ std::string lf_positionText(double lat, double lon) {
   return fmt::format("{:.6f}, {:.6f}", lat, lon);
 }
 
-// Names are 8-bit text; what is not valid UTF-8 is taken in the ANSI code page.
-std::string lf_nameAsUtf8(const std::string& bytes) {
-  return isUtf8(bytes) ? bytes : ansiToUtf8(bytes);
-}
-
 // lf_decodeAirportNAME: the characters follow the 6-byte head, padded with zeros to a whole word.
 std::string lf_decodeAirportName(const BglWords& bgl, std::size_t sub) {
   const int length = std::min<int>(bglHalf(bgl, sub * 4 + 2) - 6, maxNameLength);
@@ -69,7 +64,7 @@ std::string lf_decodeAirportName(const BglWords& bgl, std::size_t sub) {
     if (c == '\0') break;
     bytes += c;
   }
-  return lf_nameAsUtf8(bytes);
+  return utf8OrAnsi(bytes);
 }
 
 void lf_takeName(AirportDecoder& decoder, std::size_t sub) {

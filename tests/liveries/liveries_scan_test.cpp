@@ -343,10 +343,12 @@ TEST_F(LiveriesScanTest, theStartUpStepNamesWhatTheUserMustMend) {
   EXPECT_EQ(numberOf(), 52);
   test::writeBytes(liveriesScannedFile, "<liveries/>");
   EXPECT_EQ(numberOf(), 53);
-  test::writeBytes(liveriesScannedFile,
-                   R"(<liveries><liv airl="KLM" type="B738" cargo="true" title="t" atcid=""/></liveries>)");
+  // A title of an earlier version, in the bytes of an ANSI aircraft.cfg, is read in UTF-8.
+  test::writeBytes(
+      liveriesScannedFile,
+      "<liveries><liv airl=\"KLM\" type=\"B738\" cargo=\"true\" title=\"t\xE9\" atcid=\"\"/></liveries>");
   EXPECT_EQ(numberOf(), 0);
-  EXPECT_THAT(installed(), ElementsAre("KLM B738 t cargo"));
+  EXPECT_THAT(installed(), ElementsAre("KLM B738 t\xC3\xA9 cargo"));
   test::writeBytes(liveriesScannedFile, "<liveries/>");
   EXPECT_EQ(numberOf(), 0) << "a restart keeps the tables of the first start";
 }
