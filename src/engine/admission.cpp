@@ -26,7 +26,7 @@ constexpr std::string_view noCallsign = "@@@@@@@@";
 constexpr double furtherMarginNm = 0.1;
 
 double lf_userDistance(double lat, double lon) {
-  const UserAircraft user = readUserAircraft();
+  const UserAircraft& user = engineUser();
   return distanceNm(user.lat, user.lon, lat, lon);
 }
 
@@ -34,7 +34,7 @@ double lf_userDistance(double lat, double lon) {
 LiveAircraft* lf_furthestAlive(double& distance) {
   LiveAircraft* furthest = nullptr;
   distance = -1;
-  const UserAircraft user = readUserAircraft();
+  const UserAircraft& user = engineUser();
   for (LiveAircraft& other : liveAircraft) {
     if (other.state != Alive) continue;
     const double d = distanceNm(user.lat, user.lon, other.lat, other.lon);

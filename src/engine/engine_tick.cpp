@@ -279,7 +279,7 @@ void engineTick() {
   lf_buildCreateRequest();
   const bool rangeDue = simTick % 100 == 0 || (simTick % 20 == 0 && someoneOnFinal);
   if (rangeDue && !linkFailed) requestRange(static_cast<std::uint32_t>(rangeMetres.load()));
-  if (simTick % 100 == 0) requestUserPosition();
+  if (simTick % 100 == 0) userSecondWork();
   ++simTick;
 }
 

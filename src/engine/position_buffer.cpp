@@ -282,7 +282,7 @@ bool lf_reckon(LiveAircraft& aircraft) {
     predict(aircraft, aircraft.phase == Parked || aircraft.phase == Waiting ? 1 : 10);
     return true;
   }
-  const UserAircraft user = readUserAircraft();
+  const UserAircraft& user = engineUser();
   if (!isNullPosition(user.lat, user.lon) &&
       distanceNm(user.lat, user.lon, aircraft.lat, aircraft.lon) >= LATERAL_RANGE.value - 0.5)
     return false;

@@ -90,7 +90,7 @@ bool isUserStand(std::uint32_t standId) {
   const Stand& stand = lf_stand(standId);
   if (stand.reserved) return true;
   if (!userOnGround || !userOnGroundKnown) return false;
-  const UserAircraft user = readUserAircraft();
+  const UserAircraft& user = engineUser();
   std::uint32_t nearest = 0;
   double best = userStandNm;
   for (const Stand& other : stands) {

@@ -93,8 +93,6 @@ void lf_secondPass() {
     logLine(fmt::format("{} Flight resumed", timeOfDay()));
     setQueueOpen(true);
   }
-  // RealTraffic is told where the user is once a second; a lost RealTraffic is waited for here.
-  sendUserPosition(userPosition());
   ++messageClock;
   ageMessage();
   updateNowSlot();

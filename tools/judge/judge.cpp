@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <utility>
 
 namespace ory {
 
@@ -97,18 +98,23 @@ TrackFigures judgeTrack(const std::vector<FlownPoint>& flown, const std::vector<
   if (flown.empty() || real.size() < 2) return figures;
   std::vector<FlownPoint> held;
   std::vector<double> distances;
+  FlownPoint before; // the first frame that showed the position before this one
   for (const FlownPoint& p : flown) {
     if (!p.frozen) continue;
     held.push_back(p);
     const Nearest nearest = lf_nearest(p, real);
     if (!nearest.beyondEnd) distances.push_back(nearest.metres);
-    if (held.size() < 2) continue;
-    const FlownPoint& before = held[held.size() - 2];
-    // A frame late on the wall clock is followed closely by the next; a step covers at least a frame period.
+    if (held.size() == 1 || (p.lat == held[held.size() - 2].lat && p.lon == held[held.size() - 2].lon)) {
+      if (held.size() == 1) before = p;
+      continue;
+    }
+    // A frame that brought no new position is caught up by the next: the step covers both. Frames late on the
+    // wall clock come close together: a step covers at least the frame periods between.
     const double seconds = std::max(p.wall - before.wall, p.time - before.time);
+    const FlownPoint from = std::exchange(before, p);
     if (seconds <= 0) continue;
-    const double knots = lf_metres(before.lat, before.lon, p.lat, p.lon) / seconds * knotsPerMetrePerSecond;
-    const double bound = 2 * std::max(std::abs(before.tas), std::abs(p.tas)) + 10;
+    const double knots = lf_metres(from.lat, from.lon, p.lat, p.lon) / seconds * knotsPerMetrePerSecond;
+    const double bound = 2 * std::max(std::abs(from.tas), std::abs(p.tas)) + 10;
     figures.worstStepRatio = std::max(figures.worstStepRatio, knots / bound);
     if (knots > bound) ++figures.jumps;
   }
