@@ -7,6 +7,7 @@ PositionBatch positionBatch;
 std::vector<ObjectEvent> eventBatch;
 std::vector<CreateRequest> createBatch;
 std::vector<std::uint32_t> removeBatch;
+std::vector<ModelControls> controlsBatch;
 
 std::mutex commandLock;
 std::vector<SimCommand> simCommands;
@@ -36,6 +37,7 @@ void dropSimulatorBatches() {
     eventBatch.clear();
     createBatch.clear();
     removeBatch.clear();
+    controlsBatch.clear();
   }
   std::lock_guard lock(commandLock);
   simCommands.clear();

@@ -46,6 +46,13 @@ struct ObjectEvent {
   std::uint32_t data = 0;
 };
 
+// The spoilers handle and both throttle levers of an object's model (data definition 401), in percent.
+struct ModelControls {
+  std::uint32_t objectId = 0;
+  double spoilers = 0; // percent
+  double throttle = 0; // percent, negative for reverse; both levers
+};
+
 // The message from the simulator thread to the engine; the codes are those of the dispatch (session.h).
 struct SimCommand {
   std::uint32_t objectId = 0;
@@ -75,9 +82,10 @@ struct PositionBatch {
 
 extern std::mutex batchLock;
 extern PositionBatch positionBatch;
-extern std::vector<ObjectEvent> eventBatch;    // under the batch lock
-extern std::vector<CreateRequest> createBatch; // under the batch lock
-extern std::vector<std::uint32_t> removeBatch; // object ids, under the batch lock
+extern std::vector<ObjectEvent> eventBatch;      // under the batch lock
+extern std::vector<CreateRequest> createBatch;   // under the batch lock
+extern std::vector<std::uint32_t> removeBatch;   // object ids, under the batch lock
+extern std::vector<ModelControls> controlsBatch; // under the batch lock
 
 extern std::mutex commandLock;
 extern std::vector<SimCommand> simCommands; // under the command lock; pushed here, drained by the engine

@@ -151,4 +151,9 @@ void requestModelGeometry(std::uint32_t objectId) {
                     "SimConnect request StaticCG fails");
 }
 
+void setSpoilersThrottleData(std::uint32_t objectId, double spoilersPercent, double throttlePercent) {
+  std::lock_guard lock(batchLock);
+  controlsBatch.push_back({objectId, spoilersPercent, throttlePercent});
+}
+
 } // namespace ory

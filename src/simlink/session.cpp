@@ -468,6 +468,7 @@ void sendBatches() {
     eventBatch.clear();
     createBatch.clear();
     removeBatch.clear();
+    controlsBatch.clear();
     return;
   }
   const std::uint32_t user = userObjectId;
@@ -486,6 +487,13 @@ void sendBatches() {
       SimConnect_AIReleaseControl(simHandle, event.objectId, requestIdRelease);
   }
   eventBatch.clear();
+  for (const ModelControls& controls : controlsBatch) {
+    const std::array<double, 3> data{controls.spoilers, controls.throttle, controls.throttle};
+    if (SimConnect_SetDataOnSimObject(simHandle, definitionIdSpoilersThrottle, controls.objectId, 0, 0,
+                                      sizeof data, data.data()) != simOk)
+      logLine("SimConnect set spoilers and throttle fails");
+  }
+  controlsBatch.clear();
   for (const CreateRequest& request : createBatch)
     createObject(request);
   createBatch.clear();

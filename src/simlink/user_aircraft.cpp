@@ -113,8 +113,8 @@ UserShape lf_userShape(std::string model, std::string_view title) {
   return {std::move(model), *half};
 }
 
-// The simulator's UTC time for RealTraffic, from a known date; kept before RealTraffic tells its licence, since
-// the start-up sends it as soon as it does.
+// The simulator's UTC time for RealTraffic, from a known date; kept before RealTraffic tells its licence,
+// since the start-up sends it as soon as it does.
 void lf_takeSimTime(const UserAircraft& user) {
   if (user.zuluYear < 1970 || user.zuluDayOfYear < 1 || user.zuluDayOfYear > 366) return;
   simEpochSeconds = simEpochSecondsOf(static_cast<std::int32_t>(user.zuluYear),
