@@ -1,0 +1,94 @@
+#include "inputs.h"
+
+#include "parking/airport_file.h"
+
+#include <fmt/format.h>
+#include <pugixml.hpp>
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+namespace ory {
+
+namespace {
+
+std::ifstream lf_open(const std::string& path, std::string_view what) {
+  std::ifstream in(path, std::ios::binary);
+  if (!in) throw std::runtime_error(fmt::format("can't open the {} {}", what, path));
+  return in;
+}
+
+} // namespace
+
+Trace readTrace(const std::string& path) {
+  std::ifstream in = lf_open(path, "trace");
+  Trace trace;
+  std::string text;
+  for (std::size_t number = 1; std::getline(in, text); ++number) {
+    if (text.empty()) continue;
+    nlohmann::json line = nlohmann::json::parse(text, nullptr, false);
+    if (line.is_object()) {
+      trace.lines.push_back(std::move(line));
+      continue;
+    }
+    trace.problems.push_back(fmt::format("{} line {}: not a JSON object, skipped", path, number));
+  }
+  return trace;
+}
+
+std::map<std::string, double> readStaticCg(const std::string& scenarioPath) {
+  std::ifstream in = lf_open(scenarioPath, "scenario");
+  std::stringstream text;
+  text << in.rdbuf();
+  const nlohmann::json scenario = nlohmann::json::parse(text.str(), nullptr, false, true);
+  if (!scenario.is_object())
+    throw std::runtime_error(fmt::format("the scenario {} is not JSON", scenarioPath));
+  std::map<std::string, double> staticCg;
+  for (const nlohmann::json& title : scenario.value("titles", nlohmann::json::array())) {
+    if (!title.is_object() || !title.contains("title")) continue;
+    const nlohmann::json cg = title.value("staticCg", nlohmann::json(0.0));
+    staticCg[title.value("title", "")] = cg.is_number() ? cg.get<double>() : 0.0;
+  }
+  return staticCg;
+}
+
+std::vector<Stand> readStands(const std::string& airportPath) {
+  pugi::xml_document document;
+  const pugi::xml_parse_result loaded = document.load_file(airportPath.c_str());
+  if (!loaded)
+    throw std::runtime_error(
+        fmt::format("can't read the airport file {}: {}", airportPath, loaded.description()));
+  std::vector<Stand> stands;
+  try {
+    readParkPositions(document, stands);
+  } catch (const std::exception& error) {
+    throw std::runtime_error(fmt::format("the airport file {}: {}", airportPath, error.what()));
+  }
+  return stands;
+}
+
+Runway parseRunway(const std::string& text) {
+  Runway runway;
+  const std::size_t colon = text.find(':');
+  runway.name = colon == std::string::npos ? text : text.substr(0, colon);
+  std::istringstream in(colon == std::string::npos ? std::string() : text.substr(colon + 1));
+  std::vector<double> numbers;
+  for (std::string item; std::getline(in, item, ',');) {
+    char* end = nullptr;
+    numbers.push_back(std::strtod(item.c_str(), &end));
+    if (item.empty() || *end != '\0') numbers.clear();
+    if (numbers.empty()) break;
+  }
+  if (numbers.size() != 4 && numbers.size() != 5)
+    throw std::runtime_error(fmt::format("runway \"{}\": name:lat1,lon1,lat2,lon2[,width] expected", text));
+  runway.lat1 = numbers[0];
+  runway.lon1 = numbers[1];
+  runway.lat2 = numbers[2];
+  runway.lon2 = numbers[3];
+  if (numbers.size() == 5) runway.widthMetres = numbers[4];
+  return runway;
+}
+
+} // namespace ory
