@@ -180,11 +180,15 @@ TEST_F(JudgeTest, eachFaultShowsInItsFigure) {
   }
 }
 
-TEST_F(JudgeTest, badInputIsNamedAndATraceLineThatIsNoJsonIsSkipped) {
-  test::writeBytes("trace.jsonl", "{\"kind\":\"end\"}\n{\"kind\":\"sta\n\n");
+TEST_F(JudgeTest, badInputIsNamedAndABrokenTraceLineIsSkipped) {
+  test::writeBytes(
+      "trace.jsonl",
+      "{\"kind\":\"end\"}\n{\"kind\":\"sta\n\n{\"kind\":\"state\",\"t\":0,\"wall\":0,\"objects\":[1]}\n");
   const Trace trace = readTrace("trace.jsonl");
   EXPECT_EQ(trace.lines.size(), 1u);
-  EXPECT_THAT(trace.problems, testing::ElementsAre(testing::HasSubstr("trace.jsonl line 2")));
+  EXPECT_THAT(trace.problems,
+              testing::ElementsAre(testing::HasSubstr("trace.jsonl line 2: not a JSON object"),
+                                   testing::HasSubstr("trace.jsonl line 4: a state line")));
 
   test::writeBytes("broken.xml", "<parkpositions><parkpos id=");
   const std::vector<std::pair<std::function<void()>, std::string_view>> bad = {

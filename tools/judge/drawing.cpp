@@ -18,6 +18,7 @@ namespace {
 constexpr double marginMetres = 150;
 constexpr double smallestViewMetres = 600;
 constexpr double standTickMetres = 20;
+constexpr double minimumLabelPixels = 12;
 
 struct Colour {
   double r, g, b; // 0 to 1
@@ -54,10 +55,18 @@ struct Bounds {
   bool empty() const { return south > north; }
 };
 
+// The airport: its stands, runways and the frames on the ground; without any, every path.
 Bounds lf_bounds(const std::vector<FlownObject>& objects, const JudgeContext& context) {
   Bounds b;
   for (const Stand& stand : context.stands)
     b.add(stand.lat, stand.lon);
+  for (const Runway& r : context.runways) {
+    b.add(r.lat1, r.lon1);
+    b.add(r.lat2, r.lon2);
+  }
+  for (const FlownObject& object : objects)
+    for (const FlownPoint& p : object.path)
+      if (p.frozen && p.onGround) b.add(p.lat, p.lon);
   if (!b.empty()) return b;
   for (const FlownObject& object : objects)
     for (const FlownPoint& p : object.path)
@@ -102,11 +111,13 @@ void lf_stands(cairo_t* c, const View& v, const std::vector<Stand>& stands) {
     const double x = v.x(s.lon), y = v.y(s.lat);
     const double tick = standTickMetres * v.pixelsPerMetre;
     cairo_set_source_rgb(c, 0.35, 0.35, 0.35);
+    cairo_new_path(c);
     cairo_arc(c, x, y, std::max(3.0, s.radius * metresPerNm * v.pixelsPerMetre), 0, twoPi);
     cairo_stroke(c);
     cairo_move_to(c, x, y);
     cairo_line_to(c, x + tick * std::sin(s.heading), y - tick * std::cos(s.heading));
     cairo_stroke(c);
+    if (tick < minimumLabelPixels) continue; // too crowded to read
     cairo_move_to(c, x + 4, y - 4);
     cairo_show_text(c, s.id.c_str());
   }
@@ -169,7 +180,10 @@ void lf_legend(cairo_t* c, const std::vector<ObjectFigures>& figures) {
     cairo_fill(c);
     cairo_set_source_rgb(c, 0.1, 0.1, 0.1);
     cairo_move_to(c, 34, y);
-    cairo_show_text(c, figures[i].atcId.c_str());
+    const ObjectFigures& f = figures[i];
+    cairo_show_text(c, fmt::format("{}: {} jumps, ground turn up to {:.1f} deg/s, {} touch-downs, {} parked",
+                                   f.atcId, f.jumps, f.groundTurnRate, f.touchDowns.size(), f.parked.size())
+                           .c_str());
   }
 }
 
@@ -205,9 +219,9 @@ void drawTraffic(const std::vector<FlownObject>& objects, const std::vector<Obje
   const View v = lf_view(lf_bounds(objects, context), width, height);
   lf_runways(c, v, context.runways);
   lf_stands(c, v, context.stands);
-  lf_realTracks(c, v, context.real);
   for (std::size_t i = 0; i < objects.size(); ++i)
     lf_path(c, v, objects[i], palette[i % palette.size()]);
+  lf_realTracks(c, v, context.real);
   for (std::size_t i = 0; i < figures.size(); ++i)
     lf_marks(c, v, figures[i], palette[i % palette.size()]);
   lf_legend(c, figures);

@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 #include <pugixml.hpp>
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -20,6 +21,30 @@ std::ifstream lf_open(const std::string& path, std::string_view what) {
   return in;
 }
 
+bool lf_number(const nlohmann::json& o, const char* key) {
+  return o.contains(key) && o[key].is_number();
+}
+
+// A state line as the judge reads it: every object with its numbers and flags in their types.
+bool lf_wellFormed(const nlohmann::json& line) {
+  if (line.value("kind", "") != "state") return true;
+  if (!line.contains("objects") || !line["objects"].is_array() || !lf_number(line, "t") ||
+      !lf_number(line, "wall"))
+    return false;
+  return std::all_of(line["objects"].begin(), line["objects"].end(), [](const nlohmann::json& o) {
+    const bool numbers = o.is_object() && lf_number(o, "id") && lf_number(o, "lat") && lf_number(o, "lon") &&
+                         lf_number(o, "alt") && lf_number(o, "agl") && lf_number(o, "heading") &&
+                         lf_number(o, "tas");
+    return numbers && o.value("atcId", nlohmann::json()).is_string() &&
+           o.value("user", nlohmann::json()).is_boolean() &&
+           o.value("onGround", nlohmann::json()).is_boolean() &&
+           o.value("released", nlohmann::json()).is_boolean() && o.contains("frozen") &&
+           o["frozen"].is_array() && o["frozen"].size() == 3 &&
+           std::all_of(o["frozen"].begin(), o["frozen"].end(),
+                       [](const nlohmann::json& f) { return f.is_boolean(); });
+  });
+}
+
 } // namespace
 
 Trace readTrace(const std::string& path) {
@@ -29,11 +54,14 @@ Trace readTrace(const std::string& path) {
   for (std::size_t number = 1; std::getline(in, text); ++number) {
     if (text.empty()) continue;
     nlohmann::json line = nlohmann::json::parse(text, nullptr, false);
-    if (line.is_object()) {
+    if (!line.is_object()) {
+      trace.problems.push_back(fmt::format("{} line {}: not a JSON object, skipped", path, number));
+    } else if (!lf_wellFormed(line)) {
+      trace.problems.push_back(
+          fmt::format("{} line {}: a state line of another shape, skipped", path, number));
+    } else {
       trace.lines.push_back(std::move(line));
-      continue;
     }
-    trace.problems.push_back(fmt::format("{} line {}: not a JSON object, skipped", path, number));
   }
   return trace;
 }

@@ -92,10 +92,17 @@ int lf_run(const Options& o) {
 } // namespace ory
 
 int main(int argc, char** argv) {
+  ory::Options options;
   try {
-    return ory::lf_run(ory::lf_options(argc, argv));
+    options = ory::lf_options(argc, argv);
   } catch (const std::exception& error) {
     std::fprintf(stderr, "judge: %s\n%s", error.what(), ory::usage.data());
     return 2;
+  }
+  try {
+    return ory::lf_run(options);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "judge: %s\n", error.what());
+    return 1;
   }
 }
