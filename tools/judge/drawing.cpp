@@ -38,10 +38,10 @@ struct View {
   double lat = 0, lon = 0;   // degrees, the centre
   double pixelsPerMetre = 1; //
   double width = 0, height = 0;
-  double x(double pointLon) const {
-    return width / 2 + (pointLon - lon) * std::cos(lat * degToRad) * metresPerDegree * pixelsPerMetre;
+  double x(double pointLon) const { return width / 2 + flatFrom(lat, lon, lat, pointLon).x * pixelsPerMetre; }
+  double y(double pointLat) const {
+    return height / 2 - flatFrom(lat, lon, pointLat, lon).y * pixelsPerMetre;
   }
-  double y(double pointLat) const { return height / 2 - (pointLat - lat) * metresPerDegree * pixelsPerMetre; }
 };
 
 struct Bounds {
@@ -81,8 +81,9 @@ Bounds lf_bounds(const std::vector<FlownObject>& objects, const JudgeContext& co
 View lf_view(const Bounds& b, int width, int height) {
   View v{(b.south + b.north) / 2, (b.west + b.east) / 2, 1, static_cast<double>(width),
          static_cast<double>(height)};
-  const double across = (b.east - b.west) * std::cos(v.lat * degToRad) * metresPerDegree + 2 * marginMetres;
-  const double down = (b.north - b.south) * metresPerDegree + 2 * marginMetres;
+  const Flat corner = flatFrom(b.south, b.west, b.north, b.east);
+  const double across = corner.x + 2 * marginMetres;
+  const double down = corner.y + 2 * marginMetres;
   v.pixelsPerMetre =
       std::min(v.width / std::max(across, smallestViewMetres), v.height / std::max(down, smallestViewMetres));
   return v;

@@ -29,16 +29,6 @@ double lf_metres(double lat1, double lon1, double lat2, double lon2) {
   return distanceNm(lat1, lon1, lat2, lon2) * metresPerNm;
 }
 
-struct Flat {
-  double x = 0; // metres east of the origin
-  double y = 0; // metres north
-};
-
-Flat lf_flat(double originLat, double originLon, double lat, double lon) {
-  return {(lon - originLon) * std::cos(originLat * degToRad) * metresPerDegree,
-          (lat - originLat) * metresPerDegree};
-}
-
 struct Nearest {
   double metres = 0;
   bool beyondEnd = false; // the nearest point is the end of the track, and p lies past it
@@ -46,8 +36,8 @@ struct Nearest {
 
 // Distance from p to the segment a-b, in a flat frame around a: enough at the scale of seconds of flight.
 Nearest lf_segmentMetres(const FlownPoint& p, const RealPoint& a, const RealPoint& b) {
-  const Flat to = lf_flat(a.lat, a.lon, b.lat, b.lon);
-  const Flat at = lf_flat(a.lat, a.lon, p.lat, p.lon);
+  const Flat to = flatFrom(a.lat, a.lon, b.lat, b.lon);
+  const Flat at = flatFrom(a.lat, a.lon, p.lat, p.lon);
   const double length = to.x * to.x + to.y * to.y;
   const double along = length > 0 ? (at.x * to.x + at.y * to.y) / length : 0.0;
   const double t = std::clamp(along, 0.0, 1.0);
@@ -197,8 +187,8 @@ struct OnRunway {
 };
 
 OnRunway lf_onRunway(const Runway& runway, const FlownPoint& p) {
-  const Flat end = lf_flat(runway.lat1, runway.lon1, runway.lat2, runway.lon2);
-  const Flat at = lf_flat(runway.lat1, runway.lon1, p.lat, p.lon);
+  const Flat end = flatFrom(runway.lat1, runway.lon1, runway.lat2, runway.lon2);
+  const Flat at = flatFrom(runway.lat1, runway.lon1, p.lat, p.lon);
   const double length = std::hypot(end.x, end.y);
   if (length <= 0) return {&runway, 0, std::hypot(at.x, at.y), 0};
   const double along = (at.x * end.x + at.y * end.y) / length;
@@ -407,6 +397,11 @@ ObjectFigures judgeObject(const FlownObject& object, const JudgeContext& context
   lf_touchDowns(held, context.runways, f);
   lf_parkedSpells(held, ground, context.stands, f);
   return f;
+}
+
+Flat flatFrom(double originLat, double originLon, double lat, double lon) {
+  return {(lon - originLon) * std::cos(originLat * degToRad) * metresPerDegree,
+          (lat - originLat) * metresPerDegree};
 }
 
 Spread spreadOf(std::vector<double> metres) {

@@ -141,6 +141,13 @@ const RealAircraft* realFor(const std::vector<RealAircraft>& real, std::string_v
 TrackFigures judgeTrack(const std::vector<FlownPoint>& flown, const std::vector<RealPoint>& real);
 std::string figuresText(const TrackFigures& figures);
 
+// A point in metres from an origin, in a flat frame around it: enough at the scale of an airport.
+struct Flat {
+  double x = 0; // metres east of the origin
+  double y = 0; // metres north
+};
+Flat flatFrom(double originLat, double originLon, double lat, double lon);
+
 ObjectFigures judgeObject(const FlownObject& object, const JudgeContext& context);
 Spread spreadOf(std::vector<double> metres);
 
