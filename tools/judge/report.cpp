@@ -87,8 +87,10 @@ std::string overallText(const std::vector<ObjectFigures>& figures) {
         std::count_if(f.touchDowns.begin(), f.touchDowns.end(),
                       [](const TouchDown& t) { return !t.runway.empty() && !t.onRunway; }));
     parked += f.parked.size();
-    offStand += static_cast<std::size_t>(
-        std::count_if(f.parked.begin(), f.parked.end(), [](const ParkedSpell& p) { return !lf_onStand(p); }));
+    offStand +=
+        static_cast<std::size_t>(std::count_if(f.parked.begin(), f.parked.end(), [](const ParkedSpell& p) {
+          return !p.stand.empty() && !lf_onStand(p);
+        }));
   }
   std::string text = fmt::format("over all {} objects:\n", figures.size());
   text += fmt::format("  worst step {:.2f} of the bound, {} jumps ({})\n", worstRatio, jumps,
