@@ -199,7 +199,7 @@ TEST_F(JudgeTest, badInputIsNamedAndABrokenTraceLineIsSkipped) {
       {[] { parseRunway("36:52.0,4.0,x,4.0"); }, "runway"},
   };
   for (const auto& [call, message] : bad)
-    EXPECT_THAT([&] { call(); }, testing::ThrowsMessage<std::runtime_error>(testing::HasSubstr(message)));
+    EXPECT_THAT(call, testing::ThrowsMessage<std::runtime_error>(testing::HasSubstr(message)));
 }
 
 TEST_F(JudgeTest, thePictureIsAPngOfTheAskedSize) {
