@@ -158,6 +158,18 @@ void lf_steps(const std::vector<FlownPoint>& held, ObjectFigures& f) {
   }
 }
 
+// Steps on the ground against the nose's heading: a push back rather than a turn on the spot.
+void lf_backwards(const std::vector<FlownPoint>& held, const std::vector<bool>& ground, ObjectFigures& f) {
+  for (std::size_t i = 1; i < held.size(); ++i) {
+    const FlownPoint& a = held[i - 1];
+    const FlownPoint& b = held[i];
+    const double metres = lf_metres(a.lat, a.lon, b.lat, b.lon);
+    if (!ground[i - 1] || !ground[i] || metres <= 0) continue;
+    if (std::abs(headingDiff(bearingTo(a.lat, a.lon, b.lat, b.lon), b.heading)) > pi / 2)
+      f.backwardsMetres += metres;
+  }
+}
+
 // The turn over at least a second of each run of ground frames, so that the rate is not the noise of frame
 // times.
 void lf_groundTurns(const std::vector<FlownPoint>& held, const std::vector<bool>& ground, ObjectFigures& f) {
@@ -394,6 +406,7 @@ ObjectFigures judgeObject(const FlownObject& object, const JudgeContext& context
   }
   lf_steps(held, f);
   lf_groundTurns(held, ground, f);
+  lf_backwards(held, ground, f);
   lf_touchDowns(held, context.runways, f);
   lf_parkedSpells(held, ground, context.stands, f);
   return f;

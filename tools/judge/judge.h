@@ -106,6 +106,7 @@ struct ObjectFigures {
   double groundTurnRate = 0;        // degrees per second, the largest over a second on the ground
   std::size_t groundFrames = 0;     //
   double worstGroundHeightFeet = 0; // over the ground plus static CG while on the ground, the largest by size
+  double backwardsMetres = 0;       // moved tail first on the ground: a push back
   std::vector<double> groundMetres; // from the real track, each ground frame abreast of it
   std::vector<double> airMetres;    // the same in the air
   std::vector<TouchDown> touchDowns; //

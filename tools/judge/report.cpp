@@ -61,6 +61,7 @@ std::string objectText(const ObjectFigures& f) {
   text += fmt::format("  {}; height over the ground plus static CG on the ground: worst {:+.2f} ft ({})\n",
                       lf_turn(f.groundTurnRate, f.category, f.turnLimit), f.worstGroundHeightFeet,
                       lf_mark(std::abs(f.worstGroundHeightFeet) <= groundHeightLimitFeet));
+  text += fmt::format("  moved tail first on the ground {:.0f} m\n", f.backwardsMetres);
   text += "  from the real track, " + lf_spread("ground", f.groundMetres, groundMedianLimitMetres) + "\n";
   text += "  from the real track, " + lf_spread("air", f.airMetres, airMedianLimitMetres) + "\n";
   for (const TouchDown& t : f.touchDowns)
