@@ -91,7 +91,7 @@ protected:
     const LatLon far = lf_moved(originLat, originLon, 0, 3000);
     context.runways.push_back(
         parseRunway(fmt::format("36:{},{},{},{}", originLat, originLon, far.lat, far.lon)));
-    context.staticCg[std::string(title)] = staticCg;
+    context.staticCg[titleKey("MADE Boeing 737-800")] = staticCg; // as the scenario may spell it
     const LatLon end = lf_moved(originLat, originLon, 0, 5000);
     context.real.push_back({0x484506,
                             "ROW",

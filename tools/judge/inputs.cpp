@@ -77,7 +77,7 @@ std::map<std::string, double> readStaticCg(const std::string& scenarioPath) {
   for (const nlohmann::json& title : scenario.value("titles", nlohmann::json::array())) {
     if (!title.is_object() || !title.contains("title")) continue;
     const nlohmann::json cg = title.value("staticCg", nlohmann::json(0.0));
-    staticCg[title.value("title", "")] = cg.is_number() ? cg.get<double>() : 0.0;
+    staticCg[titleKey(title.value("title", ""))] = cg.is_number() ? cg.get<double>() : 0.0;
   }
   return staticCg;
 }

@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <cmath>
 
@@ -388,8 +389,9 @@ ObjectFigures judgeObject(const FlownObject& object, const JudgeContext& context
   const RealAircraft* real = realFor(context.real, object.atcId);
   f.category = real ? real->category : -1;
   if (f.category >= 0) f.turnLimit = valuesOf(static_cast<std::uint32_t>(f.category)).groundTurnRate;
-  const auto cg = context.staticCg.find(object.title);
-  const double staticCg = cg == context.staticCg.end() ? 0.0 : cg->second;
+  const auto cg = context.staticCg.find(titleKey(object.title));
+  f.staticCgKnown = cg != context.staticCg.end();
+  const double staticCg = f.staticCgKnown ? cg->second : 0.0;
 
   std::vector<bool> ground(held.size());
   for (std::size_t i = 0; i < held.size(); ++i) {
@@ -410,6 +412,12 @@ ObjectFigures judgeObject(const FlownObject& object, const JudgeContext& context
   lf_touchDowns(held, context.runways, f);
   lf_parkedSpells(held, ground, context.stands, f);
   return f;
+}
+
+std::string titleKey(std::string_view title) {
+  std::string key(title);
+  std::transform(key.begin(), key.end(), key.begin(), [](unsigned char c) { return std::tolower(c); });
+  return key;
 }
 
 Flat flatFrom(double originLat, double originLon, double lat, double lon) {

@@ -106,12 +106,16 @@ struct ObjectFigures {
   double groundTurnRate = 0;        // degrees per second, the largest over a second on the ground
   std::size_t groundFrames = 0;     //
   double worstGroundHeightFeet = 0; // over the ground plus static CG while on the ground, the largest by size
+  bool staticCgKnown = false;       // the title is in the scenario; else heights are over the ground only
   double backwardsMetres = 0;       // moved tail first on the ground: a push back
   std::vector<double> groundMetres; // from the real track, each ground frame abreast of it
   std::vector<double> airMetres;    // the same in the air
   std::vector<TouchDown> touchDowns; //
   std::vector<ParkedSpell> parked;   //
 };
+
+// A title as the stand-in matches it: case ignored.
+std::string titleKey(std::string_view title);
 
 // Median and 95th percentile of a set of distances.
 struct Spread {
@@ -122,7 +126,7 @@ struct Spread {
 
 // What the judge knows beside the trace.
 struct JudgeContext {
-  std::map<std::string, double> staticCg; // feet by title, from the scenario's titles
+  std::map<std::string, double> staticCg; // feet by titleKey, from the scenario's titles
   std::vector<RealAircraft> real;
   std::vector<Runway> runways;
   std::vector<Stand> stands;

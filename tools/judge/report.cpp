@@ -60,7 +60,8 @@ std::string objectText(const ObjectFigures& f) {
                   f.worstKnots, f.engineKnots, f.worstStepRatio, f.jumps, lf_mark(f.jumps == 0));
   text += fmt::format("  {}; height over the ground plus static CG on the ground: worst {:+.2f} ft ({})\n",
                       lf_turn(f.groundTurnRate, f.category, f.turnLimit), f.worstGroundHeightFeet,
-                      lf_mark(std::abs(f.worstGroundHeightFeet) <= groundHeightLimitFeet));
+                      f.staticCgKnown ? lf_mark(std::abs(f.worstGroundHeightFeet) <= groundHeightLimitFeet)
+                                      : "the title is not in the scenario: its static CG taken as 0");
   text += fmt::format("  moved tail first on the ground {:.0f} m\n", f.backwardsMetres);
   text += "  from the real track, " + lf_spread("ground", f.groundMetres, groundMedianLimitMetres) + "\n";
   text += "  from the real track, " + lf_spread("air", f.airMetres, airMedianLimitMetres) + "\n";
