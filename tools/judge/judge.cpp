@@ -1,6 +1,7 @@
 #include "judge.h"
 
 #include "capture.h"
+#include "engine/aircraft.h"
 #include "engine/categories.h"
 #include "engine/geometry.h"
 
@@ -24,7 +25,7 @@ constexpr double airborneSecondsBeforeTouchDown = 1;
 // Standing within this for this long is parking.
 constexpr double stillMetres = 1;
 constexpr double parkedSeconds = 20;
-constexpr std::int32_t helicopter = 5;
+constexpr auto helicopter = static_cast<std::int32_t>(categoryHelicopter);
 
 double lf_metres(double lat1, double lon1, double lat2, double lon2) {
   return distanceNm(lat1, lon1, lat2, lon2) * metresPerNm;
