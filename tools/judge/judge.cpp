@@ -358,14 +358,14 @@ TrackFigures judgeTrack(const std::vector<FlownPoint>& flown, const std::vector<
   if (flown.empty() || real.size() < 2) return figures;
   const std::vector<FlownPoint> held = lf_held(flown);
   std::vector<double> distances;
-  for (std::size_t i = 0; i < held.size(); ++i) {
-    const Nearest nearest = lf_nearest(held[i], real);
+  for (const FlownPoint& p : held) {
+    const Nearest nearest = lf_nearest(p, real);
     if (!nearest.beyondEnd) distances.push_back(nearest.metres);
-    if (i == 0) continue;
-    const double ratio = lf_stepKnots(held[i - 1], held[i]) / lf_stepBound(held[i - 1], held[i]);
-    figures.worstStepRatio = std::max(figures.worstStepRatio, ratio);
-    if (ratio > 1) ++figures.jumps;
   }
+  ObjectFigures steps;
+  lf_steps(held, steps);
+  figures.jumps = steps.jumps;
+  figures.worstStepRatio = steps.worstStepRatio;
   figures.frames = held.size();
   figures.onTrack = distances.size();
   if (distances.empty()) return figures;
