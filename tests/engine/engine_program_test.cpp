@@ -123,6 +123,16 @@ protected:
   std::uint16_t port = 0;
 };
 
+// The run's trace, scenario and capture, kept in the build folder for scripts/judge-demo to draw.
+void lf_keepForJudge(const std::filesystem::path& folder, std::string_view name) {
+  const std::filesystem::path kept = std::filesystem::path(ORY_JUDGE_DIR) / name;
+  std::error_code error;
+  std::filesystem::create_directories(kept, error);
+  for (const char* file : {"stand.jsonl", "stand.json", "window.cap"})
+    std::filesystem::copy_file(folder / file, kept / file, std::filesystem::copy_options::overwrite_existing,
+                               error);
+}
+
 // The calls that concern one object, in trace order, as "call:event" texts.
 std::vector<std::string> lf_callsOf(const std::vector<json>& trace, std::int64_t object) {
   std::vector<std::string> calls;
@@ -153,6 +163,7 @@ TEST_F(EngineProgramTest, aRealFlightIsFlownOnItsTrackThirtySecondsLateAndLeaves
   EXPECT_EQ(player->waitExit(10s), 0);
   stand.stop(SIGTERM);
   const std::vector<json> trace = stand.trace();
+  lf_keepForJudge(folder, "realflight");
   ASSERT_TRUE(object) << readFile(folder / "program.out") << log();
   EXPECT_TRUE(gone) << "dead reckoning ran out and the object was removed\n" << log();
 
