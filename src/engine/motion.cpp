@@ -84,17 +84,22 @@ void lf_rollOutStep(LiveAircraft& aircraft) {
   sendFlaps(aircraft, 1);
 }
 
-void lf_departureStart(LiveAircraft& aircraft) {
-  if (aircraft.towed) logLine(fmt::format("towed aircraft takes-off? {}", describe(aircraft)));
+// Off to the runway, for a departure or a go-around from the landing roll.
+void lf_leaveForRunway(LiveAircraft& aircraft, std::uint32_t throttle, bool spoilers, LightMoment lights) {
   aircraft.departing = true;
-  sendThrottle(aircraft, 0);
-  sendSpoilers(aircraft, false);
+  sendThrottle(aircraft, throttle);
+  sendSpoilers(aircraft, spoilers);
   sendFlaps(aircraft, 1);
   aircraft.approaching = false;
   aircraft.justLanded = false;
   aircraft.climbing = false;
-  sendLights(aircraft.objectId, lightSet(LightMoment::departureStart, aircraft.altitude, 0, false));
+  sendLights(aircraft.objectId, lightSet(lights, aircraft.altitude, 0, false));
   lf_windows(aircraft, 3000, 5000);
+}
+
+void lf_departureStart(LiveAircraft& aircraft) {
+  if (aircraft.towed) logLine(fmt::format("towed aircraft takes-off? {}", describe(aircraft)));
+  lf_leaveForRunway(aircraft, 0, false, LightMoment::departureStart);
 }
 
 void lf_takeOff(LiveAircraft& aircraft) {
@@ -418,15 +423,7 @@ void takeOffWatch(LiveAircraft& aircraft, const PositionSlot& last, const Positi
   if (aircraft.rollOut) {
     if (!last.airborne || !slot.airborne) return;
     lf_setPhase(aircraft, Taxi);
-    aircraft.departing = true;
-    sendThrottle(aircraft, 3);
-    sendSpoilers(aircraft, true);
-    sendFlaps(aircraft, 1);
-    aircraft.approaching = false;
-    aircraft.justLanded = false;
-    aircraft.climbing = false;
-    sendLights(aircraft.objectId, lightSet(LightMoment::below10000, aircraft.altitude, 0, false));
-    lf_windows(aircraft, 3000, 5000);
+    lf_leaveForRunway(aircraft, 3, true, LightMoment::below10000);
     return;
   }
   if (aircraft.phase != Taxi) return;

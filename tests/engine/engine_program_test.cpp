@@ -42,13 +42,6 @@ std::string lf_scenario(std::string_view timeline) {
                      title, timeline);
 }
 
-std::uint16_t lf_freeTcpPort() {
-  const SocketHandle probe = openTcpServer(0);
-  const std::uint16_t port = localPort(probe);
-  closeSocket(probe);
-  return port;
-}
-
 bool lf_isCall(const json& line, std::string_view call) {
   return line.value("kind", "") == "call" && line.value("call", "") == call;
 }
@@ -62,7 +55,7 @@ protected:
     test::writeBytes(
         folder / "output/LiveriesScanned.xml",
         fmt::format(R"(<liveries><liv airl="TRA" type="B738" title="{}" atcid="" /></liveries>)", title));
-    port = lf_freeTcpPort();
+    port = test::freeTcpPort();
     std::string parameters = readFile(parametersFile);
     parameters.insert(parameters.find("</parameters>"),
                       fmt::format("  <parameter name=\"PORT_NUMBER\" value=\"{}\" />\n"

@@ -36,13 +36,6 @@ std::string lf_scenario() {
                      userLat, userLon, userHeading);
 }
 
-std::uint16_t lf_freeTcpPort() {
-  const SocketHandle probe = openTcpServer(0);
-  const std::uint16_t port = localPort(probe);
-  closeSocket(probe);
-  return port;
-}
-
 double lf_number(std::string_view text) {
   double value = 0;
   std::from_chars(text.data(), text.data() + text.size(), value);
@@ -71,7 +64,7 @@ protected:
     test::presetEarlierRun(folder, "/opt/Prepar3D v5");
     test::installPreparedData(folder);
     test::writeBytes(folder / "AppData/Roaming/InsideSystems/RealTraffic.jar", "PK");
-    port = lf_freeTcpPort();
+    port = test::freeTcpPort();
     std::string parameters = readFile(parametersFile);
     parameters.insert(parameters.find("</parameters>"),
                       fmt::format("  <parameter name=\"PORT_NUMBER\" value=\"{}\" />\n", port));

@@ -1,6 +1,7 @@
 #include "support/scratch.h"
 
 #include "base/log.h"
+#include "os/sockets.h"
 
 #include <cstdlib>
 #include <fstream>
@@ -67,6 +68,13 @@ void installPreparedData(const std::filesystem::path& folder) {
   std::filesystem::copy_file(data / "dbase" / "dbase.xml", folder / "input" / "dbase.xml", options);
   std::filesystem::copy_file(data / "fixes.xml", folder / "input" / "fixes.xml", options);
   std::filesystem::copy_file(data / "airports_p3d.xml", folder / "airports_p3d.xml", options);
+}
+
+std::uint16_t freeTcpPort() {
+  const SocketHandle probe = openTcpServer(0);
+  const std::uint16_t port = localPort(probe);
+  closeSocket(probe);
+  return port;
 }
 
 void presetEarlierRun(const std::filesystem::path& folder, std::string_view installPath) {

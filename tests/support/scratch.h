@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <string_view>
@@ -38,6 +39,7 @@ std::vector<std::string> fileLines(const std::filesystem::path& path);
 std::string logText();
 bool logHas(std::string_view text);
 std::filesystem::path realData(std::string_view relative); // a file of the shared real data
+std::uint16_t freeTcpPort();                               // a loopback port nobody listens on just now
 // Puts the data files dataprep made at build time (input/dbase.xml, input/fixes.xml, airports_p3d.xml) into
 // the program folder folder.
 void installPreparedData(const std::filesystem::path& folder);
