@@ -1,8 +1,10 @@
-// The Linux program between the simulator stand-in and feedplay, with a real flight of the feed: a Transavia
-// 737 climbing out of Amsterdam in a wide right turn. What the simulator was told is judged from the trace.
+// The Linux program between the simulator stand-in and feedplay, with real flights of the feed: a Transavia
+// 737 climbing out of Amsterdam in a wide right turn, and a Delta 737-900 landing at Minneapolis, rolling
+// out, taxiing and parking. What the simulator was told is judged from the trace.
 #include "capture.h"
 #include "judge.h"
 #include "os/sockets.h"
+#include "parking/airport_file.h"
 #include "stand_in.h"
 #include "support/scratch.h"
 
@@ -23,23 +25,55 @@ using test::eventually;
 using test::readFile;
 using testing::HasSubstr;
 
-constexpr std::uint32_t hexid = 0x484506;
-constexpr std::string_view callsign = "TRA051";
-constexpr std::string_view title = "Transavia Boeing 737-800";
-constexpr double windowStart =
-    120; // seconds into the real flight: 4600 ft, turning right from 44 to 150 degrees
+// A real flight, the part of it that is played, and where the user waits for it.
+struct Flight {
+  std::string source;      // of the shared real data
+  std::uint32_t hexid = 0; //
+  std::string callsign;    //
+  std::string airline;     // and type: the livery installed for it
+  std::string type;        //
+  std::string title;       //
+  double windowStart = 0;  // seconds into the source
+  double userLat = 0;      // degrees; on the ground
+  double userLon = 0;      // degrees
+  double elevation = 0;    // feet, of the stand-in's ground
+  std::string zulu;        // the simulator's time
+};
 
-std::string lf_scenario(std::string_view timeline) {
+const Flight climbOut{"adsb/belevingsvlucht.json.gz",
+                      0x484506,
+                      "TRA051",
+                      "TRA",
+                      "B738",
+                      "Transavia Boeing 737-800",
+                      120, // 4600 ft, turning right from 44 to 150 degrees
+                      52.3086,
+                      4.7639,
+                      -11,
+                      "2018-05-30T15:23:38Z"};
+const Flight landing{"adsb/trace_full_ac671b_flat.csv",
+                     0xac671b,
+                     "DAL1812",
+                     "DAL",
+                     "B739",
+                     "Delta Boeing 737-900",
+                     14323.46 - 40, // 40 seconds before the touch down on runway 12R
+                     44.8832,
+                     -93.2290,
+                     841,
+                     "2025-02-05T01:12:26Z"};
+
+std::string lf_scenario(const Flight& flight, std::string_view timeline) {
   return fmt::format(R"({{
     "simulator": {{"name": "Lockheed Martin\u00ae Prepar3D\u00ae v5"}},
     "frames": {{"rate": 30, "frameRate": 60}},
-    "zulu": "2018-05-30T15:23:38Z",
-    "user": {{"track": [{{"t": 0, "lat": 52.3086, "lon": 4.7639, "heading": 90}}]}},
-    "terrain": {{"elevation": -11}},
+    "zulu": "{}",
+    "user": {{"track": [{{"t": 0, "lat": {}, "lon": {}, "heading": 90}}]}},
+    "terrain": {{"elevation": {}}},
     "titles": [{{"title": "{}", "staticCg": 9.5, "staticPitch": 0.0}}],
     "timeline": [{}]
   }})",
-                     title, timeline);
+                     flight.zulu, flight.userLat, flight.userLon, flight.elevation, flight.title, timeline);
 }
 
 bool lf_isCall(const json& line, std::string_view call) {
@@ -52,9 +86,6 @@ protected:
     test::presetEarlierRun(folder, "/opt/Prepar3D v5");
     test::installPreparedData(folder);
     test::writeBytes(folder / "AppData/Roaming/InsideSystems/RealTraffic.jar", "PK");
-    test::writeBytes(
-        folder / "output/LiveriesScanned.xml",
-        fmt::format(R"(<liveries><liv airl="TRA" type="B738" title="{}" atcid="" /></liveries>)", title));
     port = test::freeTcpPort();
     std::string parameters = readFile(parametersFile);
     parameters.insert(parameters.find("</parameters>"),
@@ -65,19 +96,23 @@ protected:
     test::writeBytes(parametersFile, parameters);
   }
 
-  // seconds of the real flight from windowStart, one report a second, as offsets from 0; dropAt cuts the
-  // link.
-  void writeCapture(double seconds, double dropAt = -1) const {
+  // seconds of the flight from its window's start, as offsets from 0, with its livery installed; dropAt cuts
+  // the link.
+  void prepare(const Flight& chosen, double seconds, double dropAt = -1) {
+    flight = chosen;
+    test::writeBytes(folder / "output/LiveriesScanned.xml",
+                     fmt::format(R"(<liveries><liv airl="{}" type="{}" title="{}" atcid="" /></liveries>)",
+                                 flight.airline, flight.type, flight.title));
     ChildProcess convert(FEEDPLAY_PATH,
-                         {"convert", test::realData("adsb/belevingsvlucht.json.gz").string(), "flight.cap",
-                          "--registry", test::realData("adsb/sample_hex_registry_subset.csv").string()},
+                         {"convert", test::realData(flight.source).string(), "flight.cap", "--registry",
+                          test::realData("adsb/sample_hex_registry_subset.csv").string()},
                          folder, folder, folder / "convert.out");
     ASSERT_EQ(convert.waitExit(60s), 0) << readFile(folder / "convert.out");
     std::ofstream out(folder / "window.cap");
     bool dropped = false;
     for (CaptureEntry& entry : readCapture((folder / "flight.cap").string())) {
-      if (entry.kind != CaptureKind::traffic || entry.offset < windowStart) continue;
-      entry.offset -= windowStart;
+      if (entry.kind != CaptureKind::traffic || entry.offset < flight.windowStart) continue;
+      entry.offset -= flight.windowStart;
       if (entry.offset >= seconds) break;
       if (dropAt >= 0 && !dropped && entry.offset >= dropAt) {
         out << captureText({entry.offset, CaptureKind::drop, "5", 5}) << '\n';
@@ -98,9 +133,9 @@ protected:
     return std::make_unique<ChildProcess>(ORY_PROGRAM, std::vector<std::string>{}, folder, folder,
                                           folder / "program.out");
   }
-  static std::optional<std::int64_t> createdObject(const std::vector<json>& trace) {
+  std::optional<std::int64_t> createdObject(const std::vector<json>& trace) const {
     for (const json& line : trace)
-      if (line.value("kind", "") == "created" && line.value("tail", "") == callsign)
+      if (line.value("kind", "") == "created" && line.value("tail", "") == flight.callsign)
         return line.value("object", std::int64_t{0});
     return std::nullopt;
   }
@@ -114,6 +149,7 @@ protected:
   std::filesystem::path folder = scratch.path();
   std::filesystem::path parametersFile = folder / "AppData/Roaming/Trovalyn_P3D/parameters.xml";
   std::uint16_t port = 0;
+  Flight flight;
 };
 
 // The run's trace, scenario and capture, kept in the build folder for scripts/judge-demo to draw.
@@ -138,8 +174,8 @@ std::vector<std::string> lf_callsOf(const std::vector<json>& trace, std::int64_t
 }
 
 TEST_F(EngineProgramTest, aRealFlightIsFlownOnItsTrackThirtySecondsLateAndLeavesWhenTheFeedEnds) {
-  writeCapture(60);
-  test::StandIn stand(lf_scenario(""));
+  prepare(climbOut, 60);
+  test::StandIn stand(lf_scenario(flight, ""));
   stand.writeSimConnectCfg();
   const auto player = startPlayer();
   const auto program = startProgram();
@@ -160,11 +196,11 @@ TEST_F(EngineProgramTest, aRealFlightIsFlownOnItsTrackThirtySecondsLateAndLeaves
   ASSERT_TRUE(object) << readFile(folder / "program.out") << log();
   EXPECT_TRUE(gone) << "dead reckoning ran out and the object was removed\n" << log();
 
-  const auto create = std::find_if(trace.begin(), trace.end(), [](const json& l) {
-    return lf_isCall(l, "SimConnect_AICreateNonATCAircraft") && l.value("tail", "") == callsign;
+  const auto create = std::find_if(trace.begin(), trace.end(), [&](const json& l) {
+    return lf_isCall(l, "SimConnect_AICreateNonATCAircraft") && l.value("tail", "") == flight.callsign;
   });
   ASSERT_NE(create, trace.end());
-  EXPECT_EQ(create->value("title", ""), title) << "the livery of its airline and type";
+  EXPECT_EQ(create->value("title", ""), flight.title) << "the livery of its airline and type";
 
   // Released and frozen before anything moves it; removed last.
   const std::vector<std::string> calls = lf_callsOf(trace, *object);
@@ -175,8 +211,8 @@ TEST_F(EngineProgramTest, aRealFlightIsFlownOnItsTrackThirtySecondsLateAndLeaves
                                              "TransmitClientEvent:216", "TransmitClientEvent:217"}));
   EXPECT_EQ(calls.back(), "AIRemoveObject:0");
 
-  const TrackFigures figures =
-      judgeTrack(flownPath(trace, callsign), realTrack((folder / "window.cap").string(), hexid));
+  const TrackFigures figures = judgeTrack(flownPath(trace, flight.callsign),
+                                          realTrack((folder / "window.cap").string(), flight.hexid));
   RecordProperty("track", figuresText(figures));
   std::cout << figuresText(figures) << '\n';
   EXPECT_GT(figures.onTrack, 30u * 50) << "about a minute of flight at 30 frames a second";
@@ -190,9 +226,9 @@ TEST_F(EngineProgramTest, aRealFlightIsFlownOnItsTrackThirtySecondsLateAndLeaves
 }
 
 TEST_F(EngineProgramTest, aLostRealTrafficTakesTheAircraftAwayAndATeleportRestarts) {
-  writeCapture(50, 40);
+  prepare(climbOut, 50, 40);
   test::StandIn stand(
-      lf_scenario(R"({"t": 75, "do": "teleport", "lat": 51.4706, "lon": -0.4619, "heading": 270})"));
+      lf_scenario(flight, R"({"t": 75, "do": "teleport", "lat": 51.4706, "lon": -0.4619, "heading": 270})"));
   stand.writeSimConnectCfg();
   const auto player = startPlayer();
   const auto program = startProgram();
@@ -213,6 +249,80 @@ TEST_F(EngineProgramTest, aLostRealTrafficTakesTheAircraftAwayAndATeleportRestar
   ASSERT_NE(gone, std::string::npos) << text;
   EXPECT_LT(gone, teleport) << text;
   EXPECT_THAT(text.substr(teleport), HasSubstr("Exiting: RESTART"));
+}
+
+// Minneapolis as the program's airport files would have it: the stand the real 737-900 parked on, with a
+// neighbour on each side.
+void lf_writeMinneapolis(const std::filesystem::path& folder) {
+  AirportFile airport;
+  airport.code = "KMSP";
+  airport.airportName = "Minneapolis-St Paul Intl";
+  airport.publisher = "unknown";
+  airport.altitude = 841;
+  const double lons[] = {-93.21055, -93.2099, -93.20925};
+  for (std::uint32_t i = 0; i < 3; ++i) {
+    Stand& stand = airport.stands.emplace_back();
+    stand.id = fmt::format("G{}", i + 1);
+    stand.lat = 44.880384;
+    stand.lon = lons[i];
+    stand.heading = 31 * degToRad;
+    stand.radius = 20 * nmPerMetre;
+  }
+  ASSERT_TRUE(writeAirportFile(airport, folder / "airports/my_thirdparty/KMSP.xml", false));
+}
+
+TEST_F(EngineProgramTest, aLandingTouchesDownOnTheRunwayRollsOutTaxiesAndParksOnItsStand) {
+  prepare(landing, 240);
+  lf_writeMinneapolis(folder);
+  test::StandIn stand(lf_scenario(flight, ""));
+  stand.writeSimConnectCfg();
+  const auto player = startPlayer();
+  const auto program = startProgram();
+  const bool parked =
+      eventually([&] { return log().find("arrived at stand G2") != std::string::npos; }, 330s);
+  program->signal(SIGTERM);
+  EXPECT_EQ(program->waitExit(20s), 0);
+  player->waitExit(10s);
+  stand.stop(SIGTERM);
+  lf_keepForJudge(folder, "landing");
+  ASSERT_TRUE(parked) << log();
+
+  JudgeContext context;
+  context.staticCg[titleKey(flight.title)] = 9.5;
+  context.real = realAircraft((folder / "window.cap").string());
+  context.runways.push_back({"12R/30L", 44.88779830932617, -93.23410034179688, 44.87350082397461,
+                             -93.20120239257812, 200 * metresPerFoot}); // OurAirports' runways.csv
+  std::vector<Stand> stands;
+  std::string name;
+  QualityFactors quality;
+  ASSERT_EQ(gf_readApf(folder / "airports/my_thirdparty/KMSP.xml", name, stands, quality), "");
+  context.stands = stands;
+  const std::vector<FlownObject> objects = flownObjects(stand.trace());
+  const auto object = std::find_if(objects.begin(), objects.end(),
+                                   [&](const FlownObject& o) { return o.atcId == flight.callsign; });
+  ASSERT_NE(object, objects.end());
+  const ObjectFigures f = judgeObject(*object, context);
+  const Spread ground = spreadOf(f.groundMetres);
+  const Spread air = spreadOf(f.airMetres);
+  std::cout << fmt::format(
+      "landing: ground {} frames median {:.1f} m p95 {:.1f} m; air {} frames median {:.1f} m "
+      "p95 {:.1f} m; turn {:.1f} of {:.0f} deg/s; height {:+.2f} ft; worst step {:.2f}\n",
+      ground.count, ground.median, ground.p95, air.count, air.median, air.p95, f.groundTurnRate, f.turnLimit,
+      f.worstGroundHeightFeet, f.worstStepRatio);
+  EXPECT_EQ(f.jumps, 0u);
+  EXPECT_GT(f.turnLimit, 0) << "the category is known from the feed";
+  EXPECT_LE(f.groundTurnRate, f.turnLimit);
+  EXPECT_LE(std::abs(f.worstGroundHeightFeet), 1.0);
+  EXPECT_GT(ground.count, 30u * 60) << "a minute and more on the ground";
+  EXPECT_LT(ground.median, 30);
+  EXPECT_LT(air.median, 150);
+  ASSERT_FALSE(f.touchDowns.empty());
+  EXPECT_TRUE(f.touchDowns.front().onRunway)
+      << f.touchDowns.front().alongMetres << " m along, " << f.touchDowns.front().acrossMetres << " m across";
+  const auto onStand = std::find_if(f.parked.begin(), f.parked.end(), [](const ParkedSpell& p) {
+    return p.stand == "G2" && p.metres <= 2 && std::abs(p.headingErrorDegrees) <= 3;
+  });
+  EXPECT_NE(onStand, f.parked.end()) << "parked on its stand within 2 metres and 3 degrees";
 }
 
 } // namespace
