@@ -11,6 +11,7 @@
 #include "frame/window.h"
 #include "liveries/matching.h"
 #include "parking/airport_file.h"
+#include "parking/park_airports.h"
 #include "parking/stands.h"
 #include "simlink/session.h"
 #include "simlink/user_aircraft.h"
@@ -53,7 +54,7 @@ void lf_resetForRestart(ExitReason reason) {
   // Here rather than in userStateReset, which the simulator thread also runs while the main loop may tick.
   resetEngine();
   resetStands();
-  parkAirportCode.clear();
+  forgetParkAirports();
   exiting = false;
   LATERAL_RANGE.set(LATERAL_RANGE.value);
   setRange(LATERAL_RANGE.value);

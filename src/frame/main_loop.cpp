@@ -10,6 +10,7 @@
 #include "frame/window.h"
 #include "liveries/matching.h"
 #include "os/timer.h"
+#include "parking/park_airports.h"
 #include "simlink/batches.h"
 #include "simlink/user_aircraft.h"
 
@@ -51,6 +52,7 @@ void lf_pausedPass() {
   if (--pauseCountdown > 0) return;
   // Also how a RealTraffic lost during the pause is noticed.
   sendUserPosition(userPosition());
+  serveReRead();
   updateNowSlot();
   pauseCountdown = 100;
 }
@@ -59,6 +61,8 @@ void lf_every5Seconds() {
   const UserPosition user = userPosition();
   setReaderUserPosition(user.lat, user.lon);
   if (rtProfessional) sendSimTime();
+  clearReservedStand();
+  serveReRead();
 }
 
 void lf_runJobs(const DueJobs& jobs) {
@@ -76,6 +80,7 @@ void lf_runJobs(const DueJobs& jobs) {
   if (jobs.every60) display.minutesToRenewal = 20 - ((jobs.s / 60) % 20);
   if (jobs.every1200) writeNoMatchList();
   if (jobs.daily) writeMatchingSummary();
+  if (jobs.every16 && !renewalCollecting) checkParkAirport(false);
   if (jobs.every59) feedWatchdog();
 }
 
@@ -177,8 +182,8 @@ void applyRange(std::int32_t newRangeNm) {
 }
 
 void autoRange() {
-  constexpr double noParkAirport = 10000;
-  applyRange(autoRangeFor(userOnGround, readUserAircraft().aboveGround, noParkAirport));
+  const UserAircraft user = readUserAircraft();
+  applyRange(autoRangeFor(userOnGround, user.aboveGround, firstParkAirportDistance(user.lat, user.lon)));
 }
 
 void resetMainLoopState() {

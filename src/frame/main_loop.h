@@ -33,8 +33,7 @@ void ageMessage();
 std::int32_t autoRangeFor(bool onGround, double altitudeFt, double distanceNm);
 // Sets rangeNm and rangeMetres unclamped, LATERAL_RANGE clamped, and rewrites its box when it changed.
 void applyRange(std::int32_t rangeNm);
-// The range from the user's state as the simulator link last delivered it. Park airports are not loaded by
-// this program yet, so their list is empty and the distance counts as 10,000.
+// The range from the user's state as the simulator link last delivered it, and the first park airport.
 void autoRange();
 
 void resetMainLoopState();

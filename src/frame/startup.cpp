@@ -19,6 +19,7 @@
 #include "liveries/liveries_scan.h"
 #include "os/registry.h"
 #include "parking/airport_database.h"
+#include "parking/park_airports.h"
 #include "scenery/scenery_scan.h"
 #include "simlink/session.h"
 #include "simlink/user_aircraft.h"
@@ -245,6 +246,8 @@ void startRun() {
     display.simConnected = false;
     display.rtLinkUp = false;
     if (!lf_waitForSimulator()) return;
+    readParkAirports();
+    enableControl(reReadButton, true);
     flushLog();
     lf_linkRealTraffic();
     if (lf_stopWanted()) return;
@@ -252,6 +255,7 @@ void startRun() {
     lf_waitForFirstTraffic();
     if (lf_stopWanted()) return; // an exit began meanwhile: no main loop for it to miss
     updateNowSlot();
+    checkParkAirport(true);
     flushLog();
     reserveEngineTables();
     setTrafficLostAction(removeAllLive);

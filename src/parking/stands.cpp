@@ -5,6 +5,8 @@ namespace ory {
 std::vector<Stand> stands;
 std::string parkAirportCode;
 std::string parkAirportName;
+double parkAirportLat = 0.0;
+double parkAirportLon = 0.0;
 std::string parkPublisher;
 std::string parkBglPath;
 std::int32_t parkAltitudeFeet = 0;

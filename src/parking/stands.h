@@ -85,6 +85,8 @@ using ScanResult = AirportFile;
 extern std::vector<Stand> stands;   // in file order; stands[i].standId == i + 1
 extern std::string parkAirportCode; // ICAO; empty: no park airport
 extern std::string parkAirportName;
+extern double parkAirportLat; // degrees, from the airport table
+extern double parkAirportLon; // degrees
 extern std::string parkPublisher;
 extern std::string parkBglPath; // kept so that a learned file of an unknown publisher names its scenery
 extern std::int32_t parkAltitudeFeet;
