@@ -10,7 +10,7 @@ struct ParkAirportPosition {
   double elevation = 0; // feet
 };
 
-// Looked up in the airport table once per park airport.
+// Unknown while there is no park airport.
 ParkAirportPosition parkAirportPosition();
 
 } // namespace ory

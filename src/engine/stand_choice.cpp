@@ -6,6 +6,7 @@
 #include "engine/engine.h"
 #include "engine/geometry.h"
 #include "engine/tables.h"
+#include "parking/park_airports.h"
 #include "parking/stands.h"
 #include "simlink/user_aircraft.h"
 
@@ -87,19 +88,10 @@ std::uint32_t findStandAt(double lat, double lon, const LiveAircraft& aircraft, 
 }
 
 bool isUserStand(std::uint32_t standId) {
-  const Stand& stand = lf_stand(standId);
-  if (stand.reserved) return true;
-  if (!userOnGround || !userOnGroundKnown) return false;
+  const std::string& id = stands[standId - 1].id;
+  if (!reservedStand.empty() && id == reservedStand) return true;
   const UserAircraft& user = engineUser();
-  std::uint32_t nearest = 0;
-  double best = userStandNm;
-  for (const Stand& other : stands) {
-    const double d = distanceNm(user.lat, user.lon, other.lat, other.lon);
-    if (d >= best) continue;
-    best = d;
-    nearest = other.standId;
-  }
-  return nearest == standId;
+  return id == standBelowPoint(user.lat, user.lon);
 }
 
 void markCargoStand(const LiveAircraft& aircraft) {

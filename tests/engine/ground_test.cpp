@@ -2,7 +2,6 @@
 // a row: parking, drift, push back, towing, touch down.
 #include "engine/motion.h"
 #include "engine_world.h"
-#include "parking/airport_database.h"
 #include "parking/stands.h"
 
 #include <gmock/gmock.h>
@@ -27,8 +26,10 @@ class GroundTest : public test::EngineTest {
 protected:
   void SetUp() override {
     EngineTest::SetUp();
-    airports.push_back({"EHAM", "AMS", airportLat, airportLon, -11});
     parkAirportCode = "EHAM";
+    parkAirportLat = airportLat;
+    parkAirportLon = airportLon;
+    parkAltitude = -11;
     for (std::uint32_t i = 0; i < 3; ++i) {
       Stand& stand = stands.emplace_back();
       stand.id = fmt::format("D{}", i + 1);
@@ -44,7 +45,6 @@ protected:
   void TearDown() override {
     resetStands();
     parkAirportCode.clear();
-    clearAirports();
     EngineTest::TearDown();
   }
 
