@@ -268,12 +268,13 @@ void lf_writeMinneapolis(const std::filesystem::path& folder) {
     stand.heading = 31 * degToRad;
     stand.radius = 20 * nmPerMetre;
   }
+  std::filesystem::create_directories(folder / "airports/my_thirdparty");
   ASSERT_TRUE(writeAirportFile(airport, folder / "airports/my_thirdparty/KMSP.xml", false));
 }
 
 TEST_F(EngineProgramTest, aLandingTouchesDownOnTheRunwayRollsOutTaxiesAndParksOnItsStand) {
   prepare(landing, 240);
-  lf_writeMinneapolis(folder);
+  ASSERT_NO_FATAL_FAILURE(lf_writeMinneapolis(folder));
   test::StandIn stand(lf_scenario(flight, ""));
   stand.writeSimConnectCfg();
   const auto player = startPlayer();

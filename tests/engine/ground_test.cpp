@@ -93,6 +93,28 @@ TEST_F(GroundTest, aNewAircraftOnAStandIsCreatedOnItFacingItsHeading) {
   EXPECT_DOUBLE_EQ(aircraft.heading, pi);
 }
 
+TEST_F(GroundTest, aNewCallsignOnTheStandRenewsTheObjectOnItsStandAndHeading) {
+  GUID_CHANGES.value = true;
+  LiveAircraft& aircraft = parkedOnStand();
+  const std::uint32_t object = aircraft.objectId;
+  Report next = atStand(2, 0, timestamp + 20);
+  next.callsign = "KLM602";
+  queue(next);
+  ticks(10);
+  EXPECT_EQ(aircraft.state, Renewing);
+  EXPECT_THAT(takeRemovals(), Contains(object));
+  pushSimCommand({object, 0, 0, commandRemoved, 0, 0});
+  ticks(200);
+  const std::vector<CreateRequest> renewed = createAll();
+  ASSERT_EQ(renewed.size(), 1u);
+  EXPECT_EQ(renewed.front().callsign, "KLM602");
+  EXPECT_DOUBLE_EQ(renewed.front().heading, 180);
+  EXPECT_DOUBLE_EQ(renewed.front().lat, airportLat);
+  EXPECT_DOUBLE_EQ(renewed.front().lon, airportLon);
+  EXPECT_EQ(aircraft.standId, 1u);
+  EXPECT_EQ(aircraft.phase, Parked);
+}
+
 TEST_F(GroundTest, driftOnTheStandLetsTheAircraftGoOnlyWhenItReallyMoves) {
   struct Case {
     std::string what;
