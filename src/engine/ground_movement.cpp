@@ -220,7 +220,8 @@ void lf_leaveStand(LiveAircraft& aircraft) {
     lf_pushBack(aircraft);
 }
 
-void lf_taxiStep(LiveAircraft& aircraft) {
+// Curves and splits on a moving segment; the heading's slew where no curve resulted.
+void lf_shapeSegment(LiveAircraft& aircraft) {
   auto& slots = aircraft.slots;
   if (slots.size() >= 3) {
     const double turn =
@@ -247,6 +248,12 @@ void lf_taxiStep(LiveAircraft& aircraft) {
     aircraft.curveAngleLeft = std::abs(headingDiff(aircraft.targetHeading, aircraft.heading)) * radToDeg;
     aircraft.curveHeadingSlew = aircraft.curveAngleLeft > 3;
   }
+}
+
+// An aircraft about to stop looks for the stand it stops on: also when it is already standing in the queue,
+// since a slow feed may bring the stop only after the last moving segment began.
+void lf_standTest(LiveAircraft& aircraft) {
+  auto& slots = aircraft.slots;
   const PositionSlot& last = slots.back();
   if (!last.stopped || aircraft.phase != Taxi || stands.empty()) return;
   const bool justLeft = aircraft.previousPhase == Parked || aircraft.previousPhase < Taxi;
@@ -421,7 +428,9 @@ void groundSegmentChange(LiveAircraft& aircraft) {
     lf_leaveStand(aircraft);
     break;
   default:
-    if (aircraft.slots.size() >= 2 && !aircraft.slots[1].stopped) lf_taxiStep(aircraft);
+    if (aircraft.slots.size() < 2) break;
+    if (!aircraft.slots[1].stopped) lf_shapeSegment(aircraft);
+    lf_standTest(aircraft);
     break;
   }
   if (aircraft.slots.size() >= 2) retimeGround(aircraft);

@@ -96,9 +96,10 @@ protected:
     test::writeBytes(parametersFile, parameters);
   }
 
-  // seconds of the flight from its window's start, as offsets from 0, with its livery installed; dropAt cuts
-  // the link.
-  void prepare(const Flight& chosen, double seconds, double dropAt = -1) {
+  // seconds of the flight from its window's start, as offsets from 0, with the weather in force and its
+  // livery installed; dropAt cuts the link; gateReports repeat the last report every 20 seconds, a
+  // transponder left on at the gate.
+  void prepare(const Flight& chosen, double seconds, double dropAt = -1, int gateReports = 0) {
     flight = chosen;
     test::writeBytes(folder / "output/LiveriesScanned.xml",
                      fmt::format(R"(<liveries><liv airl="{}" type="{}" title="{}" atcid="" /></liveries>)",
@@ -108,18 +109,30 @@ protected:
                           test::realData("adsb/sample_hex_registry_subset.csv").string()},
                          folder, folder, folder / "convert.out");
     ASSERT_EQ(convert.waitExit(60s), 0) << readFile(folder / "convert.out");
-    std::ofstream out(folder / "window.cap");
-    bool dropped = false;
+    std::vector<CaptureEntry> window;
+    std::optional<CaptureEntry> weather;
     for (CaptureEntry& entry : readCapture((folder / "flight.cap").string())) {
-      if (entry.kind != CaptureKind::traffic || entry.offset < flight.windowStart) continue;
+      if (entry.offset < flight.windowStart) {
+        if (entry.kind == CaptureKind::weather) weather = entry;
+        continue;
+      }
       entry.offset -= flight.windowStart;
       if (entry.offset >= seconds) break;
-      if (dropAt >= 0 && !dropped && entry.offset >= dropAt) {
-        out << captureText({entry.offset, CaptureKind::drop, "5", 5}) << '\n';
-        dropped = true;
+      if (dropAt >= 0 && entry.offset >= dropAt) {
+        window.push_back({entry.offset, CaptureKind::drop, "5", 5});
+        dropAt = -1;
       }
-      out << captureText(entry) << '\n';
+      window.push_back(entry);
     }
+    if (weather) window.insert(window.begin(), {0, CaptureKind::weather, weather->payload});
+    for (int i = 1; i <= gateReports; ++i) {
+      CaptureEntry again = window.back();
+      again.offset += 20;
+      window.push_back(again);
+    }
+    std::ofstream out(folder / "window.cap");
+    for (const CaptureEntry& entry : window)
+      out << captureText(entry) << '\n';
   }
 
   std::unique_ptr<ChildProcess> startPlayer() const {
@@ -273,7 +286,7 @@ void lf_writeMinneapolis(const std::filesystem::path& folder) {
 }
 
 TEST_F(EngineProgramTest, aLandingTouchesDownOnTheRunwayRollsOutTaxiesAndParksOnItsStand) {
-  prepare(landing, 240);
+  prepare(landing, 245, -1, 2);
   ASSERT_NO_FATAL_FAILURE(lf_writeMinneapolis(folder));
   test::StandIn stand(lf_scenario(flight, ""));
   stand.writeSimConnectCfg();

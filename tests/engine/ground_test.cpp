@@ -290,5 +290,62 @@ TEST_F(GroundTest, aTouchAndGoTakesOffAgainWithSpoilersCommanded) {
   }));
 }
 
+// The taxi-in of a real 737-900 at Minneapolis, from the end of its landing roll to its stop, fed record by
+// record at the pace of the feed, to a stand where it really stopped; its transponder then stays on at the
+// gate for half a minute, as many do (this one went silent).
+TEST_F(GroundTest, aTaxiingAircraftThatStopsAtAStandRollsOntoItAndParks) {
+  stands[1].lat = 44.880384;
+  stands[1].lon = -93.2099;
+  stands[1].heading = 31 * degToRad;
+  parkAirportLat = 44.8820;
+  parkAirportLon = -93.2210;
+  std::vector<Report> reports;
+  for (const std::string& line : test::fileLines(test::realData("adsb/trace_full_ac671b_flat.csv"))) {
+    std::vector<std::string> cells;
+    std::size_t from = 0;
+    for (std::size_t comma = line.find(','); comma != std::string::npos;
+         comma = line.find(',', from = comma + 1))
+      cells.push_back(line.substr(from, comma - from));
+    if (cells.size() < 8 || cells[5] != "1" || cells[1] < "1738717970" || cells[1] > "1738718130") continue;
+    Report r;
+    r.hexid = 0xac671b;
+    r.callsign = "DAL1812";
+    r.type = "B739";
+    r.timestamp = std::stod(cells[1]);
+    r.lat = std::stod(cells[2]);
+    r.lon = std::stod(cells[3]);
+    r.altitude = 0;
+    r.speed = std::stod(cells[6]);
+    r.track = std::stod(cells[7]);
+    reports.push_back(r);
+  }
+  ASSERT_GT(reports.size(), 20u);
+  for (int i = 0; i < 3; ++i) {
+    Report still = reports.back();
+    still.timestamp += 10;
+    still.speed = 0;
+    reports.push_back(still);
+  }
+  installLiveries({{"DAL", "B739", "Delta 737-900"}});
+  for (std::size_t i = 0; i < reports.size(); ++i) {
+    queue(reports[i]);
+    const double gap = i + 1 < reports.size() ? reports[i + 1].timestamp - reports[i].timestamp : 1;
+    for (std::int32_t t = 0; t < static_cast<std::int32_t>(gap * 100); ++t) {
+      engineTick();
+      createAll();
+    }
+  }
+  for (int i = 0; i < 12000; ++i) {
+    engineTick();
+    createAll();
+  }
+  const LiveAircraft* aircraft = findLive(0xac671b);
+  ASSERT_NE(aircraft, nullptr);
+  EXPECT_EQ(aircraft->phase, Parked) << "phase " << aircraft->phase << " stand " << aircraft->standId;
+  EXPECT_EQ(aircraft->standId, 2u);
+  EXPECT_LT(distanceNm(aircraft->lat, aircraft->lon, stands[1].lat, stands[1].lon) * metresPerNm, 2.0);
+  EXPECT_LT(std::abs(headingDiff(aircraft->heading, stands[1].heading)) * radToDeg, 3.0);
+}
+
 } // namespace
 } // namespace ory
