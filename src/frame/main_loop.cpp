@@ -32,6 +32,12 @@ bool lf_aMarkIsStale() {
   return display.trafficMark == FeedMark::stale || display.weatherMark == FeedMark::stale;
 }
 
+// "Re-read": the park airports are read again here once this program loads them; the button comes back when
+// the work is done.
+void lf_serveReRead() {
+  if (reReadPending.exchange(false)) enableControl(reReadButton, true);
+}
+
 void lf_pausedPass() {
   if (!flightPaused) {
     // Traffic that arrives during the pause is dropped by the reader.
@@ -47,6 +53,7 @@ void lf_pausedPass() {
     logLine(fmt::format("{} Flight not running", timeOfDay()));
   }
   if (--pauseCountdown > 0) return;
+  lf_serveReRead();
   // Also how a RealTraffic lost during the pause is noticed.
   sendUserPosition(userPosition());
   updateNowSlot();
@@ -57,6 +64,7 @@ void lf_every5Seconds() {
   const UserPosition user = userPosition();
   setReaderUserPosition(user.lat, user.lon);
   if (rtProfessional) sendSimTime();
+  lf_serveReRead();
 }
 
 void lf_runJobs(const DueJobs& jobs) {

@@ -12,6 +12,7 @@
 #include "feed/traffic_link.h"
 #include "frame/main_loop.h"
 #include "frame/window.h"
+#include "frame/window_commands.h"
 #include "liveries/dbase.h"
 #include "liveries/fixes.h"
 #include "liveries/liveries_scan.h"
@@ -99,6 +100,7 @@ void lf_initialise() {
   lf_makeDataTree();
   loadParameters();
   if (MAX_LIVE.value == MAX_LIVE.defaultValue) clearEdit(MAX_LIVE);
+  enableStartUpControls();
   PROGRAM_INSTALL_PATH.value = fs::current_path().string();
   storeText(PROGRAM_INSTALL_PATH);
   updateNowSlot();
@@ -106,6 +108,7 @@ void lf_initialise() {
   display.archiveWeek = parseVersion(ARCHIVE_VERSION.value).major;
   if (SIM_INSTALL_PATH.value.empty()) lf_detectSimulatorInRegistry();
   detectRealTraffic();
+  enableRemainingControls();
   MAX_FIT_FL.value = maxFitHours(MAX_FIT.value);
   showFloat(MAX_FIT_FL);
   readAirports();
@@ -114,6 +117,7 @@ void lf_initialise() {
 
 void lf_startUpTrovalyn() {
   try {
+    disableAllControls();
     lf_requireProgramFolder();
     lf_initialise();
     lf_logSinceLastRun();
@@ -239,6 +243,7 @@ void startRun() {
     display.simConnected = false;
     display.rtLinkUp = false;
     if (!lf_waitForSimulator()) return;
+    enableControl(reReadButton, true);
     flushLog();
     lf_linkRealTraffic();
     if (lf_stopWanted()) return;
