@@ -64,7 +64,7 @@ void lf_autoRange(bool on) {
   showInt(LATERAL_RANGE);
 }
 
-const CheckRow lf_checkRows[] = {
+const CheckRow checkRows[] = {
     {&SCAN_LIVERIES,
      "Your liveries will be scanned at the next start of {}, recommended after you have add/removed AI "
      "aircraft "
@@ -106,34 +106,34 @@ const CheckRow lf_checkRows[] = {
     {&HIGH_PERF_AIRCRAFT, "", "", false, lf_nothing},
 };
 
-IntParameter* const lf_intBoxes[] = {&MATCHING_DEPTH, &LATERAL_RANGE,  &MAX_LIVE,
-                                     &AIRPORT_RANGE,  &AIRPORT_HEIGHT, &parking_percentage};
+IntParameter* const intBoxes[] = {&MATCHING_DEPTH, &LATERAL_RANGE,  &MAX_LIVE,
+                                  &AIRPORT_RANGE,  &AIRPORT_HEIGHT, &parking_percentage};
 
-Control* const lf_startUpControls[] = {&SIM_INSTALL_PATH,
-                                       &LOG,
-                                       &ALWAYS_ON_TOP,
-                                       &AEROWINX,
-                                       &GUID_CHANGES,
-                                       &LIGHT_AIRCRAFT,
-                                       &HELICOPTERS,
-                                       &HIGH_PERF_AIRCRAFT,
-                                       &COLLISION_USER_GND,
-                                       &COLLISION_USER_AIR,
-                                       &COLLISION_LIVE_PARKED_GND,
-                                       &NAV_LIGHTS_WHILE_PARKED,
-                                       &LEARN_SOFT,
-                                       &MAX_LIVE,
-                                       &BLOCK_CALLSIGN,
-                                       &AUTO_RANGE,
-                                       &AIRPORT_RANGE,
-                                       &AIRPORT_HEIGHT};
-Control* const lf_remainingControls[] = {&SCAN_LIVERIES, &LIG_AUTOMATIC, &LIG_PRIORITIZE,    &SUPPRESS_STUB,
-                                         &SCAN_AIRPORTS, &AFG_AUTOMATIC, &MATCHING_DEPTH,    &PARK_FAKE,
-                                         &WEEK,          &PARK_SOFT,     &INITIAL_LOAD_ONLY, &MAX_FIT_FL};
+Control* const startUpControls[] = {&SIM_INSTALL_PATH,
+                                    &LOG,
+                                    &ALWAYS_ON_TOP,
+                                    &AEROWINX,
+                                    &GUID_CHANGES,
+                                    &LIGHT_AIRCRAFT,
+                                    &HELICOPTERS,
+                                    &HIGH_PERF_AIRCRAFT,
+                                    &COLLISION_USER_GND,
+                                    &COLLISION_USER_AIR,
+                                    &COLLISION_LIVE_PARKED_GND,
+                                    &NAV_LIGHTS_WHILE_PARKED,
+                                    &LEARN_SOFT,
+                                    &MAX_LIVE,
+                                    &BLOCK_CALLSIGN,
+                                    &AUTO_RANGE,
+                                    &AIRPORT_RANGE,
+                                    &AIRPORT_HEIGHT};
+Control* const remainingControls[] = {&SCAN_LIVERIES, &LIG_AUTOMATIC, &LIG_PRIORITIZE,    &SUPPRESS_STUB,
+                                      &SCAN_AIRPORTS, &AFG_AUTOMATIC, &MATCHING_DEPTH,    &PARK_FAKE,
+                                      &WEEK,          &PARK_SOFT,     &INITIAL_LOAD_ONLY, &MAX_FIT_FL};
 // Enabled by the work they belong to: the range box by AUTO_RANGE, "Unblock" by a blocked callsign,
 // "Re-read" once the simulator is there, "Flush static" and the percentage by an open parking session.
-Control* const lf_laterControls[] = {&LATERAL_RANGE,     &unblockButton,      &reReadButton,
-                                     &flushStaticButton, &checkVersionButton, &parking_percentage};
+Control* const laterControls[] = {&LATERAL_RANGE,     &unblockButton,      &reReadButton,
+                                  &flushStaticButton, &checkVersionButton, &parking_percentage};
 
 template <std::size_t N>
 void lf_enable(Control* const (&controls)[N], bool enable) {
@@ -277,7 +277,7 @@ void lf_callsignEntered(std::string_view text) {
 } // namespace
 
 void onCommand(std::uint16_t controlId) {
-  for (const CheckRow& row : lf_checkRows)
+  for (const CheckRow& row : checkRows)
     if (row.parameter->controlId == controlId) return lf_toggle(row);
   lf_pressButton(controlId);
   repaintWindow();
@@ -285,7 +285,7 @@ void onCommand(std::uint16_t controlId) {
 
 void onEditEnter(std::uint16_t controlId, std::string_view text) {
   clearMessage();
-  for (IntParameter* parameter : lf_intBoxes)
+  for (IntParameter* parameter : intBoxes)
     if (parameter->controlId == controlId) return lf_intEntered(*parameter, text);
   if (controlId == MAX_FIT_FL.controlId) return lf_floatEntered(MAX_FIT_FL, text);
   if (controlId == BLOCK_CALLSIGN.controlId) return lf_callsignEntered(text);
@@ -363,9 +363,9 @@ void parkingChanged() {
 }
 
 void showControlValues() {
-  for (const CheckRow& row : lf_checkRows)
+  for (const CheckRow& row : checkRows)
     showBool(*row.parameter);
-  for (IntParameter* parameter : lf_intBoxes)
+  for (IntParameter* parameter : intBoxes)
     lf_showIntBox(*parameter);
   showFloat(MAX_FIT_FL);
   showText(BLOCK_CALLSIGN);
@@ -373,19 +373,19 @@ void showControlValues() {
 }
 
 void disableAllControls() {
-  lf_enable(lf_startUpControls, false);
-  lf_enable(lf_remainingControls, false);
-  lf_enable(lf_laterControls, false);
+  lf_enable(startUpControls, false);
+  lf_enable(remainingControls, false);
+  lf_enable(laterControls, false);
 }
 
 void enableStartUpControls() {
-  lf_enable(lf_startUpControls, true);
+  lf_enable(startUpControls, true);
   if (!AUTO_RANGE.value) enableControl(LATERAL_RANGE, true);
   if (!BLOCK_CALLSIGN.value.empty()) enableControl(unblockButton, true);
 }
 
 void enableRemainingControls() {
-  lf_enable(lf_remainingControls, true);
+  lf_enable(remainingControls, true);
 }
 
 } // namespace ory
