@@ -306,6 +306,7 @@ bool procesTbInt(IntParameter& parameter, std::string_view text) {
       }
       if (*number == parameter.value) {
         showMessage(fmt::format("Same {} value {}, no changes made", parameter.name, *number), true);
+        lf_showIntBox(parameter);
         return false;
       }
       parameter.set(*number);

@@ -1,5 +1,6 @@
-// window-drive: acts on the program's window as a user would, and reads back what the user would see. Each
-// word of the command line is one step, run in order:
+// window-drive: acts on the program's window as a user would, and reads back what the user would see. The
+// first word names the Wine desktop the program runs on ("wine explorer /desktop=NAME,..."), whose start
+// costs 20 seconds a call; every further word is one step, run in order:
 //   click ID        a click on the check box or button ID (refused when it is disabled, as for a user)
 //   type ID TEXT    TEXT typed into the edit box ID over what it holds, then Enter
 //   empty ID        the edit box ID emptied, then Enter
@@ -7,6 +8,7 @@
 //   checked ID      prints 1 or 0
 //   enabled ID      prints 1 or 0
 //   wait ID TEXT    waits up to 20 seconds until control ID shows TEXT; "enabled"/"disabled" wait for that
+//   close 0         the window's close button
 // Exit code 0 when every step worked; 1 with a line on standard error at the first that didn't.
 #include <windows.h>
 
@@ -23,8 +25,14 @@ int lf_fail(const wchar_t* what, const wchar_t* detail) {
   return 1;
 }
 
+// The window is found while it may still be making its controls.
 HWND lf_control(const wchar_t* id) {
-  return GetDlgItem(lf_window, static_cast<int>(std::wcstol(id, nullptr, 10)));
+  const int controlId = static_cast<int>(std::wcstol(id, nullptr, 10));
+  for (int attempt = 0; attempt < 200; ++attempt) {
+    if (HWND control = GetDlgItem(lf_window, controlId)) return control;
+    Sleep(100);
+  }
+  return nullptr;
 }
 
 std::wstring lf_text(HWND control) {
@@ -58,16 +66,30 @@ bool lf_waitUntil(HWND control, const std::wstring& wanted) {
 
 } // namespace
 
+// FindWindowW looks on the desktop of the calling thread.
+bool lf_joinDesktop(const wchar_t* name) {
+  HDESK desktop = OpenDesktopW(name, 0, FALSE, GENERIC_ALL);
+  return desktop && SetThreadDesktop(desktop);
+}
+
 int wmain(int count, wchar_t** words) {
+  if (count < 2) return lf_fail(L"no desktop named", L"");
+  // The desktop and the window may both still be coming.
+  bool joined = false;
   for (int attempt = 0; attempt < 200 && !lf_window; ++attempt) {
-    lf_window = FindWindowW(L"Trovalyn_P3D", nullptr);
+    joined = joined || lf_joinDesktop(words[1]);
+    if (joined) lf_window = FindWindowW(L"Trovalyn_P3D", nullptr);
     if (!lf_window) Sleep(100);
   }
   if (!lf_window) return lf_fail(L"no window", L"");
-  for (int i = 1; i < count; i += 2) {
+  for (int i = 2; i < count; i += 2) {
     const std::wstring step = words[i];
     const bool withText = step == L"type" || step == L"wait";
     if (i + 1 >= count || (withText && i + 2 >= count)) return lf_fail(L"incomplete step", words[i]);
+    if (step == L"close") {
+      PostMessageW(lf_window, WM_CLOSE, 0, 0);
+      continue;
+    }
     HWND control = lf_control(words[i + 1]);
     if (!control) return lf_fail(L"no control", words[i + 1]);
     if ((step == L"click" || step == L"type" || step == L"empty") && !IsWindowEnabled(control))
