@@ -288,7 +288,7 @@ void lf_upgradeVersion() {
     storeText(PROGRAM_VERSION);
     return;
   }
-  const Version old = parseVersion(PROGRAM_VERSION.value);
+  const Version old = versionOrZero(PROGRAM_VERSION.value);
   if (old != build) {
     PROGRAM_VERSION.value = std::string(programVersion);
     storeText(PROGRAM_VERSION);

@@ -121,7 +121,8 @@ bool gf_readExtTextFileToStringVector(const std::filesystem::path& path, std::ve
       lf_splitLines(std::string_view(bytes).substr(3), lines);
       break;
     default:
-      lf_splitLines(bytes, lines);
+      // Without a mark: UTF-8 when it reads as such, else the ANSI code page, as Windows programs write.
+      lf_splitLines(utf8OrAnsi(bytes), lines);
       break;
     }
     return true;

@@ -27,7 +27,8 @@ enum class FileEncoding : int {
 std::string_view encodingName(FileEncoding encoding);
 FileEncoding detectEncoding(const std::filesystem::path& path);
 
-// Lines of a text file in whatever encoding, as UTF-8, without line ends; an empty last line is not added.
+// Lines of a text file in whatever encoding, as UTF-8, without line ends; an empty last line is not added. A
+// file without a mark that is no valid UTF-8 is read in the ANSI code page.
 bool gf_readExtTextFileToStringVector(const std::filesystem::path& path, std::vector<std::string>& lines);
 // Lines of a plain text file; null when it can't be opened or is empty.
 std::unique_ptr<std::vector<std::string>> readPlainLines(const std::filesystem::path& path,

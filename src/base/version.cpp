@@ -1,21 +1,30 @@
 #include "base/version.h"
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
-#include <charconv>
+#include <regex>
+#include <string>
 
 namespace ory {
 
 Version parseVersion(std::string_view text) {
-  std::int32_t numbers[3]{};
-  for (auto& number : numbers) {
-    const auto point = text.find('.');
-    const std::string_view part = text.substr(0, point);
-    std::from_chars(part.data(), part.data() + part.size(), number);
-    if (point == std::string_view::npos) break;
-    text.remove_prefix(point + 1);
+  if (text.empty()) return {};
+  static const std::regex dotted(R"((\d+)\.(\d+)\.(\d+))");
+  std::match_results<std::string_view::const_iterator> groups;
+  if (std::regex_match(text.begin(), text.end(), groups, dotted))
+    return {std::stoi(groups[1].str()), std::stoi(groups[2].str()), std::stoi(groups[3].str())};
+  const nlohmann::json json = nlohmann::json::parse(text);
+  return {json.at("major").get<std::int32_t>(), json.at("minor").get<std::int32_t>(),
+          json.at("patch").get<std::int32_t>()};
+}
+
+Version versionOrZero(std::string_view text) {
+  try {
+    return parseVersion(text);
+  } catch (const std::exception&) {
+    return {};
   }
-  return {numbers[0], numbers[1], numbers[2]};
 }
 
 std::string versionText(const Version& version) {

@@ -235,10 +235,6 @@ void sendUserPosition(const UserPosition& user) {
 }
 
 void sendSimTime() {
-  const UserAircraft user = readUserAircraft();
-  if (user.zuluYear >= 1970)
-    simEpochSeconds = simEpochSecondsOf(static_cast<std::int32_t>(user.zuluYear),
-                                        static_cast<std::int32_t>(user.zuluDayOfYear), user.zuluTime);
   const std::int64_t seconds = simEpochSeconds;
   if (seconds < 1 || !rtConnected || !rtProfessional) return;
   // The time may be the first to find RealTraffic gone; the position would then only find the link closed.

@@ -40,8 +40,8 @@ std::string receive(); // one recv of the reply; empty when nothing was read
 bool sendDataPacket(std::string_view text);
 // Tells RealTraffic where the user is; notices a lost RealTraffic and, on the next call, waits for it again.
 void sendUserPosition(const UserPosition& user);
-// "Qs123" from the simulator's UTC date and time, when known, to a connected client with the professional
-// licence; a failed send is a lost RealTraffic, as for the position.
+// "Qs123" from simEpochSeconds (the simulator link sets it from the user's data), when known, to a connected
+// client with the professional licence; a failed send is a lost RealTraffic, as for the position.
 void sendSimTime();
 void closeLink(); // "exit" when connected, both sockets closed
 

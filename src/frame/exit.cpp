@@ -3,6 +3,7 @@
 #include "base/parameters.h"
 #include "base/run.h"
 #include "base/version.h"
+#include "engine/engine.h"
 #include "feed/feed.h"
 #include "feed/inbox.h"
 #include "feed/traffic_link.h"
@@ -49,6 +50,8 @@ void lf_resetForRestart(ExitReason reason) {
   resetMainLoopState();
   resetSimLink();
   userStateReset();
+  // Here rather than in userStateReset, which the simulator thread also runs while the main loop may tick.
+  resetEngine();
   resetStands();
   parkAirportCode.clear();
   exiting = false;

@@ -3,6 +3,7 @@
 #include "base/log.h"
 #include "base/parameters.h"
 #include "base/run.h"
+#include "engine/engine.h"
 #include "feed/feed.h"
 #include "feed/inbox.h"
 #include "feed/traffic_link.h"
@@ -52,6 +53,7 @@ void lf_pausedPass() {
     }
     logLine(fmt::format("{} Flight not running", timeOfDay()));
   }
+  workOffSimCommands();
   if (--pauseCountdown > 0) return;
   lf_serveReRead();
   // Also how a RealTraffic lost during the pause is noticed.
@@ -85,6 +87,14 @@ void lf_runJobs(const DueJobs& jobs) {
   if (jobs.every59) feedWatchdog();
 }
 
+// A lowered MAX_LIVE, from the window or the start, takes effect at the next second.
+void lf_applyLiveLimit() {
+  static std::int32_t applied = MAX_LIVE.maximum;
+  const std::int32_t limit = MAX_LIVE.value;
+  if (limit < applied) enforceMaxLive();
+  applied = limit;
+}
+
 void lf_secondPass() {
   if (flightPaused) {
     flightPaused = false;
@@ -96,6 +106,8 @@ void lf_secondPass() {
   ++messageClock;
   ageMessage();
   updateNowSlot();
+  lf_applyLiveLimit();
+  serveNewLiveHexid();
   lf_runJobs(advanceSecond(secondCount));
 }
 
@@ -131,6 +143,7 @@ void mainLoop() {
     lf_pausedPass();
     return;
   }
+  engineTick();
   bool expected = true;
   if (!secondTick.compare_exchange_strong(expected, false)) return;
   lf_secondPass();

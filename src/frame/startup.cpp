@@ -6,7 +6,9 @@
 #include "base/paths.h"
 #include "base/run.h"
 #include "base/version.h"
+#include "engine/engine.h"
 #include "engine/geometry.h"
+#include "engine/tables.h"
 #include "feed/feed.h"
 #include "feed/inbox.h"
 #include "feed/traffic_link.h"
@@ -21,6 +23,8 @@
 #include "scenery/scenery_scan.h"
 #include "simlink/session.h"
 #include "simlink/user_aircraft.h"
+#include "updates/download.h"
+#include "updates/updates.h"
 
 #include <fmt/format.h>
 
@@ -104,8 +108,10 @@ void lf_initialise() {
   PROGRAM_INSTALL_PATH.value = fs::current_path().string();
   storeText(PROGRAM_INSTALL_PATH);
   updateNowSlot();
+  checkDataAtStart(updateServer);
   lf_readAircraftDataOnce();
-  display.archiveWeek = parseVersion(ARCHIVE_VERSION.value).major;
+  checkDataOfTheDay(updateServer);
+  display.archiveWeek = versionOrZero(ARCHIVE_VERSION.value).major;
   if (SIM_INSTALL_PATH.value.empty()) lf_detectSimulatorInRegistry();
   detectRealTraffic();
   enableRemainingControls();
@@ -252,6 +258,8 @@ void startRun() {
     if (lf_stopWanted()) return; // an exit began meanwhile: no main loop for it to miss
     updateNowSlot();
     flushLog();
+    reserveEngineTables();
+    setTrafficLostAction(removeAllLive);
     startRunThread(RunThread::mainLoop, mainLoopThread);
   } catch (...) {
     // Whatever went wrong here, even a user's error, leaves no run to go on with.

@@ -43,17 +43,41 @@ std::regex lf_publisherPattern(std::string_view name) {
   return std::regex(fmt::format(".*{}.*", name), std::regex::ECMAScript | std::regex::icase);
 }
 
-void lf_readSection(const pugi::xml_document& document, const char* section, TextOrderedSet& target,
-                    const char* rawChild, const char* attribute, Unscramble unscramble) {
+// A section the file must have, with at least one token.
+struct RequiredSection {
+  const char* section;
+  const char* rawChild;
+  const char* attribute;
+  TextOrderedSet* target;
+  Unscramble unscramble;
+};
+const RequiredSection requiredSections[] = {
+    {"aircrafts", "aircraft", "types", &aircraftTypes, unscrambleModel},
+    {"high_performance", "hpf", "types", &highPerfTypes, unscrambleModel},
+    {"heavy", "hvy", "types", &heavyTypes, unscrambleModel},
+    {"large", "lar", "types", &largeTypes, unscrambleModel},
+    {"buzjet", "bzj", "types", &buzjetTypes, unscrambleModel},
+    {"rotorcraft", "rot", "types", &rotorcraftTypes, unscrambleModel},
+    {"cargo_types", "cargo_type", "types", &cargoTypes, unscrambleModel},
+    {"ICAO_airlines", "ICAO", "codes", &icaoAirlines, unscrambleAirline},
+    {"cargo_operators", "ICAO", "codes", &cargoOperators, unscrambleAirline},
+};
+
+TextOrderedSet lf_sectionTokens(const pugi::xml_document& document, const RequiredSection& required) {
   TextOrderedSet stored;
-  for (const pugi::xml_node child : document.child(section).children(rawChild))
-    for (const std::string_view token : splitTrimmed(child.attribute(attribute).as_string()))
+  for (const pugi::xml_node child : document.child(required.section).children(required.rawChild))
+    for (const std::string_view token : splitTrimmed(child.attribute(required.attribute).as_string()))
       stored.emplace(token);
+  return stored;
+}
+
+void lf_readSection(const pugi::xml_document& document, const RequiredSection& required) {
+  const TextOrderedSet stored = lf_sectionTokens(document, required);
   if (stored.empty())
-    throw UserErrorException(
-        61, fmt::format("In an xml file section {} {} {} is empty ", section, rawChild, attribute));
+    throw UserErrorException(61, fmt::format("In an xml file section {} {} {} is empty ", required.section,
+                                             required.rawChild, required.attribute));
   for (const std::string& token : stored)
-    target.insert(unscramble(token));
+    required.target->insert(required.unscramble(token));
 }
 
 void lf_readSimilarGroups(const pugi::xml_document& document) {
@@ -177,16 +201,9 @@ bool readDbase() {
   if (!loaded)
     throw UserErrorException(60, fmt::format("\"{}\" not read because of {}", path, loaded.description()));
 
-  lf_readSection(document, "aircrafts", aircraftTypes, "aircraft", "types", unscrambleModel);
-  lf_readSection(document, "high_performance", highPerfTypes, "hpf", "types", unscrambleModel);
-  lf_readSection(document, "heavy", heavyTypes, "hvy", "types", unscrambleModel);
-  lf_readSection(document, "large", largeTypes, "lar", "types", unscrambleModel);
-  lf_readSection(document, "buzjet", buzjetTypes, "bzj", "types", unscrambleModel);
-  lf_readSection(document, "rotorcraft", rotorcraftTypes, "rot", "types", unscrambleModel);
-  lf_readSection(document, "cargo_types", cargoTypes, "cargo_type", "types", unscrambleModel);
+  for (const RequiredSection& required : requiredSections)
+    lf_readSection(document, required);
   lf_readSimilarGroups(document);
-  lf_readSection(document, "ICAO_airlines", icaoAirlines, "ICAO", "codes", unscrambleAirline);
-  lf_readSection(document, "cargo_operators", cargoOperators, "ICAO", "codes", unscrambleAirline);
   try {
     lf_readPublishers(document);
   } catch (const std::exception& e) {
@@ -201,6 +218,14 @@ bool readDbase() {
   }
   lf_readRecords(document);
   logLine(fmt::format("{} dbase records from \"{}\" read", dbaseRecords.size(), path));
+  return true;
+}
+
+bool isDbaseFile(const std::filesystem::path& path) {
+  pugi::xml_document document;
+  if (!document.load_file(path.c_str())) return false;
+  for (const RequiredSection& required : requiredSections)
+    if (lf_sectionTokens(document, required).empty()) return false;
   return true;
 }
 

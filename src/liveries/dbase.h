@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cstdint>
+#include <filesystem>
 #include <map>
 #include <optional>
 #include <set>
@@ -63,6 +64,9 @@ extern TextMap<DbaseRecord> dbaseRecords; // regcode to airframe
 // and std::runtime_error for an airline token of a length other than 3 or 6.
 bool readDbase();
 void clearDbase(); // empties every table
+// A file readDbase would not refuse for a missing section: what a download must be before it replaces
+// input\dbase.xml.
+bool isDbaseFile(const std::filesystem::path& path);
 
 bool isValidModel(std::string_view model);
 bool isValidAirline(std::string_view airline);

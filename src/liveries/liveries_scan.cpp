@@ -14,6 +14,7 @@
 #include "liveries/matching.h"
 #include "liveries/regcodes.h"
 #include "liveries/text_tokens.h"
+#include "os/utf.h"
 #include "simlink/session.h"
 
 #include <fmt/format.h>
@@ -328,7 +329,8 @@ void lf_readScanned() {
   if (!root) throw UserErrorException(52, fmt::format("{} does not contain a <liveries> section", path));
   for (const pugi::xml_node node : root.children("liv"))
     scannedLiveries.push_back({node.attribute("airl").as_string(), node.attribute("type").as_string(),
-                               node.attribute("title").as_string(), node.attribute("atcid").as_string(), 0,
+                               utf8OrAnsi(node.attribute("title").as_string()),
+                               node.attribute("atcid").as_string(), 0,
                                isTrueText(node.attribute("cargo").as_string())});
   if (scannedLiveries.empty())
     throw UserErrorException(53, fmt::format("{} does not contain liveries", path));

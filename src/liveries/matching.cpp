@@ -225,7 +225,7 @@ bool matchParkedAircraft(MatchAircraft& aircraft, std::string_view standName, bo
 
 void reportNotCreated(const MatchAircraft& aircraft) {
   showMessage(
-      fmt::format("{} \"{}\" could not be created by your Sim!", aircraft.callsign, aircraft.liveryTitle),
+      fmt::format("{} \"{}\" could not be created by your Sim!", timeOfDay(), aircraft.liveryTitle),
       true);
   if (!aircraft.liveryTitle.empty() && !lf_isFailed(aircraft.liveryTitle))
     failedLiveries.push_back(aircraft.liveryTitle);

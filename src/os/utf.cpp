@@ -118,6 +118,28 @@ std::string wideToUtf8(std::wstring_view text) {
   return out;
 }
 
+bool isUtf8(std::string_view text) {
+  constexpr std::string_view encodedReplacement = "\xEF\xBF\xBD";
+  for (size_t i = 0; i < text.size();) {
+    const size_t start = i;
+    if (lf_nextFromUtf8(text, i) == replacement && text.substr(start, i - start) != encodedReplacement)
+      return false;
+  }
+  return true;
+}
+
+std::string utf8OrAnsi(std::string_view text) {
+  return isUtf8(text) ? std::string(text) : ansiToUtf8(text);
+}
+
+std::string_view utf8Prefix(std::string_view text, std::size_t characters) {
+  for (size_t i = 0; i < text.size(); ++i) {
+    const bool continuation = (static_cast<unsigned char>(text[i]) & 0xC0) == 0x80;
+    if (!continuation && characters-- == 0) return text.substr(0, i);
+  }
+  return text;
+}
+
 std::filesystem::path utf8ToPath(std::string_view text) {
   return std::filesystem::path(std::u8string(text.begin(), text.end()));
 }

@@ -50,21 +50,6 @@ std::string lf_positionText(double lat, double lon) {
   return fmt::format("{:.6f}, {:.6f}", lat, lon);
 }
 
-// Names are 8-bit text; what is not valid UTF-8 is taken as Latin-1.
-std::string lf_nameAsUtf8(const std::string& bytes) {
-  if (utf16ToUtf8(utf8ToUtf16(bytes)) == bytes) return bytes;
-  std::string text;
-  for (unsigned char c : bytes) {
-    if (c < 0x80) {
-      text += static_cast<char>(c);
-    } else {
-      text += static_cast<char>(0xC0 | (c >> 6));
-      text += static_cast<char>(0x80 | (c & 0x3F));
-    }
-  }
-  return text;
-}
-
 // lf_decodeAirportNAME: the characters follow the 6-byte head, padded with zeros to a whole word.
 std::string lf_decodeAirportName(const BglWords& bgl, std::size_t sub) {
   const int length = std::min<int>(bglHalf(bgl, sub * 4 + 2) - 6, maxNameLength);
@@ -79,7 +64,7 @@ std::string lf_decodeAirportName(const BglWords& bgl, std::size_t sub) {
     if (c == '\0') break;
     bytes += c;
   }
-  return lf_nameAsUtf8(bytes);
+  return utf8OrAnsi(bytes);
 }
 
 void lf_takeName(AirportDecoder& decoder, std::size_t sub) {

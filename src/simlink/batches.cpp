@@ -25,6 +25,13 @@ void resetBatches() {
   {
     std::lock_guard lock(batchLock);
     positionBatch.engineHalf.clear();
+  }
+  dropSimulatorBatches();
+}
+
+void dropSimulatorBatches() {
+  {
+    std::lock_guard lock(batchLock);
     positionBatch.simulatorHalf.clear();
     eventBatch.clear();
     createBatch.clear();

@@ -87,5 +87,8 @@ void pushSimCommand(const SimCommand& command);
 void takeSimCommands(std::vector<SimCommand>& into);
 // All batches and commands emptied, as at the start of a run.
 void resetBatches();
+// What waits for objects that the simulator took away: everything but the engine's half of the position
+// batch, which only the engine touches.
+void dropSimulatorBatches();
 
 } // namespace ory

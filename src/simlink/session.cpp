@@ -358,7 +358,7 @@ void lf_onInRange(const SIMCONNECT_RECV_SIMOBJECT_DATA& data) {
   const double aboveGround = block.f64(0);
   const double groundAltitude = block.f64(8);
   const auto onGround = static_cast<std::uint32_t>(block.i64(16) != 0);
-  const std::string atcId = block.text(24, 32);
+  const std::string atcId = block.utf8Text(24, 32);
   const auto added = std::find(addedObjectIds.begin(), addedObjectIds.end(), data.dwObjectID);
   if (added != addedObjectIds.end()) {
     addedObjectIds.erase(added);
@@ -445,6 +445,19 @@ void reportRequestError() {
   showMessage(fmt::format("SimConnect request error {}, see Log.txt", count), true);
   linkFailed = true;
   requestExit(ExitReason::restart, 10);
+}
+
+void requestObjectData(std::uint32_t request, std::uint32_t definition, std::uint32_t objectId,
+                       SIMCONNECT_PERIOD period, std::string_view failure) {
+  if (linkFailed) return; // the restart that ends the link is under way
+  SimResult result = simFail;
+  {
+    std::lock_guard lock(batchLock);
+    result = SimConnect_RequestDataOnSimObject(simHandle, request, definition, objectId, period);
+  }
+  if (result == simOk) return;
+  logLine(failure);
+  reportRequestError();
 }
 
 void sendBatches() {

@@ -95,6 +95,9 @@ void declareSimObjects();
 void closeSession();
 // Counts a failed request; the third ends the link and restarts the program after 10 seconds.
 void reportRequestError();
+// RequestDataOnSimObject under the batch lock; a failure logs failure and counts in reportRequestError.
+void requestObjectData(std::uint32_t request, std::uint32_t definition, std::uint32_t objectId,
+                       SIMCONNECT_PERIOD period, std::string_view failure);
 // At each "Frame": positions, events, creates and removes, unless the batch lock is busy.
 void sendBatches();
 // The dispatch function given to SimConnect_CallDispatch.

@@ -6,14 +6,21 @@
 #include "base/parameters.h"
 #include "base/run.h"
 #include "engine/geometry.h"
+#include "feed/qnh_reader.h"
+#include "feed/traffic_link.h"
+#include "liveries/dbase.h"
+#include "os/utf.h"
 #include "simlink/batches.h"
 #include "simlink/session.h"
 #include "simlink/simconnect/wire.h"
 
 #include <fmt/format.h>
 
+#include <array>
 #include <cmath>
 #include <mutex>
+#include <stdexcept>
+#include <utility>
 #include <vector>
 
 namespace ory {
@@ -26,31 +33,91 @@ namespace {
 
 constexpr double teleportNm = 10;
 constexpr std::size_t titleShown = 48; // characters of the title in the window
+// An add-on's "ATC MODEL" that names its texture: the type stands before the mark.
+constexpr std::string_view textureMark = ".0.text";
+// Titles that tell the type of an add-on whose "ATC MODEL" doesn't.
+constexpr std::array<std::pair<std::string_view, std::string_view>, 3> titleModels = {{
+    {"Aerosoft A319", "A319"},
+    {"Aerosoft A320", "A320"},
+    {"Aerosoft A321", "A321"},
+}};
 
-std::mutex lf_userLock; // guards the block and the texts; held for a copy
+std::mutex lf_userLock; // guards the block, the texts and the span; held for a copy
 UserAircraft lf_user;
 std::string lf_title;
 std::string lf_model;
+std::optional<double> lf_halfWingSpan; // nautical miles
+std::uint32_t lf_category = 0;
+UserAircraft lf_engineUser; // the main loop's thread alone
 bool lf_lastKnown = false;
 double lf_lastLat = 0;
 double lf_lastLon = 0;
 std::vector<void (*)()> lf_resets;
 
-void lf_request(SIMCONNECT_DATA_REQUEST_ID request, SIMCONNECT_DATA_DEFINITION_ID definition,
-                SIMCONNECT_PERIOD period, std::string_view failure) {
-  SimResult result = simFail;
-  {
-    std::lock_guard lock(batchLock);
-    result =
-        SimConnect_RequestDataOnSimObject(simHandle, request, definition, SIMCONNECT_OBJECT_ID_USER, period);
-  }
-  if (result == simOk) return;
-  logLine(failure);
-  reportRequestError();
+void lf_request(std::uint32_t request, std::uint32_t definition, SIMCONNECT_PERIOD period,
+                std::string_view failure) {
+  requestObjectData(request, definition, SIMCONNECT_OBJECT_ID_USER, period, failure);
 }
 
 ByteReader lf_block(const SIMCONNECT_RECV_SIMOBJECT_DATA* data) {
   return {simObjectData(data), simObjectDataSize(data)};
+}
+
+// The half span the type table gives a type; 0 counts as unknown.
+std::optional<double> lf_tableHalfSpan(std::string_view model) {
+  const auto it = wingspanTable.find(model);
+  if (it == wingspanTable.end() || it->second == 0) return std::nullopt;
+  return it->second;
+}
+
+// "xB738.0.text": of the characters before the mark, the last 4 when the table knows that type, else the
+// last 3, else the last 2. Fewer than 4 before the mark is out of range.
+std::string lf_modelBeforeMark(const std::string& text) {
+  const std::size_t mark = text.find(textureMark);
+  if (mark == std::string::npos) return text;
+  if (mark < 4)
+    throw std::out_of_range(
+        fmt::format("ATC MODEL \"{}\": fewer than 4 characters before \"{}\"", text, textureMark));
+  for (const std::size_t length : {4, 3}) {
+    std::string model = text.substr(mark - length, length);
+    if (lf_tableHalfSpan(model)) return model;
+  }
+  return text.substr(mark - 2, 2);
+}
+
+std::string_view lf_modelOfTitle(std::string_view title) {
+  for (const auto& [text, model] : titleModels)
+    if (title.find(text) != std::string_view::npos) return model;
+  return {};
+}
+
+struct UserShape {
+  std::string model;
+  double halfWingSpan = 0; // nautical miles
+};
+
+// The half span of a type, else of the type its title tells, else the largest of the table.
+UserShape lf_userShape(std::string model, std::string_view title) {
+  // A user without a real aircraft.
+  if (model == "camerapod" || model == "Crew Vessel") return {std::move(model), 0};
+  std::optional<double> half = lf_tableHalfSpan(model);
+  if (const std::string_view fromTitle = lf_modelOfTitle(title); !half && !fromTitle.empty()) {
+    model = fromTitle;
+    logLine(fmt::format("SimConnect: User aircraft model deduced from title: {}", model));
+    half = lf_tableHalfSpan(model);
+  }
+  if (!half) {
+    logLine("User aircraft wing span unknown, max is taken instead, please report in my Forum!");
+    half = maxHalfWingspan;
+  }
+  return {std::move(model), *half};
+}
+
+// The simulator's UTC time for RealTraffic, from a known date.
+void lf_takeSimTime(const UserAircraft& user) {
+  if (!rtProfessional || user.zuluYear < 1970 || user.zuluDayOfYear < 1 || user.zuluDayOfYear > 366) return;
+  simEpochSeconds = simEpochSecondsOf(static_cast<std::int32_t>(user.zuluYear),
+                                      static_cast<std::int32_t>(user.zuluDayOfYear), user.zuluTime);
 }
 
 } // namespace
@@ -75,6 +142,26 @@ std::string userModel() {
   return lf_model;
 }
 
+std::optional<double> userHalfWingSpan() {
+  std::lock_guard lock(lf_userLock);
+  return lf_halfWingSpan;
+}
+
+std::uint32_t userCategory() {
+  std::lock_guard lock(lf_userLock);
+  return lf_category;
+}
+
+const UserAircraft& engineUser() {
+  return lf_engineUser;
+}
+
+void userSecondWork() {
+  requestUserPosition();
+  sendUserPosition(userPosition());
+  lf_engineUser = readUserAircraft();
+}
+
 void requestUserOnGround() {
   lf_request(requestIdUserOnGround, definitionIdUserOnGround, SIMCONNECT_PERIOD_SECOND,
              "SimConnect request ac gnd/air fails");
@@ -93,6 +180,7 @@ void requestUserIdentity() {
 }
 
 void requestRange(std::uint32_t radiusMetres) {
+  if (linkFailed) return; // the restart that ends the link is under way
   SimResult result = simFail;
   {
     std::lock_guard lock(batchLock);
@@ -106,7 +194,7 @@ void requestRange(std::uint32_t radiusMetres) {
 
 void onUserTitle(const SIMCONNECT_RECV_SIMOBJECT_DATA* data) {
   const ByteReader block = lf_block(data);
-  const std::string title = block.text(0, block.size);
+  const std::string title = block.utf8Text(0, block.size);
   {
     std::lock_guard lock(lf_userLock);
     if (title == lf_title) return;
@@ -118,21 +206,25 @@ void onUserTitle(const SIMCONNECT_RECV_SIMOBJECT_DATA* data) {
   }
   logLine(fmt::format("SimConnect: User aircraft title: {}", title));
   std::lock_guard lock(windowTextLock);
-  display.simSubText = title.substr(0, titleShown);
+  display.simSubText = utf8Prefix(title, titleShown);
 }
 
 void onUserModel(const SIMCONNECT_RECV_SIMOBJECT_DATA* data) {
   const ByteReader block = lf_block(data);
   if (block.size == 0)
     throw UserErrorException(73, "It looks like you have not selected an aircraft as user vehicle");
-  const std::string model = block.text(0, 32);
-  if (model.empty())
+  const std::string text = block.utf8Text(0, 32);
+  if (text.empty())
     throw UserErrorException(71, "atc_model= in [General] section of your aircraft.cfg is empty or missing");
-  {
-    std::lock_guard lock(lf_userLock);
-    lf_model = model;
-  }
-  logLine(fmt::format("SimConnect: User aircraft model: {}", model));
+  const std::string model = lf_modelBeforeMark(text);
+  UserShape shape = lf_userShape(model, userTitle());
+  const auto category = static_cast<std::uint32_t>(modelCategory(shape.model));
+  logLine(fmt::format("SimConnect: User aircraft model: {}, half wing span: {:.1F} meter, category: {}",
+                      model, shape.halfWingSpan * metresPerNm, category));
+  std::lock_guard lock(lf_userLock);
+  lf_model = std::move(shape.model);
+  lf_halfWingSpan = shape.halfWingSpan;
+  lf_category = category;
 }
 
 void onUserOnGround(const SIMCONNECT_RECV_SIMOBJECT_DATA* data) {
@@ -170,6 +262,7 @@ void onUserPosition(const SIMCONNECT_RECV_SIMOBJECT_DATA* data) {
     lf_lastLat = user.lat;
     lf_lastLon = user.lon;
   }
+  lf_takeSimTime(user);
   writeUserAircraft(user);
   userObjectId = data->dwObjectID;
 }
@@ -183,6 +276,8 @@ void userStateReset() {
   userOnGroundKnown = false;
   addedObjectIds.clear();
   pendingCreates.clear();
+  dropSimulatorBatches();
+  qnhForEngine = standardQnh;
   LATERAL_RANGE.set(LATERAL_RANGE.value);
   setRange(LATERAL_RANGE.value);
   detectedSimVersion = simulatorVersion(SIM_INSTALL_PATH.value);

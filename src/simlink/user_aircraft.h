@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace ory {
@@ -33,7 +34,16 @@ extern std::atomic<std::uint32_t> userObjectId;   // the object id of the user's
 extern std::atomic<bool> userOnGround;            // "SIM ON GROUND" of the user's aircraft
 extern std::atomic<bool> userOnGroundKnown;       // userOnGround holds a report of a known position
 std::string userTitle();                          // "TITLE", empty while unknown
-std::string userModel();                          // "ATC MODEL", empty while unknown
+std::string userModel();                  // the type from "ATC MODEL" (or the title), empty while unknown
+std::optional<double> userHalfWingSpan(); // nautical miles, from the model answer; empty before it
+std::uint32_t userCategory();             // of the user's type, numbered as an aircraft's category
+
+// The engine's copy of the user block, replaced by the raw one once a second (userSecondWork). Only the main
+// loop's thread writes and reads it; after a reset it is zero from the next second on.
+const UserAircraft& engineUser();
+// The engine tick's work once a second: ask for the user's position, tell RealTraffic where the user is
+// ("Qs121"), and take the raw block as the engine's copy.
+void userSecondWork();
 
 // The requests about the user; each takes the batch lock, and a failure counts in reportRequestError.
 void requestUserOnGround(); // 108, every simulator second: it paces the program's slow beat
@@ -47,8 +57,10 @@ void onUserModel(const SIMCONNECT_RECV_SIMOBJECT_DATA* data);
 void onUserOnGround(const SIMCONNECT_RECV_SIMOBJECT_DATA* data);
 void onUserPosition(const SIMCONNECT_RECV_SIMOBJECT_DATA* data);
 
-// The state reset on "FlightLoaded", a new file, and when the simulator thread ends: the user's block here,
-// and whatever the other subsystems registered with onUserStateReset (their queues, tables and park airport).
+// The state reset on "FlightLoaded", a new file, and when the simulator thread ends: the user's block, the
+// batches and commands of objects the simulator took away (nothing is removed), QNH 1013, the range from
+// LATERAL_RANGE, the simulator's version; and whatever the other subsystems registered with onUserStateReset
+// (their queues, tables and park airport).
 void userStateReset();
 void onUserStateReset(void (*reset)());
 

@@ -198,12 +198,5 @@ TEST_F(ParametersTest, storesAndRemovalsWorkOnTheFileAlone) {
   EXPECT_TRUE(lf_namesInFile().empty());
 }
 
-// Versions compare by number, not by text.
-TEST(ParameterValues, versions) {
-  EXPECT_LT(parseVersion("8.8.0"), parseVersion("10.0.0"));
-  EXPECT_EQ(parseVersion("garbage"), Version{});
-  EXPECT_EQ(versionText(parseVersion("1.2")), "1.2.0");
-}
-
 } // namespace
 } // namespace ory

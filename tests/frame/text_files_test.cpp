@@ -1,5 +1,6 @@
 #include "base/log.h"
 #include "base/text_files.h"
+#include "os/utf.h"
 #include "support/scratch.h"
 
 #include <gtest/gtest.h>
@@ -19,8 +20,9 @@ Lines lf_read(const std::filesystem::path& path) {
   return lines;
 }
 
-// "Zürich\r\n✈ 1" in each encoding, written byte by byte, reads as the same UTF-8 lines; a mark of EF BB
-// without BF still loses three bytes; odd bytes of UTF-16 and lone surrogates do not break the read.
+// "Zürich\r\n✈ 1" in each encoding (ANSI has no '✈'), written byte by byte, reads as the same UTF-8 lines; a
+// mark of EF BB without BF still loses three bytes; odd bytes of UTF-16 and lone surrogates do not break the
+// read.
 TEST_F(TextFilesTest, everyEncodingReadsAsUtf8Lines) {
   const Lines zurich = {"Z\xC3\xBCrich", "\xE2\x9C\x88 1"};
   const struct {
@@ -39,6 +41,9 @@ TEST_F(TextFilesTest, everyEncodingReadsAsUtf8Lines) {
       {"\xEF\xBB\xBFZ\xC3\xBCrich\r\n\xE2\x9C\x88 1\n", FileEncoding::utf8WithBom, zurich},
       {"Z\xC3\xBCrich\n\xE2\x9C\x88 1", FileEncoding::plain, zurich},
       {"\xEF\xBBXabc\n", FileEncoding::utf8WithBom, {"abc"}},
+      // Without a mark: ANSI unless the bytes are UTF-8, a literal U+FFFD included.
+      {"Z\xFCrich\r\n\x80 1", FileEncoding::plain, {"Z\xC3\xBCrich", "\xE2\x82\xAC 1"}},
+      {"\xEF\xBF\xBD 1", FileEncoding::plain, {"\xEF\xBF\xBD 1"}},
       {std::string("\xFF\xFE"
                    "A\0\x00\xD8"
                    "B\0C",
@@ -89,6 +94,16 @@ TEST_F(TextFilesTest, writeTextAndSaveXmlReplaceWholeFiles) {
   const std::string log = test::readFile("Log.txt");
   EXPECT_NE(log.find("\"doc.xml\" saved"), std::string::npos);
   EXPECT_NE(log.find("could not save to \"no/such/folder/doc.xml\""), std::string::npos);
+}
+
+// Windows-1252, the ANSI code page outside Windows: every byte comes back as it went, the five bytes it
+// leaves free included; what it lacks is '?'.
+TEST(AnsiCodePage, everyByteRoundTripsAndForeignCharactersBecomeQuestionMarks) {
+  for (int byte = 0; byte < 256; ++byte) {
+    const std::string one(1, static_cast<char>(byte));
+    EXPECT_EQ(utf8ToAnsi(ansiToUtf8(one)), one) << byte;
+  }
+  EXPECT_EQ(utf8ToAnsi("\xC3\xA9 \xE2\x82\xAC \xC5\xB8 \xC5\x84 \xE6\x9D\xB1 \xC3"), "\xE9 \x80 \x9F ? ? ?");
 }
 
 TEST(Slots, readAndWriteTheCommaListOfHalfHours) {

@@ -255,15 +255,24 @@ TEST_F(AircraftCfgTest, theFirstMissingPathIsTheOneReported) {
                           missing("SimObjects/IVAO_MTL/IVAO_B738", "gone.air", 2)));
 }
 
-TEST_F(AircraftCfgTest, simCfgAndUtf16FilesReadLikeAircraftCfg) {
-  test::CfgFile file{
-      .atcModel = "B77W", .sections = {test::section("Caf\xC3\xA9 livery", "AFR", "F-GSQA")}, .utf16 = true};
-  test::writeCfg("SimObjects/wide/SIM.CFG", file);
-  const auto liveries = lf_searchLiveriesinFile(1, "SimObjects/wide/SIM.CFG");
-  ASSERT_EQ(liveries.size(), 1u);
-  EXPECT_EQ(liveries[0].title, "Caf\xC3\xA9 livery");
-  EXPECT_EQ(liveries[0].regcode, "F-GSQA");
-  EXPECT_EQ(liveries[0].type, "B77W");
+// Titles come out in UTF-8 whatever the encoding of the file; a file without a mark that is no UTF-8 is ANSI.
+TEST_F(AircraftCfgTest, simCfgAndFilesOfEveryEncodingGiveUtf8Titles) {
+  const std::string title = "Air France Soci\xC3\xA9t\xC3\xA9 M\xC3\xBCnchen";
+  for (const auto& [name, encoding] : {std::pair{"utf8", test::CfgEncoding::utf8},
+                                       {"utf8Bom", test::CfgEncoding::utf8Bom},
+                                       {"utf16", test::CfgEncoding::utf16},
+                                       {"ansi", test::CfgEncoding::ansi}}) {
+    prepareScan(); // the same title again
+    const fs::path path = fs::path("SimObjects") / name / "SIM.CFG";
+    test::writeCfg(
+        path,
+        {.atcModel = "B77W", .sections = {test::section(title, "AFR", "F-GSQA")}, .encoding = encoding});
+    const auto liveries = lf_searchLiveriesinFile(1, path);
+    ASSERT_EQ(liveries.size(), 1u) << name;
+    EXPECT_EQ(liveries[0].title, title) << name;
+    EXPECT_EQ(liveries[0].regcode, "F-GSQA") << name;
+    EXPECT_EQ(liveries[0].type, "B77W") << name;
+  }
 }
 
 TEST_F(AircraftCfgTest, ivaoFilesTakeTheAirlineFromTheTitleAndTheTypeFromTheFolder) {

@@ -343,10 +343,12 @@ TEST_F(LiveriesScanTest, theStartUpStepNamesWhatTheUserMustMend) {
   EXPECT_EQ(numberOf(), 52);
   test::writeBytes(liveriesScannedFile, "<liveries/>");
   EXPECT_EQ(numberOf(), 53);
-  test::writeBytes(liveriesScannedFile,
-                   R"(<liveries><liv airl="KLM" type="B738" cargo="true" title="t" atcid=""/></liveries>)");
+  // A title of an earlier version, in the bytes of an ANSI aircraft.cfg, is read in UTF-8.
+  test::writeBytes(
+      liveriesScannedFile,
+      "<liveries><liv airl=\"KLM\" type=\"B738\" cargo=\"true\" title=\"t\xE9\" atcid=\"\"/></liveries>");
   EXPECT_EQ(numberOf(), 0);
-  EXPECT_THAT(installed(), ElementsAre("KLM B738 t cargo"));
+  EXPECT_THAT(installed(), ElementsAre("KLM B738 t\xC3\xA9 cargo"));
   test::writeBytes(liveriesScannedFile, "<liveries/>");
   EXPECT_EQ(numberOf(), 0) << "a restart keeps the tables of the first start";
 }
@@ -357,7 +359,7 @@ TEST_F(LiveriesScanTest, aTreeOfOnlyInvalidFilesIsExplainedByItsError) {
   fs::create_directories("AI/TQL_EF2000");
   fs::copy_file(test::realData("aircraft_cfg/TQL_NBAI_Eurofighter_EF2000_Spain_Ala_14.aircraft.cfg"),
                 "AI/TQL_EF2000/aircraft.cfg");
-  lf_package("AI/Odd", "XQZ9", {lf_section("KLM odd", "KLM")});
+  lf_package("AI/Odd", "XQZ9", {test::section("KLM odd", "KLM")});
   test::writeBytes("AI/Empty/aircraft.cfg", "");
   test::writeBytes("ProgramData/Lockheed Martin/Prepar3D v5/simobjects.cfg",
                    "[Entry.0]\nPath=" + pathText(scratch.path() / "AI"));

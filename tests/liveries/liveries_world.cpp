@@ -212,6 +212,28 @@ std::string lf_utf16Bytes(std::string_view text) {
   return bytes;
 }
 
+// Windows-1252 for the text of the tests, which holds no character of its range 0x80 to 0x9F.
+std::string lf_latin1Bytes(std::string_view text) {
+  std::string bytes;
+  for (const char16_t unit : utf8ToUtf16(text))
+    bytes += unit < 0x100 ? static_cast<char>(unit) : '?';
+  return bytes;
+}
+
+std::string lf_encoded(const std::string& text, CfgEncoding encoding) {
+  switch (encoding) {
+  case CfgEncoding::utf8Bom:
+    return "\xEF\xBB\xBF" + text;
+  case CfgEncoding::utf16:
+    return lf_utf16Bytes(text);
+  case CfgEncoding::ansi:
+    return lf_latin1Bytes(text);
+  case CfgEncoding::utf8:
+    break;
+  }
+  return text;
+}
+
 fs::path lf_pathOf(std::string_view utf8) {
   return fs::path(std::u8string(utf8.begin(), utf8.end()));
 }
@@ -284,7 +306,7 @@ CfgSection section(std::string title, std::string codes, std::string atcId) {
 
 void writeCfg(const fs::path& path, const CfgFile& file) {
   const std::string text = lf_cfgText(file);
-  writeBytes(path, file.utf16 ? lf_utf16Bytes(text) : text);
+  writeBytes(path, lf_encoded(text, file.encoding));
   if (!file.makeFolders) return;
   const fs::path folder = path.parent_path();
   for (const CfgSection& section : file.sections) {
@@ -306,7 +328,7 @@ TreeFacts generateSimObjects(const fs::path& root, const TreeShape& shape) {
     const std::string& type = kinds.types[draw(kinds.types.size())];
     CfgFile file;
     file.atcModel = fault == Fault::noAtcModel ? "" : type;
-    file.utf16 = fault == Fault::utf16;
+    file.encoding = fault == Fault::utf16 ? CfgEncoding::utf16 : CfgEncoding::utf8;
     const std::size_t count = 3 + draw(10);
     for (std::size_t s = 0; s < count; ++s) {
       const std::string& airline = kinds.airlines[draw(kinds.airlines.size())];

@@ -61,10 +61,14 @@ struct CfgSection {
   std::string header; // empty: "[fltsim.N]" in order
 };
 
+// How the text of a file is written: UTF-8 with or without its mark, UTF-16 little endian with its mark, or
+// in Windows-1252 (the ANSI code page of western Windows), as editors and add-on makers save it.
+enum class CfgEncoding { utf8, utf8Bom, utf16, ansi };
+
 struct CfgFile {
   std::string atcModel; // empty leaves the line out
   std::vector<CfgSection> sections;
-  bool utf16 = false;
+  CfgEncoding encoding = CfgEncoding::utf8;
   bool makeFolders = true; // the model and texture folders and the .air file of every section
 };
 

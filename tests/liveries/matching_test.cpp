@@ -190,7 +190,7 @@ TEST_F(MatchingTest, aHexidKeepsItsLiveryUntilTheSimulatorRefusesIt) {
   const std::string text = test::logText();
   EXPECT_THAT(text, HasSubstr("          T484001 =2= KLM 737 a\n"));
   EXPECT_THAT(text, HasSubstr("          T484001 =c= KLM 737 a\n"));
-  EXPECT_THAT(text, HasSubstr("T484001 \"KLM 737 a\" could not be created by your Sim!\n"));
+  EXPECT_THAT(text, HasSubstr(" \"KLM 737 a\" could not be created by your Sim!\n"));
 }
 
 TEST_F(MatchingTest, theTwentiethRefusedTitleEndsTheRun) {

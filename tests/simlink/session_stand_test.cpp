@@ -5,6 +5,7 @@
 #include "base/run.h"
 #include "frame/window.h"
 #include "simlink/batches.h"
+#include "simlink/commands.h"
 #include "simlink/session.h"
 #include "simlink/user_aircraft.h"
 #include "stand_in.h"
@@ -143,6 +144,17 @@ TEST_F(SessionStandTest, NewAircraftAreBoundFrozenAndPlacedOnlyByTheProgram) {
   EXPECT_EQ(placed.value("lon", 0.0), 11.7870);
   EXPECT_NEAR(placed.value("alt", 0.0), 1494.3, 0.01);
 
+  // A flaps event hands the object back to the simulator's AI: the release after it takes it again.
+  ParkedAircraft commanded;
+  commanded.objectId = added.objectId;
+  sendFlaps(commanded, 2);
+  sendGear(commanded, false);
+  ASSERT_TRUE(stand.waitForTrace(
+      [](const Json& L) { return lf_object(L, "DLH4AB").value("flaps", 0.0) > 0.6; }, 5000ms));
+  const Json flown = lf_object(lf_lastState(stand), "DLH4AB");
+  EXPECT_TRUE(flown.value("released", false));
+  EXPECT_FALSE(flown.value("gear", true));
+
   // Another client's new aircraft is noted once, and no command follows it.
   ASSERT_TRUE(stand.waitForTrace([](const Json& L) { return L.value("kind", "") == "traffic"; }, 5000ms));
   EXPECT_TRUE(test::eventually(
@@ -161,7 +173,49 @@ TEST_F(SessionStandTest, NewAircraftAreBoundFrozenAndPlacedOnlyByTheProgram) {
   for (const Json& line : stand.trace())
     if (line.value("call", "") == "SimConnect_AIReleaseControl" && line.value("object", 0u) == added.objectId)
       ++releases;
-  EXPECT_EQ(releases, 1u);
+  EXPECT_EQ(releases, 3u) << "at the freeze, and before and after the flaps";
+}
+
+// The simulator knows its titles in its ANSI code page: a title with "é" and "ü" is created, and the user's
+// title comes back in UTF-8.
+TEST_F(SessionStandTest, TitlesWithAccentsCrossInTheSimulatorsCodePage) {
+  const std::string societe = "Air France Soci\xC3\xA9t\xC3\xA9 M\xC3\xBCnchen";
+  Json scenario = Json::parse(lf_parked);
+  scenario["titles"] = Json::array({{{"title", societe}}});
+  scenario["user"]["title"] = "Cessna Skylane R\xC3\xBC"
+                              "ckenwind";
+  test::StandIn stand(scenario.dump());
+  stand.writeSimConnectCfg();
+  thread = std::jthread(simThread);
+  ASSERT_TRUE(test::eventually([] { return simRunning.load(); }, 10000ms));
+  ASSERT_TRUE(test::eventually(
+      [] {
+        requestUserPosition();
+        requestUserIdentity();
+        return userObjectId != 0 && !userTitle().empty();
+      },
+      5000ms));
+  EXPECT_EQ(userTitle(), "Cessna Skylane R\xC3\xBC"
+                         "ckenwind");
+
+  CreateRequest create;
+  create.lat = 48.3550;
+  create.lon = 11.7850;
+  create.onGround = true;
+  create.callsign = "AFR1234";
+  create.liveryTitle = societe;
+  create.hexid = 0x39CEAA;
+  {
+    std::lock_guard lock(batchLock);
+    createBatch = {create};
+  }
+  SimCommand added;
+  ASSERT_TRUE(awaitCommand(commandLiveAdded, 0x39CEAA, added));
+  for (const SimCommand& command : received)
+    EXPECT_NE(command.code, commandNotCreated);
+  thread = {};
+  EXPECT_TRUE(stand.waitForTrace([&](const Json& L) { return L.value("title", "") == societe; }, 1000ms))
+      << "the trace shows the title as the simulator read it";
 }
 
 TEST_F(SessionStandTest, RefusedOpensAreTriedAgainEverySecondUnderOneWaitingLine) {

@@ -7,6 +7,9 @@
 #include "base/log.h"
 #include "base/parameters.h"
 #include "base/run.h"
+#include "feed/qnh_reader.h"
+#include "feed/traffic_link.h"
+#include "liveries/dbase.h"
 #include "simlink/ai_objects.h"
 #include "simlink/batches.h"
 #include "simlink/session.h"
@@ -376,31 +379,142 @@ TEST_F(SessionTest, UserDataPaceTheSecondsAndTellPositionAndJumps) {
   EXPECT_TRUE(test::logHas("Teleport\n")) << "10.1 nautical miles from the last position";
 }
 
+// Once a second the engine asks for the next answer and takes the last one; with the professional licence the
+// answer also gives RealTraffic the simulator's time.
+TEST_F(SessionTest, TheSecondsWorkTakesTheUsersBlockAndItsTime) {
+  connect();
+  simEpochSeconds = 0;
+  dispatch(lf_userPosition(7, 48.3538, 11.7861));
+  EXPECT_EQ(simEpochSeconds, 0) << "the standard licence gets no time";
+  rtProfessional = true;
+  dispatch(lf_userPosition(7, 48.3539, 11.7861));
+  EXPECT_EQ(simEpochSeconds, 1716984000) << "29 May 2024 (day 150), 12:00 UTC";
+  rtProfessional = false;
+
+  userSecondWork();
+  EXPECT_EQ(engineUser().lat, 48.3539);
+  EXPECT_EQ(engineUser().zuluDayOfYear, 150);
+  const Bytes request = peer.readPacket();
+  EXPECT_EQ((std::array{u32At(request, 8), u32At(request, 16), u32At(request, 20), u32At(request, 24)}),
+            (std::array{0xF000000Eu, 109u, 403u, 0u}))
+      << "request, definition, the user";
+  dispatch(lf_userPosition(7, 48.3540, 11.7861));
+  EXPECT_EQ(engineUser().lat, 48.3539) << "the engine's copy changes only at the second";
+  simEpochSeconds = 0;
+}
+
+// A loaded flight took every object away: what waited for them goes, and nothing is removed.
+TEST_F(SessionTest, TheStateResetDropsWhatWaitsForTheSimulatorAndKeepsTheEnginesHalf) {
+  static int registeredResets = 0;
+  static const bool registered = [] {
+    onUserStateReset([] { ++registeredResets; });
+    return true;
+  }();
+  ASSERT_TRUE(registered);
+  const int before = registeredResets;
+  dispatch(lf_userPosition(7, 48.3538, 11.7861));
+  {
+    std::lock_guard lock(batchLock);
+    positionBatch.engineHalf = {{48.1, 11.5, 0, 0, 0, 1500, 0, 0, 9}};
+    positionBatch.simulatorHalf = positionBatch.engineHalf;
+    eventBatch = {{9, eventIdGear, 1}};
+    createBatch = {CreateRequest{}};
+    removeBatch = {9};
+  }
+  pushSimCommand({9, 0, 0, commandInRange, 0, 0});
+  qnhForEngine = 990;
+
+  dispatch(lf_event(4, eventIdFlightLoaded, 0));
+  EXPECT_EQ(registeredResets, before + 1);
+  EXPECT_EQ(readUserAircraft().lat, 0.0);
+  EXPECT_TRUE(commands().empty());
+  EXPECT_EQ(qnhForEngine, 1013);
+  std::lock_guard lock(batchLock);
+  EXPECT_TRUE(positionBatch.simulatorHalf.empty() && eventBatch.empty() && createBatch.empty() &&
+              removeBatch.empty());
+  EXPECT_EQ(positionBatch.engineHalf.size(), 1u) << "the engine's alone";
+  positionBatch.engineHalf.clear();
+}
+
 TEST_F(SessionTest, UserTitleAndModel) {
-  Bytes title;
-  lf_text(title, "Lockheed Martin C-130J Hercules Royal Air Force Paint Scheme 2", 70);
-  dispatch(lf_data(8, requestIdUserTitle, 1, title));
-  dispatch(lf_data(8, requestIdUserTitle, 1, title));
+  const auto title = [&](std::string_view text) {
+    Bytes block;
+    lf_text(block, text, 70);
+    dispatch(lf_data(8, requestIdUserTitle, 1, block));
+  };
+  title("Lockheed Martin C-130J Hercules Royal Air Force Paint Scheme 2");
+  title("Lockheed Martin C-130J Hercules Royal Air Force Paint Scheme 2");
   const std::string text = test::logText();
   const std::string line = "SimConnect: User aircraft title: Lockheed Martin C-130J Hercules Royal Air Force";
   EXPECT_NE(text.find(line), std::string::npos);
   EXPECT_EQ(text.find(line), text.rfind(line)) << "an unchanged title is not logged again";
   EXPECT_EQ(userTitle(), "Lockheed Martin C-130J Hercules Royal Air Force Paint Scheme 2");
+  title("Lockheed Martin C-130J Hercules Arm\xE9"
+        "e de l'Air et de l'Espace"); // as the simulator sends it
+  {
+    std::lock_guard lock(windowTextLock);
+    EXPECT_EQ(display.simSubText, "Lockheed Martin C-130J Hercules Arm\xC3\xA9"
+                                  "e de l'Air e")
+        << "48 characters";
+  }
 
-  Bytes model;
-  lf_text(model, "C130", 32);
-  dispatch(lf_data(8, requestIdUserModel, 1, model));
-  EXPECT_EQ(userModel(), "C130");
+  // The type table of the database: half spans in nautical miles.
+  wingspanTable = {{"B738", 17.9 / 1852}, {"A320", 17.05 / 1852}, {"F16", 4.9 / 1852}, {"B77", 0.0}};
+  maxHalfWingspan = 39.9 / 1852;
+  largeTypes = {"B738", "A320"};
+  highPerfTypes = {"F16"};
+  struct Row {
+    const char* title;
+    const char* atcModel;
+    const char* model; // as the program keeps it
+    const char* line;  // what the log tells, the lines before the model's own included
+  };
+  const Row rows[] = {
+      {"", "B738", "B738",
+       "SimConnect: User aircraft model: B738, half wing span: 17.9 meter, category: 2\n"},
+      // ".0.text": the 4 characters before it, else 3, else 2.
+      {"", "PMDGB738.0.text", "B738", "model: B738, half wing span: 17.9 meter, category: 2\n"},
+      {"", "JetF16.0.text", "F16", "model: F16, half wing span: 4.9 meter, category: 4\n"},
+      {"", "AB9Z12.0.text", "12",
+       "User aircraft wing span unknown, max is taken instead, please report in my Forum!\n"
+       "SimConnect: User aircraft model: 12, half wing span: 39.9 meter, category: 0\n"},
+      // Unknown or 0 in the table: the title may tell the type.
+      {"Aerosoft A320 Lufthansa D-AIPX", "B77", "A320",
+       "SimConnect: User aircraft model deduced from title: A320\n"
+       "SimConnect: User aircraft model: B77, half wing span: 17.1 meter, category: 2\n"},
+      {"Aerosoft A321 Lufthansa", "XX", "A321",
+       "deduced from title: A321\nUser aircraft wing span unknown, max is taken instead, please report in my "
+       "Forum!\nSimConnect: User aircraft model: XX, half wing span: 39.9 meter, category: 0\n"},
+      // A user without a real aircraft.
+      {"", "camerapod", "camerapod", "model: camerapod, half wing span: 0.0 meter, category: 0\n"},
+  };
+  for (const Row& row : rows) {
+    title(row.title);
+    Bytes model;
+    lf_text(model, row.atcModel, 32);
+    dispatch(lf_data(8, requestIdUserModel, 1, model));
+    EXPECT_EQ(userModel(), row.model) << row.atcModel;
+    EXPECT_TRUE(test::logHas(row.line)) << row.atcModel;
+  }
+  EXPECT_EQ(userHalfWingSpan(), 0.0) << "known, and 0";
+
   const auto modelError = [&](const Bytes& block) {
     try {
       dispatch(lf_data(8, requestIdUserModel, 1, block));
     } catch (const UserErrorException& e) {
-      return e.number;
+      return std::string(e.what());
+    } catch (const std::out_of_range&) {
+      return std::string("out of range");
     }
-    return 0;
+    return std::string("accepted");
   };
-  EXPECT_EQ(modelError(Bytes(32, 0)), 71);
-  EXPECT_EQ(modelError({}), 73);
+  EXPECT_EQ(modelError(Bytes(32, 0)),
+            "71: atc_model= in [General] section of your aircraft.cfg is empty or missing");
+  EXPECT_EQ(modelError({}), "73: It looks like you have not selected an aircraft as user vehicle");
+  Bytes shortBeforeMark;
+  lf_text(shortBeforeMark, "F16.0.text", 32);
+  EXPECT_EQ(modelError(shortBeforeMark), "out of range") << "3 characters before the mark";
+  clearDbase();
 }
 
 TEST_F(SessionTest, BatchesGoOutAtTheFrameAndLeaveEmpty) {

@@ -105,6 +105,13 @@ void writeAirportsXml(const PreparedData& data, const std::filesystem::path& fil
 void writeAigRegcodesXml(const PreparedData& data, const std::filesystem::path& file);
 void writeVersionJson(int major, int minor, int patch, const std::filesystem::path& file);
 
+// archive.zip of the airports that rules/archive.txt names, from the bgl files in bglFolder, with its two
+// documents P3D_archive.txt and P3D_archive.csv in docs.
+void writeArchive(const std::filesystem::path& bglFolder, const std::filesystem::path& rules,
+                  const std::filesystem::path& zip, const std::filesystem::path& docs);
+// A program installer zip: the installer file as its first and only entry.
+void writeInstallerZip(const std::filesystem::path& installer, const std::filesystem::path& zip);
+
 // The plain text of a dbase.xml, section by section.
 std::string showDbase(const std::filesystem::path& file);
 

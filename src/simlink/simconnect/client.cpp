@@ -1,4 +1,5 @@
 #include "base/log.h"
+#include "os/utf.h"
 #include "simlink/simconnect/config.h"
 #include "simlink/simconnect/simconnect.h"
 #include "simlink/simconnect/transport.h"
@@ -105,10 +106,15 @@ private:
   SimConnectClient& sim;
 };
 
+// Text is UTF-8 in the program and in the simulator's ANSI code page on the wire.
+void lf_text(ByteWriter& w, std::string_view utf8, std::size_t field) {
+  w.text(utf8ToAnsi(utf8), field);
+}
+
 bool lf_sendOpen(SimConnectClient& sim, std::string_view name, const OpenVersion& version) {
   sim.protocol = version.protocol;
   return lf_call(&sim, SimCall::open, [&](ByteWriter& w) {
-           w.text(name, nameField);
+           lf_text(w, name, nameField);
            w.u32(0);
            const unsigned char tag[4] = {0, 'X', 'S', 'F'}; // "FSX" reversed, as FSX clients send it
            w.raw(tag, sizeof(tag));
@@ -303,7 +309,7 @@ SimResult SimConnect_MapClientEventToSimEvent(SimConnectHandle sim, SIMCONNECT_C
                                               std::string_view eventName) {
   return lf_call(sim, SimCall::mapClientEventToSimEvent, [&](ByteWriter& w) {
     w.u32(eventId);
-    w.text(eventName, nameField);
+    lf_text(w, eventName, nameField);
   });
 }
 
@@ -342,7 +348,7 @@ SimResult SimConnect_SubscribeToSystemEvent(SimConnectHandle sim, SIMCONNECT_CLI
                                             std::string_view systemEventName) {
   return lf_call(sim, SimCall::subscribeToSystemEvent, [&](ByteWriter& w) {
     w.u32(eventId);
-    w.text(systemEventName, nameField);
+    lf_text(w, systemEventName, nameField);
   });
 }
 
@@ -356,8 +362,8 @@ SimResult SimConnect_AddToDataDefinition(SimConnectHandle sim, SIMCONNECT_DATA_D
                                          std::uint32_t datumId) {
   return lf_call(sim, SimCall::addToDataDefinition, [&](ByteWriter& w) {
     w.u32(defineId);
-    w.text(datumName, nameField);
-    w.text(unitsName, nameField);
+    lf_text(w, datumName, nameField);
+    lf_text(w, unitsName, nameField);
     w.u32(datumType);
     w.f32(epsilon);
     w.u32(datumId);
@@ -412,8 +418,8 @@ SimResult SimConnect_AICreateNonATCAircraft(SimConnectHandle sim, std::string_vi
                                             const SIMCONNECT_DATA_INITPOSITION& initPosition,
                                             SIMCONNECT_DATA_REQUEST_ID requestId) {
   return lf_call(sim, SimCall::aiCreateNonAtcAircraft, [&](ByteWriter& w) {
-    w.text(containerTitle, nameField);
-    w.text(tailNumber, tailNumberField);
+    lf_text(w, containerTitle, nameField);
+    lf_text(w, tailNumber, tailNumberField);
     w.raw(&initPosition, sizeof(initPosition));
     w.u32(requestId);
   });
@@ -440,7 +446,7 @@ SimResult SimConnect_AISetAircraftFlightPlan(SimConnectHandle sim, SIMCONNECT_OB
                                              SIMCONNECT_DATA_REQUEST_ID requestId) {
   return lf_call(sim, SimCall::aiSetAircraftFlightPlan, [&](ByteWriter& w) {
     w.u32(objectId);
-    w.text(flightPlanPath, pathField);
+    lf_text(w, flightPlanPath, pathField);
     w.u32(requestId);
   });
 }

@@ -10,6 +10,10 @@
 // client checks that, so a dispatch function may read every field of the record type that its dwID names.
 // Data blocks (SIMOBJECT_DATA) are as long as dwSize tells; their reader checks their length.
 //
+// Text goes in and out as UTF-8: the client carries it in the system's ANSI code page, in which the simulator
+// reads its own files (a title the simulator knows arrives as it wrote it). Text fields of records are read
+// with ByteReader::utf8Text.
+//
 // The calls may be made from several threads; CallDispatch from one at a time. Calls made inside the dispatch
 // function on the dispatching thread are sent together when CallDispatch returns, all others at once.
 

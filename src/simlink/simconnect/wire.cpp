@@ -1,5 +1,6 @@
 #include "simlink/simconnect/wire.h"
 
+#include "os/utf.h"
 #include "simlink/simconnect/simconnect.h"
 
 #include <fmt/format.h>
@@ -99,6 +100,10 @@ std::string ByteReader::text(std::size_t at, std::size_t field) const {
   const auto* first = reinterpret_cast<const char*>(data + at);
   const std::size_t room = std::min(field, size - at);
   return std::string(first, strnlen(first, room));
+}
+
+std::string ByteReader::utf8Text(std::size_t at, std::size_t field) const {
+  return ansiToUtf8(text(at, field));
 }
 
 void appendBytes(RecordStream& stream, const void* data, std::size_t size) {

@@ -72,7 +72,8 @@ struct ByteReader {
   std::int64_t i64(std::size_t at) const;
   float f32(std::size_t at) const;
   double f64(std::size_t at) const;
-  std::string text(std::size_t at, std::size_t field) const; // up to the first NUL within the field
+  std::string text(std::size_t at, std::size_t field) const;     // up to the first NUL within the field
+  std::string utf8Text(std::size_t at, std::size_t field) const; // text in the ANSI code page, as UTF-8
 };
 
 // Reassembly of size-prefixed records from a byte stream: TCP and pipes deliver them split or run together.
