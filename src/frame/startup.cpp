@@ -110,11 +110,13 @@ void lf_initialise() {
   updateNowSlot();
   checkDataAtStart(updateServer);
   lf_readAircraftDataOnce();
+  const std::string checkedBefore = DATA_CHECKED_AT_DATE.value;
   checkDataOfTheDay(updateServer);
   display.archiveWeek = versionOrZero(ARCHIVE_VERSION.value).major;
   if (SIM_INSTALL_PATH.value.empty()) lf_detectSimulatorInRegistry();
   detectRealTraffic();
   enableRemainingControls();
+  if (DATA_CHECKED_AT_DATE.value == checkedBefore) enableControl(checkVersionButton, true);
   MAX_FIT_FL.value = maxFitHours(MAX_FIT.value);
   showFloat(MAX_FIT_FL);
   readAirports();

@@ -7,6 +7,8 @@
 #include "frame/main_loop.h"
 #include "os/utf.h"
 #include "parking/stands.h"
+#include "updates/download.h"
+#include "updates/updates.h"
 
 #include <fmt/format.h>
 
@@ -131,7 +133,8 @@ Control* const remainingControls[] = {&SCAN_LIVERIES, &LIG_AUTOMATIC, &LIG_PRIOR
                                       &SCAN_AIRPORTS, &AFG_AUTOMATIC, &MATCHING_DEPTH,    &PARK_FAKE,
                                       &WEEK,          &PARK_SOFT,     &INITIAL_LOAD_ONLY, &MAX_FIT_FL};
 // Enabled by the work they belong to: the range box by AUTO_RANGE, "Unblock" by a blocked callsign,
-// "Re-read" once the simulator is there, "Flush static" and the percentage by an open parking session.
+// "Re-read" once the simulator is there, "Flush static" and the percentage by an open parking session, "Check
+// version" when the start-up didn't check the day's versions itself.
 Control* const laterControls[] = {&LATERAL_RANGE,     &unblockButton,      &reReadButton,
                                   &flushStaticButton, &checkVersionButton, &parking_percentage};
 
@@ -170,12 +173,25 @@ void lf_unblock() {
   blockPending = true;
 }
 
+// The server may take its time: the check runs off the message thread, and the button stays disabled for
+// the run.
+void lf_checkVersion() {
+  try {
+    checkVersionNow(updateServer);
+  } catch (const std::exception& e) {
+    showMessage(fmt::format("Check version failed: {}", e.what()), true);
+  }
+}
+
 void lf_pressButton(std::uint16_t controlId) {
   if (controlId == unblockButton.controlId) {
     if (BLOCK_CALLSIGN.value.empty())
       showMessage("Nothing to block or unblock...", false);
     else
       lf_unblock();
+  } else if (controlId == checkVersionButton.controlId) {
+    enableControl(checkVersionButton, false);
+    startCountedThread(lf_checkVersion);
   } else if (controlId == reReadButton.controlId) {
     reReadPending = true;
     enableControl(reReadButton, false);
