@@ -10,20 +10,11 @@
 #include "support/scratch.h"
 
 #include <gtest/gtest.h>
-#include <pugixml.hpp>
 
 #include <optional>
 
 namespace ory {
 namespace {
-
-std::string lf_valueInFile(std::string_view name) {
-  pugi::xml_document document;
-  document.load_file(parametersPath().c_str());
-  for (pugi::xml_node node : document.child("parameters").children("parameter"))
-    if (node.attribute("name").as_string() == name) return node.attribute("value").as_string();
-  return "<absent>";
-}
 
 std::string lf_line() {
   std::lock_guard lock(windowTextLock);
@@ -103,7 +94,7 @@ TEST_F(WindowCommandsTest, aSessionOfClicksAndTypedValuesShowsAndStoresWhatTheUs
     else
       onCommand(step.control);
     EXPECT_EQ(lf_line(), step.line);
-    EXPECT_EQ(lf_valueInFile(step.name), step.inFile);
+    EXPECT_EQ(test::parameterInFile(step.name), step.inFile);
   }
   EXPECT_TRUE(test::logHas("Same MAX_LIVE value 300, no changes made\n"));
   EXPECT_TRUE(test::logHas("live aircraft with callsign \"KLM1234\" will be blocked\n"));
@@ -116,7 +107,7 @@ TEST_F(WindowCommandsTest, aSessionOfClicksAndTypedValuesShowsAndStoresWhatTheUs
   showError("151: No P3D install path detected");
   onCommand(COLLISION_USER_GND.controlId);
   EXPECT_EQ(lf_line(), "151: No P3D install path detected") << "a message doesn't cover a standing error";
-  EXPECT_EQ(lf_valueInFile("COLLISION_USER_GND"), "false") << "though the change is stored";
+  EXPECT_EQ(test::parameterInFile("COLLISION_USER_GND"), "false") << "though the change is stored";
 }
 
 // MATCHING_DEPTH raised asks for the no-match list to be emptied; lowered it doesn't.
