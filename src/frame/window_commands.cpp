@@ -42,11 +42,6 @@ void lf_parkingOption(bool) {
   parkingChanged();
 }
 
-void lf_initialLoadOnly(bool on) {
-  lf_noteWhileParking(on);
-  repaintWindow();
-}
-
 void lf_topmost(bool on) {
   setTopmost(on);
 }
@@ -69,8 +64,7 @@ void lf_autoRange(bool on) {
 const CheckRow checkRows[] = {
     {&SCAN_LIVERIES,
      "Your liveries will be scanned at the next start of {}, recommended after you have add/removed AI "
-     "aircraft "
-     "models/liveries",
+     "aircraft models/liveries",
      "", true, lf_nothing},
     {&SCAN_AIRPORTS,
      "Your airports will be scanned at the next start of {}, recommended after you have add/removed airports",
@@ -86,7 +80,7 @@ const CheckRow checkRows[] = {
     {&WEEK, "", "", false, lf_parkingOption},
     {&INITIAL_LOAD_ONLY,
      "Initial Load Only: static parked aircraft are generated once, no renewal every 20 minutes", "", true,
-     lf_initialLoadOnly},
+     lf_noteWhileParking},
     {&COLLISION_LIVE_PARKED_GND, "",
      "Be aware, no collision avoidance with live aircraft vs parked static on the ground", false, lf_nothing},
     {&COLLISION_USER_GND, "", "Be aware, no collision avoidance with user aircraft on the ground", false,
