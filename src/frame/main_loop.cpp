@@ -4,6 +4,7 @@
 #include "base/parameters.h"
 #include "base/run.h"
 #include "engine/engine.h"
+#include "engine/tables.h"
 #include "feed/feed.h"
 #include "feed/inbox.h"
 #include "feed/traffic_link.h"
@@ -39,6 +40,13 @@ void lf_serveReRead() {
   if (reReadPending.exchange(false)) enableControl(reReadButton, true);
 }
 
+// The counts of the window's status band, from the tables this thread owns.
+void lf_updateWindowStatistics() {
+  display.liveCount = static_cast<std::int32_t>(liveAircraft.size());
+  display.parkedCount = static_cast<std::int32_t>(parkedAircraft.size());
+  repaintWindow();
+}
+
 void lf_pausedPass() {
   if (!flightPaused) {
     // Traffic that arrives during the pause is dropped by the reader.
@@ -58,6 +66,7 @@ void lf_pausedPass() {
   lf_serveReRead();
   // Also how a RealTraffic lost during the pause is noticed.
   sendUserPosition(userPosition());
+  lf_updateWindowStatistics();
   updateNowSlot();
   pauseCountdown = 100;
 }
@@ -105,6 +114,7 @@ void lf_secondPass() {
   sendUserPosition(userPosition());
   ++messageClock;
   ageMessage();
+  lf_updateWindowStatistics();
   updateNowSlot();
   lf_applyLiveLimit();
   serveNewLiveHexid();
