@@ -148,7 +148,7 @@ const Place lf_places[] = {
     {&PARK_SOFT, Kind::check, 151, 12, L""},
     {&parking_percentage, Kind::edit, 217, 34, L""},
     {&INITIAL_LOAD_ONLY, Kind::check, 323, 12, L""},
-    {&MAX_FIT_FL, Kind::edit, 460, 30, L""}, // 24 in the first layout cut "24.0"
+    {&MAX_FIT_FL, Kind::edit, 460, 30, L""}, // at 24 pixels "24.0" was cut
     {&flushStaticButton, Kind::button, 642, 90, L"Flush static"},
     {&reReadButton, Kind::button, 758, 90, L"Re-read"},
 };
