@@ -62,6 +62,7 @@ void resetDisplay() {
   display.minutesToRenewal = 0;
   display.liveCount = 0;
   display.parkedCount = 0;
+  display.parkedLiveCount = 0;
   display.standCount = 0;
   display.updateCount = 0;
   display.fitAverage = -1.0f;

@@ -33,7 +33,8 @@ struct DisplayState {
   std::atomic<std::int32_t> thirdpartyAirportCount{-1};
   std::atomic<std::int32_t> tbloAirportCount{0};
   std::atomic<std::int32_t> liveCount{0};
-  std::atomic<std::int32_t> parkedCount{0};
+  std::atomic<std::int32_t> parkedCount{0};     // static parked aircraft
+  std::atomic<std::int32_t> parkedLiveCount{0}; // live aircraft standing on a stand
   std::atomic<std::int32_t> standCount{0};
   std::atomic<std::int32_t> updateCount{0};
   std::atomic<std::int32_t> archiveWeek{0};

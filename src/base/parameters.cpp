@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <mutex>
 #include <vector>
 
 namespace ory {
@@ -160,7 +161,11 @@ bool lf_save(const pugi::xml_document& document) {
   return false;
 }
 
+// The window's thread and the start-up thread both store; each store is a whole load and save of the file.
+std::mutex lf_fileLock;
+
 void lf_store(std::string_view name, std::string_view value) {
+  std::lock_guard lock(lf_fileLock);
   pugi::xml_document document;
   document.load_file(parametersPath().c_str());
   lf_setValue(lf_findOrAdd(document, name), value);
@@ -383,6 +388,7 @@ void storeText(const TextParameter& parameter) {
 }
 
 void removeParameter(std::string_view name) {
+  std::lock_guard lock(lf_fileLock);
   pugi::xml_document document;
   if (!document.load_file(parametersPath().c_str())) return;
   pugi::xml_node node = lf_find(document, name);

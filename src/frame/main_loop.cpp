@@ -4,6 +4,7 @@
 #include "base/parameters.h"
 #include "base/run.h"
 #include "engine/engine.h"
+#include "engine/tables.h"
 #include "feed/feed.h"
 #include "feed/inbox.h"
 #include "feed/traffic_link.h"
@@ -34,6 +35,15 @@ bool lf_aMarkIsStale() {
   return display.trafficMark == FeedMark::stale || display.weatherMark == FeedMark::stale;
 }
 
+// "Re-read": the park airports are read again here once this program loads them; the button comes back when
+// the work is done.
+// The counts of the window's status band, from the tables this thread owns.
+void lf_updateWindowStatistics() {
+  display.liveCount = static_cast<std::int32_t>(liveAircraft.size());
+  display.parkedCount = static_cast<std::int32_t>(parkedAircraft.size());
+  repaintWindow();
+}
+
 void lf_pausedPass() {
   if (!flightPaused) {
     // Traffic that arrives during the pause is dropped by the reader.
@@ -50,9 +60,10 @@ void lf_pausedPass() {
   }
   workOffSimCommands();
   if (--pauseCountdown > 0) return;
+  serveReRead();
   // Also how a RealTraffic lost during the pause is noticed.
   sendUserPosition(userPosition());
-  serveReRead();
+  lf_updateWindowStatistics();
   updateNowSlot();
   pauseCountdown = 100;
 }
@@ -100,6 +111,7 @@ void lf_secondPass() {
   }
   ++messageClock;
   ageMessage();
+  lf_updateWindowStatistics();
   updateNowSlot();
   lf_applyLiveLimit();
   serveNewLiveHexid();

@@ -14,6 +14,7 @@
 #include "feed/traffic_link.h"
 #include "frame/main_loop.h"
 #include "frame/window.h"
+#include "frame/window_commands.h"
 #include "liveries/dbase.h"
 #include "liveries/fixes.h"
 #include "liveries/liveries_scan.h"
@@ -104,15 +105,19 @@ void lf_initialise() {
   lf_makeDataTree();
   loadParameters();
   if (MAX_LIVE.value == MAX_LIVE.defaultValue) clearEdit(MAX_LIVE);
+  enableStartUpControls();
   PROGRAM_INSTALL_PATH.value = fs::current_path().string();
   storeText(PROGRAM_INSTALL_PATH);
   updateNowSlot();
   checkDataAtStart(updateServer);
   lf_readAircraftDataOnce();
+  const std::string checkedBefore = DATA_CHECKED_AT_DATE.value;
   checkDataOfTheDay(updateServer);
   display.archiveWeek = versionOrZero(ARCHIVE_VERSION.value).major;
   if (SIM_INSTALL_PATH.value.empty()) lf_detectSimulatorInRegistry();
   detectRealTraffic();
+  enableRemainingControls();
+  if (DATA_CHECKED_AT_DATE.value == checkedBefore) enableControl(checkVersionButton, true);
   MAX_FIT_FL.value = maxFitHours(MAX_FIT.value);
   showFloat(MAX_FIT_FL);
   readAirports();
@@ -121,6 +126,7 @@ void lf_initialise() {
 
 void lf_startUpTrovalyn() {
   try {
+    disableAllControls();
     lf_requireProgramFolder();
     lf_initialise();
     lf_logSinceLastRun();

@@ -7,14 +7,16 @@
 #include "base/run.h"
 #include "base/version.h"
 #include "frame/window.h"
+#include "frame/window_commands.h"
 #include "os/utf.h"
+#include "parking/stands.h"
 
 #include <windows.h>
 
 #include <fmt/format.h>
 
+#include <atomic>
 #include <functional>
-#include <optional>
 
 namespace ory {
 
@@ -101,6 +103,63 @@ const Label lf_labels[] = {
     {"Max fit:", 400, 343, lf_blackText},
 };
 
+// The controls: check boxes 12 by 12 at their y plus 2, buttons 20 high, edit boxes 16 high; all disabled
+// until the start-up enables them.
+enum class Kind { check, button, edit };
+struct Place {
+  Control* control;
+  Kind kind;
+  int x;               // pixels from the window's left
+  int width;           // pixels; check boxes are 12
+  const wchar_t* text; // a button's text
+};
+
+const Place lf_places[] = {
+    {&SIM_INSTALL_PATH, Kind::edit, 126, 1200, L""},
+    {&SCAN_LIVERIES, Kind::check, 5, 12, L""},
+    {&LIG_AUTOMATIC, Kind::check, 217, 12, L""},
+    {&LIG_PRIORITIZE, Kind::check, 323, 12, L""},
+    {&SUPPRESS_STUB, Kind::check, 430, 12, L""},
+    {&LOG, Kind::check, 652, 12, L""},
+    {&ALWAYS_ON_TOP, Kind::check, 748, 12, L""},
+    {&SCAN_AIRPORTS, Kind::check, 5, 12, L""},
+    {&AFG_AUTOMATIC, Kind::check, 217, 12, L""},
+    {&NAV_LIGHTS_WHILE_PARKED, Kind::check, 652, 12, L""},
+    {&LEARN_SOFT, Kind::check, 748, 12, L""},
+    {&MATCHING_DEPTH, Kind::edit, 217, 24, L""},
+    {&LIGHT_AIRCRAFT, Kind::check, 323, 12, L""},
+    {&HELICOPTERS, Kind::check, 430, 12, L""},
+    {&HIGH_PERF_AIRCRAFT, Kind::check, 536, 12, L""},
+    {&AEROWINX, Kind::check, 652, 12, L""},
+    {&GUID_CHANGES, Kind::check, 748, 12, L""},
+    {&LATERAL_RANGE, Kind::edit, 217, 34, L""},
+    {&AUTO_RANGE, Kind::check, 323, 12, L""},
+    {&MAX_LIVE, Kind::edit, 576, 34, L""},
+    {&checkVersionButton, Kind::button, 692, 120, L"Check version"},
+    {&COLLISION_USER_GND, Kind::check, 217, 12, L""},
+    {&COLLISION_USER_AIR, Kind::check, 323, 12, L""},
+    {&COLLISION_LIVE_PARKED_GND, Kind::check, 430, 12, L""},
+    {&BLOCK_CALLSIGN, Kind::edit, 217, 100, L""},
+    {&unblockButton, Kind::button, 323, 70, L"Unblock"},
+    {&AIRPORT_RANGE, Kind::edit, 343, 34, L""},
+    {&AIRPORT_HEIGHT, Kind::edit, 586, 50, L""},
+    {&PARK_FAKE, Kind::check, 5, 12, L""},
+    {&WEEK, Kind::check, 71, 12, L""},
+    {&PARK_SOFT, Kind::check, 151, 12, L""},
+    {&parking_percentage, Kind::edit, 217, 34, L""},
+    {&INITIAL_LOAD_ONLY, Kind::check, 323, 12, L""},
+    {&MAX_FIT_FL, Kind::edit, 460, 30, L""}, // at 24 pixels "24.0" was cut
+    {&flushStaticButton, Kind::button, 642, 90, L"Flush static"},
+    {&reReadButton, Kind::button, 758, 90, L"Re-read"},
+};
+
+// The message line is a static control, so that its text can be read back (screen readers, tests).
+constexpr std::uint16_t lf_messageLineId = 32900;
+constexpr unsigned lf_messageChanged = 0x8003; // posted by other threads: the line's text changed
+HWND lf_messageLine = nullptr;
+std::atomic<bool> lf_errorShown{false};
+DWORD lf_windowThread = 0;
+
 void lf_fill(HDC dc, const RECT& band, COLORREF colour) {
   HBRUSH brush = CreateSolidBrush(colour);
   FillRect(dc, &band, brush);
@@ -171,23 +230,26 @@ void lf_paintParameters(HDC dc) {
   lf_text(dc, 323, 175, lf_yellow, fmt::format("{} airport{} in TBLO folder", tblo, tblo == 1 ? "" : "s"));
   const std::string stand = lf_guarded(display.standText);
   lf_text(dc, 5, 315, stand.empty() ? lf_red : lf_yellow, "Airport parking:");
+  if (parkingSessionOpen && !INITIAL_LOAD_ONLY.value && display.minutesToRenewal > 0)
+    lf_text(dc, 111, 315, lf_yellow, fmt::format("(in {} min)", display.minutesToRenewal.load()));
 }
 
+// The park airport's two lines, once one is chosen.
 void lf_paintParking(HDC dc) {
   const std::string stand = lf_guarded(display.standText);
-  if (!stand.empty()) lf_text(dc, 5, 371, lf_lime, stand);
+  if (stand.empty()) return;
+  lf_text(dc, 5, 371, lf_lime, stand);
+  lf_text(dc, 748, 371, lf_lime, fmt::format("# updates: {:4}", display.updateCount.load()));
+  lf_text(dc, 5, 399, lf_lime, fmt::format("# stands: {:3}", display.standCount.load()));
+  lf_text(dc, 111, 399, lf_lime, fmt::format("parked live: {:3}", display.parkedLiveCount.load()));
+  const float fit = display.fitAverage;
+  lf_text(dc, 249, 399, lf_lime,
+          fit < 0 ? std::string("average fit: -") : fmt::format("average fit: {:.1F}", fit));
+  lf_text(dc, 430, 399, lf_lime, fmt::format("parked static: {:3}", display.parkedCount.load()));
 }
 
-void lf_paintMessage(HDC dc) {
-  std::string error;
-  std::string message;
-  {
-    std::lock_guard lock(windowTextLock);
-    error = display.errorText;
-    message = display.messageText;
-  }
-  lf_fill(dc, lf_messageBand, error.empty() ? lf_lime : lf_red);
-  lf_text(dc, 3, 427, lf_yellow, error.empty() ? message : error);
+void lf_paintMessageBand(HDC dc) {
+  lf_fill(dc, lf_messageBand, lf_errorShown ? lf_red : lf_lime);
 }
 
 void lf_paint(HWND window) {
@@ -206,8 +268,90 @@ void lf_paint(HWND window) {
   lf_paintStatus(dc);
   lf_paintParameters(dc);
   lf_paintParking(dc);
-  lf_paintMessage(dc);
+  lf_paintMessageBand(dc);
   EndPaint(window, &paint);
+}
+
+// The line shows the error while one stands, else the message; on the message thread only.
+void lf_showMessageLine() {
+  std::string text;
+  {
+    std::lock_guard lock(windowTextLock);
+    text = display.errorText.empty() ? display.messageText : display.errorText;
+  }
+  SetWindowTextW(lf_messageLine, utf8ToWide(text).c_str());
+  InvalidateRect(lf_window, &lf_messageBand, FALSE);
+}
+
+std::string lf_boxText(HWND box) {
+  wchar_t text[512] = {};
+  GetWindowTextW(box, text, 512);
+  return wideToUtf8(text);
+}
+
+const Place* lf_placeOf(std::uint16_t controlId) {
+  for (const Place& place : lf_places)
+    if (place.control->controlId == controlId) return &place;
+  return nullptr;
+}
+
+// A command must not end the program from inside a Win32 callback: what it throws is logged.
+template <typename Work>
+void lf_guardedCommand(std::string_view where, Work work) {
+  try {
+    work();
+  } catch (const std::exception& e) {
+    logLine(fmt::format("{} exception {}", where, e.what()));
+  }
+}
+
+// Each edit box catches Enter and passes all else to the procedure it had.
+LRESULT CALLBACK lf_editProcedure(HWND box, UINT message, WPARAM w, LPARAM l) {
+  const auto controlId = static_cast<std::uint16_t>(GetDlgCtrlID(box));
+  const Place* place = lf_placeOf(controlId);
+  if (message == WM_CHAR && w == VK_RETURN) {
+    lf_guardedCommand("onEditEnter", [&] { onEditEnter(controlId, lf_boxText(box)); });
+    return 0;
+  }
+  return CallWindowProcW(reinterpret_cast<WNDPROC>(place->control->editProcedure), box, message, w, l);
+}
+
+void lf_createControls(HWND window) {
+  auto* instance = reinterpret_cast<HINSTANCE>(GetWindowLongPtrW(window, GWLP_HINSTANCE));
+  const auto font = reinterpret_cast<WPARAM>(GetStockObject(DEFAULT_GUI_FONT));
+  for (const Place& place : lf_places) {
+    Control& control = *place.control;
+    const bool edit = place.kind == Kind::edit;
+    const DWORD style = edit ? 0x50800080 : place.kind == Kind::button ? 0x50000001 : 0x50000002;
+    const int top = place.kind == Kind::check ? control.y + 2 : control.y;
+    const int height = edit ? 16 : place.kind == Kind::button ? 20 : 12;
+    HWND handle = CreateWindowExW(
+        0, edit ? L"Edit" : L"button", place.text, style | WS_DISABLED, place.x, top, place.width, height,
+        window, reinterpret_cast<HMENU>(static_cast<UINT_PTR>(control.controlId)), instance, nullptr);
+    control.handle = handle;
+    SendMessageW(handle, WM_SETFONT, font, FALSE);
+    if (edit)
+      control.editProcedure = reinterpret_cast<void*>(
+          SetWindowLongPtrW(handle, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(lf_editProcedure)));
+  }
+  lf_messageLine = CreateWindowExW(
+      0, L"Static", L"", WS_CHILD | WS_VISIBLE | SS_LEFT | SS_NOPREFIX | SS_ENDELLIPSIS, 3, 427, 874, 16,
+      window, reinterpret_cast<HMENU>(static_cast<UINT_PTR>(lf_messageLineId)), instance, nullptr);
+  SendMessageW(lf_messageLine, WM_SETFONT, font, FALSE);
+  showControlValues();
+}
+
+// Controls stand on the light blue of the parameter band; the message line on its lime or red.
+LRESULT lf_controlColours(HDC dc, HWND control) {
+  COLORREF ground = lf_lightBlue;
+  if (control == lf_messageLine) {
+    ground = lf_errorShown ? lf_red : lf_lime;
+    SetTextColor(dc, lf_yellow);
+  }
+  SetBkMode(dc, TRANSPARENT);
+  SetBkColor(dc, ground);
+  SetDCBrushColor(dc, ground);
+  return reinterpret_cast<LRESULT>(GetStockObject(DC_BRUSH));
 }
 
 void lf_savePosition(HWND window) {
@@ -225,6 +369,18 @@ LRESULT CALLBACK lf_procedure(HWND window, UINT message, WPARAM w, LPARAM l) {
     onEndMessage();
     PostQuitMessage(0);
     return 0;
+  case lf_messageChanged:
+    lf_showMessageLine();
+    return 0;
+  case WM_CREATE:
+    lf_createControls(window);
+    return 0;
+  case WM_COMMAND:
+    if (HIWORD(w) == BN_CLICKED && l != 0) lf_guardedCommand("onCommand", [&] { onCommand(LOWORD(w)); });
+    return 0;
+  case WM_CTLCOLOREDIT:
+  case WM_CTLCOLORSTATIC:
+    return lf_controlColours(reinterpret_cast<HDC>(w), reinterpret_cast<HWND>(l));
   case WM_PAINT:
     lf_paint(window);
     return 0;
@@ -246,8 +402,17 @@ LRESULT CALLBACK lf_procedure(HWND window, UINT message, WPARAM w, LPARAM l) {
 
 } // namespace
 
-void paintMessageBand(std::string_view, bool) {
-  if (lf_window) InvalidateRect(lf_window, &lf_messageBand, FALSE);
+void paintMessageBand(std::string_view text, bool errorLine) {
+  lf_errorShown = errorLine;
+  if (!lf_window) return;
+  // The caller holds windowTextLock: another thread only posts, so it never waits for the message thread,
+  // while a command's own message stands in the line when the command returns.
+  if (GetCurrentThreadId() != lf_windowThread) {
+    PostMessageW(lf_window, lf_messageChanged, 0, 0);
+    return;
+  }
+  SetWindowTextW(lf_messageLine, utf8ToWide(text).c_str());
+  InvalidateRect(lf_window, &lf_messageBand, FALSE);
 }
 
 void showBool(const BoolParameter& parameter) {
@@ -317,13 +482,16 @@ bool createMainWindow(void* rawInstance) {
   windowClass.lpszClassName = L"Trovalyn_P3D";
   if (!RegisterClassExW(&windowClass)) return false;
   readWindowPosition();
-  lf_window = CreateWindowExW(0, windowClass.lpszClassName, lf_title, WS_OVERLAPPED | WS_CAPTION | WS_SYSMENU,
-                              MAIN_WINDOW_X.value, MAIN_WINDOW_Y.value, lf_width, lf_height, nullptr, nullptr,
-                              instance, nullptr);
+  lf_windowThread = GetCurrentThreadId();
+  // The children clip the painting of the bands, which would otherwise paint over them.
+  lf_window = CreateWindowExW(0, windowClass.lpszClassName, lf_title,
+                              WS_OVERLAPPED | WS_CAPTION | WS_SYSMENU | WS_CLIPCHILDREN, MAIN_WINDOW_X.value,
+                              MAIN_WINDOW_Y.value, lf_width, lf_height, nullptr, nullptr, instance, nullptr);
   if (!lf_window) {
     logLine("initInstance failed");
     return false;
   }
+  PostMessageW(lf_window, lf_messageChanged, 0, 0); // a line shown before the window was there
   ShowWindow(lf_window, SW_SHOWNORMAL);
   UpdateWindow(lf_window);
   return true;

@@ -14,7 +14,7 @@ double parkAltitude = 0.0;
 bool handmadeFile = false;
 QualityFactors qualityFactors;
 std::int32_t updateCount = 0;
-bool parameterChanged = false;
+std::atomic<bool> parameterChanged{false};
 std::atomic<bool> parkingSessionOpen{false};
 std::filesystem::path learnedFilePath;
 

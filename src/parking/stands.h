@@ -94,7 +94,8 @@ extern double parkAltitude; // feet, for the ground tests
 extern bool handmadeFile;   // the learned file replaces the archived one as a whole
 extern QualityFactors qualityFactors;
 extern std::int32_t updateCount; // changes since the last save
-extern bool parameterChanged;    // a parking parameter changed since the last save
+extern std::atomic<bool>
+    parameterChanged; // a parking parameter changed since the last save (window, main loop)
 extern std::atomic<bool> parkingSessionOpen;
 extern std::filesystem::path learnedFilePath;
 

