@@ -14,6 +14,7 @@
 
 #include <csignal>
 #include <fstream>
+#include <thread>
 
 namespace ory {
 namespace {
@@ -295,14 +296,23 @@ TEST_F(EngineProgramTest, aLandingRollsOutTaxiesAndParksOnItsStand) {
   stand.writeSimConnectCfg();
   const auto player = startPlayer();
   const auto program = startProgram();
-  const bool parked =
-      eventually([&] { return log().find("arrived at stand G2") != std::string::npos; }, 330s);
+  // Arrived on a stand, the engines are shut down.
+  const bool parked = eventually(
+      [&] {
+        const std::vector<json> trace = stand.trace();
+        return std::any_of(trace.begin(), trace.end(), [](const json& line) {
+          return lf_isCall(line, "SimConnect_TransmitClientEvent") && line.value("event", 0) == 222;
+        });
+      },
+      330s);
+  std::this_thread::sleep_for(5s); // a little standing still for the judge
   program->signal(SIGTERM);
   EXPECT_EQ(program->waitExit(20s), 0);
   player->waitExit(10s);
   stand.stop(SIGTERM);
   lf_keepForJudge(folder, "landing");
   ASSERT_TRUE(parked) << log();
+  EXPECT_THAT(log(), HasSubstr("G2      : DAL1812  arrived at stand"));
 
   JudgeContext context;
   context.staticCg[titleKey(flight.title)] = 9.5;
