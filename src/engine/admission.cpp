@@ -1,3 +1,4 @@
+#include "base/display.h"
 #include "base/log.h"
 #include "base/parameters.h"
 #include "base/run.h"
@@ -238,6 +239,30 @@ void serveNewLiveHexid() {
   // An aircraft that is gone leaves the head where it is: the list waits.
   if (newLiveHexids.empty() || findLive(newLiveHexids.front()) == nullptr) return;
   newLiveHexids.pop_front();
+}
+
+void serveBlockedCallsign() {
+  // The window writes the text before it raises the flag: read here, it is whole.
+  if (!blockPending.exchange(false)) return;
+  blockedCallsign = BLOCK_CALLSIGN.value;
+  if (blockedCallsign.empty()) return;
+  const auto blocked = std::find_if(liveAircraft.begin(), liveAircraft.end(), [](const LiveAircraft& a) {
+    return a.callsign == blockedCallsign && a.objectId != 0 && a.state == Alive;
+  });
+  if (blocked != liveAircraft.end()) requestRemove(*blocked);
+}
+
+void serveFlush() {
+  if (!flushPending.exchange(false)) return;
+  for (ParkedAircraft& parked : parkedAircraft) {
+    if (parked.objectId != 0)
+      requestRemove(parked);
+    else if (parked.state == Creating)
+      parked.removeOnCreated = true;
+  }
+  if (INITIAL_LOAD_ONLY.value) return;
+  INITIAL_LOAD_ONLY.value = true; // for this run only, not stored
+  showBool(INITIAL_LOAD_ONLY);
 }
 
 void renew(LiveAircraft& aircraft) {

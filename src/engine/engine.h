@@ -22,6 +22,10 @@ void admit(LiveAircraft& aircraft);
 void enforceMaxLive();
 // Once a second: the head of newLiveHexids, once its aircraft is in the table, is done with.
 void serveNewLiveHexid();
+// Once a second: a callsign the user blocked leaves the simulator and is refused from then on.
+void serveBlockedCallsign();
+// Once a second: "Flush static" takes every parked aircraft away and keeps the parking to its first load.
+void serveFlush();
 // RealTraffic is gone: every live aircraft leaves the simulator at once; one being created stops, or goes as
 // soon as it exists.
 void removeAllLive();

@@ -22,6 +22,7 @@ std::vector<SimCommand> settlingObjects;
 std::vector<std::string> ghostCallsigns;
 std::vector<std::pair<std::uint32_t, std::uint32_t>> realStandHexids;
 bool someoneOnFinal = false;
+std::string blockedCallsign;
 
 namespace {
 
@@ -86,6 +87,7 @@ std::string describe(const ParkedAircraft& aircraft) {
 }
 
 void reserveEngineTables() {
+  blockedCallsign = BLOCK_CALLSIGN.value;
   liveAircraft.reserve(reservedLive);
   parkedAircraft.reserve(reservedParked);
   pendingCreateHexids.reserve(reservedLive);

@@ -26,7 +26,8 @@ extern std::vector<SimCommand> settlingObjects;        // new objects settling; 
 extern std::vector<std::string> ghostCallsigns;        // ghosts that lost against their real flight
 // Arrivals counted in the stand statistics: hexid and the moment (day in the low half, half hour high).
 extern std::vector<std::pair<std::uint32_t, std::uint32_t>> realStandHexids;
-extern bool someoneOnFinal; // an aircraft flares: the in-range request runs five times a second
+extern bool someoneOnFinal;         // an aircraft flares: the in-range request runs five times a second
+extern std::string blockedCallsign; // the engine's copy of BLOCK_CALLSIGN, taken when the window changes it
 
 inline constexpr std::size_t maxSlots = 200;           // a longer queue cannot keep up
 inline constexpr std::uint32_t maxParkedHexid = 10000; // ids up to this are made up for parked aircraft

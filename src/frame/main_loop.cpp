@@ -115,6 +115,8 @@ void lf_secondPass() {
   updateNowSlot();
   lf_applyLiveLimit();
   serveNewLiveHexid();
+  serveFlush();
+  serveBlockedCallsign();
   lf_runJobs(advanceSecond(secondCount));
 }
 

@@ -113,6 +113,8 @@ TEST_F(EngineTest, admissionRefusesWhatCanNeverFly) {
       {"a helicopter, allowed", helicopter, true},
   };
   BLOCK_CALLSIGN.value = "DLH4";
+  blockPending = true;
+  serveBlockedCallsign();
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
     resetEngine();

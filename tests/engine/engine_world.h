@@ -78,6 +78,7 @@ protected:
     LOG.value = false;
     GUID_CHANGES.value = false;
     BLOCK_CALLSIGN.value.clear();
+    blockedCallsign.clear();
   }
 
   struct Livery {
