@@ -84,17 +84,8 @@ bool lf_isCall(const json& line, std::string_view call) {
 class EngineProgramTest : public test::InScratchFolder {
 protected:
   void SetUp() override {
-    test::presetEarlierRun(folder, "/opt/Prepar3D v5");
-    test::installPreparedData(folder);
-    test::writeBytes(folder / "AppData/Roaming/InsideSystems/RealTraffic.jar", "PK");
-    port = test::freeTcpPort();
-    std::string parameters = readFile(parametersFile);
-    parameters.insert(parameters.find("</parameters>"),
-                      fmt::format("  <parameter name=\"PORT_NUMBER\" value=\"{}\" />\n"
-                                  "  <parameter name=\"AUTO_RANGE\" value=\"false\" />\n"
-                                  "  <parameter name=\"LOG\" value=\"true\" />\n",
-                                  port));
-    test::writeBytes(parametersFile, parameters);
+    port = test::presetRealTrafficRun(folder, "  <parameter name=\"AUTO_RANGE\" value=\"false\" />\n"
+                                              "  <parameter name=\"LOG\" value=\"true\" />\n");
   }
 
   // seconds of the flight from its window's start, as offsets from 0, with the weather in force and its
@@ -161,7 +152,6 @@ protected:
   std::string log() const { return readFile(folder / "Log.txt"); }
 
   std::filesystem::path folder = scratch.path();
-  std::filesystem::path parametersFile = folder / "AppData/Roaming/Trovalyn_P3D/parameters.xml";
   std::uint16_t port = 0;
   Flight flight;
 };

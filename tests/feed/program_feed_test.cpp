@@ -60,16 +60,7 @@ std::vector<Received> lf_received(const std::filesystem::path& record) {
 
 class ProgramFeedTest : public test::InScratchFolder {
 protected:
-  void SetUp() override {
-    test::presetEarlierRun(folder, "/opt/Prepar3D v5");
-    test::installPreparedData(folder);
-    test::writeBytes(folder / "AppData/Roaming/InsideSystems/RealTraffic.jar", "PK");
-    port = test::freeTcpPort();
-    std::string parameters = readFile(parametersFile);
-    parameters.insert(parameters.find("</parameters>"),
-                      fmt::format("  <parameter name=\"PORT_NUMBER\" value=\"{}\" />\n", port));
-    test::writeBytes(parametersFile, parameters);
-  }
+  void SetUp() override { port = test::presetRealTrafficRun(folder); }
   // A real helicopter flight over Zurich, one report a second, with the link dropped for away seconds after
   // the fourth report.
   void writeCapture(double away) const {
@@ -93,7 +84,6 @@ protected:
   }
 
   std::filesystem::path folder = scratch.path();
-  std::filesystem::path parametersFile = folder / "AppData/Roaming/Trovalyn_P3D/parameters.xml";
   std::uint16_t port = 0;
 };
 

@@ -4,6 +4,7 @@
 #include "base/parameters.h"
 #include "os/sockets.h"
 
+#include <fmt/format.h>
 #include <pugixml.hpp>
 
 #include <cstdlib>
@@ -96,6 +97,19 @@ std::string parameterInFile(std::string_view name) {
   for (pugi::xml_node node : document.child("parameters").children("parameter"))
     if (node.attribute("name").as_string() == name) return node.attribute("value").as_string();
   return "<absent>";
+}
+
+std::uint16_t presetRealTrafficRun(const std::filesystem::path& folder, std::string_view extra) {
+  presetEarlierRun(folder, "/opt/Prepar3D v5");
+  installPreparedData(folder);
+  writeBytes(folder / "AppData/Roaming/InsideSystems/RealTraffic.jar", "PK");
+  const std::uint16_t port = freeTcpPort();
+  const std::filesystem::path parametersFile = folder / "AppData/Roaming/Trovalyn_P3D/parameters.xml";
+  std::string parameters = readFile(parametersFile);
+  parameters.insert(parameters.find("</parameters>"),
+                    fmt::format("  <parameter name=\"PORT_NUMBER\" value=\"{}\" />\n{}", port, extra));
+  writeBytes(parametersFile, parameters);
+  return port;
 }
 
 } // namespace ory::test

@@ -49,5 +49,8 @@ void installPreparedData(const std::filesystem::path& folder);
 // install path and the scans switched off, and a liveries file, so that a start goes straight on to the
 // simulator.
 void presetEarlierRun(const std::filesystem::path& folder, std::string_view installPath);
+// An earlier run as above, the prepared data, RealTraffic installed, and parameters.xml naming a free port
+// for its link, followed by the parameter lines of extra; the port.
+std::uint16_t presetRealTrafficRun(const std::filesystem::path& folder, std::string_view extra = {});
 
 } // namespace ory::test
