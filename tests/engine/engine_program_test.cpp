@@ -2,6 +2,7 @@
 // 737 climbing out of Amsterdam in a wide right turn, and a Delta 737-900 landing at Minneapolis, rolling
 // out, taxiing and parking. What the simulator was told is judged from the trace.
 #include "capture.h"
+#include "inputs.h"
 #include "judge.h"
 #include "os/sockets.h"
 #include "parking/airport_file.h"
@@ -307,11 +308,7 @@ TEST_F(EngineProgramTest, aLandingRollsOutTaxiesAndParksOnItsStand) {
   JudgeContext context;
   context.staticCg[titleKey(flight.title)] = 9.5;
   context.real = realAircraft((folder / "window.cap").string());
-  std::vector<Stand> stands;
-  std::string name;
-  QualityFactors quality;
-  ASSERT_EQ(gf_readApf(folder / "airports/my_thirdparty/KMSP.xml", name, stands, quality), "");
-  context.stands = stands;
+  context.stands = readStands((folder / "airports/my_thirdparty/KMSP.xml").string());
   const std::vector<FlownObject> objects = flownObjects(stand.trace());
   const auto object = std::find_if(objects.begin(), objects.end(),
                                    [&](const FlownObject& o) { return o.atcId == flight.callsign; });
