@@ -22,7 +22,6 @@ constexpr double tooWideNm = 0.0009719222462203025;  // 1.8 metres
 constexpr double closeNm = 0.010799136069114472;     // 20 metres
 constexpr double wideNm = 0.0458963282937365;        // 85 metres
 constexpr double oneMetreNm = 0.0005399568034557236; // 1 metre
-constexpr double userStandNm = 0.029697624190064796; // 55 metres
 
 Stand& lf_stand(std::uint32_t standId) {
   return stands[standId - 1];

@@ -162,9 +162,9 @@ void lf_keepForJudge(const std::filesystem::path& folder, std::string_view name)
   const std::filesystem::path kept = std::filesystem::path(ORY_JUDGE_DIR) / name;
   std::error_code error;
   std::filesystem::create_directories(kept, error);
-  for (const char* file : {"stand.jsonl", "stand.json", "window.cap"})
-    std::filesystem::copy_file(folder / file, kept / file, std::filesystem::copy_options::overwrite_existing,
-                               error);
+  for (const char* file : {"stand.jsonl", "stand.json", "window.cap", "airports/my_thirdparty/KMSP.xml"})
+    std::filesystem::copy_file(folder / file, kept / std::filesystem::path(file).filename(),
+                               std::filesystem::copy_options::overwrite_existing, error);
 }
 
 // The calls that concern one object, in trace order, as "call:event" texts.
@@ -296,7 +296,7 @@ TEST_F(EngineProgramTest, aLandingRollsOutTaxiesAndParksOnItsStand) {
         });
       },
       330s);
-  std::this_thread::sleep_for(5s); // a little standing still for the judge
+  std::this_thread::sleep_for(25s); // standing still long enough for the judge to call it parked
   program->signal(SIGTERM);
   EXPECT_EQ(program->waitExit(20s), 0);
   player->waitExit(10s);
