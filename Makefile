@@ -39,7 +39,7 @@ tsan: setup
 asan: setup
 	@cmake -S . -B build/asan -DCMAKE_BUILD_TYPE=Debug -DORY_SANITIZE=address $(TEST_SERVER) >/dev/null
 	@cmake --build build/asan -j $(JOBS)
-	@cd build/asan && ctest --output-on-failure -j $(JOBS) -LE flight
+	@cd build/asan && LSAN_OPTIONS=suppressions=$(CURDIR)/tests/lsan.supp ctest --output-on-failure -j $(JOBS) -LE flight
 
 # Each libFuzzer target (clang) runs FUZZ_SECONDS on its corpus folder; new inputs stay in build/fuzz/corpus.
 FUZZ_SECONDS ?= 60
