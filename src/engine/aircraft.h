@@ -170,4 +170,16 @@ inline bool hasCurve(const LiveAircraft& aircraft) {
   return !std::isnan(aircraft.curveControlEast) && !std::isnan(aircraft.curveControlNorth);
 }
 
+// A phase change keeps the phase before it.
+inline void setPhase(LiveAircraft& aircraft, std::uint32_t phase) {
+  aircraft.previousPhase = aircraft.phase;
+  aircraft.phase = phase;
+}
+
+// The windows of retiming sink by 100 ticks, to 1000 at the least.
+inline void narrowWindows(LiveAircraft& aircraft) {
+  aircraft.earlyWindow = aircraft.earlyWindow > 1100 ? aircraft.earlyWindow - 100 : 1000;
+  aircraft.lateWindow = aircraft.lateWindow > 1100 ? aircraft.lateWindow - 100 : 1000;
+}
+
 } // namespace ory

@@ -40,11 +40,6 @@ Stand& lf_stand(std::uint32_t standId) {
   return stands[standId - 1];
 }
 
-void lf_setPhase(LiveAircraft& aircraft, std::uint32_t phase) {
-  aircraft.previousPhase = aircraft.phase;
-  aircraft.phase = phase;
-}
-
 double lf_distance(const PositionSlot& a, double lat, double lon) {
   return distanceNm(a.lat, a.lon, lat, lon);
 }
@@ -140,7 +135,7 @@ void lf_pullOut(LiveAircraft& aircraft) {
   slots.front().stopped = false;
   const std::int32_t time = simTick + lf_ticks(ahead, aircraft.pushBackSpeed);
   slots.push_back(lf_groundSlot(aircraft, target, aircraft.pushBackSpeed, time));
-  lf_setPhase(aircraft, Taxi);
+  setPhase(aircraft, Taxi);
   aircraft.targetHeading = aircraft.heading;
   sendLights(aircraft.objectId, lightSet(LightMoment::pullOutPushBack, 0, 0, false));
   sendEngineStart(aircraft.objectId);
@@ -174,7 +169,7 @@ void lf_pushBack(LiveAircraft& aircraft) {
   p3.track = 0;
   slots.push_back(p3);
   sendLights(aircraft.objectId, lightSet(LightMoment::pullOutPushBack, 0, 0, false));
-  lf_setPhase(aircraft, PushBack);
+  setPhase(aircraft, PushBack);
   aircraft.pushBackStage = 2;
   if (LOG.value)
     logLine(
@@ -189,7 +184,7 @@ void lf_pushBackStep(LiveAircraft& aircraft) {
     sendEngineStart(aircraft.objectId);
     sendThrottle(aircraft, 0);
     sendFlaps(aircraft, 1);
-    lf_setPhase(aircraft, Waiting);
+    setPhase(aircraft, Waiting);
     aircraft.pushBackStage = 1;
     aircraft.departMinDistance = 900;
     aircraft.predictedSlots = 0;
@@ -279,13 +274,13 @@ void placeOnStand(LiveAircraft& aircraft) {
   const ParkAirportPosition airport = parkAirportPosition();
   const PositionSlot& front = slots.front();
   if (stands.empty() || !airport.known || lf_distance(front, airport.lat, airport.lon) > parkNm) {
-    lf_setPhase(aircraft, Taxi);
+    setPhase(aircraft, Taxi);
     return;
   }
   const PositionSlot* at = &front;
   if (!front.stopped) {
     if (slots[1].groundSpeed > slowKnots || lf_distance(slots.back(), front.lat, front.lon) > sameSpotNm) {
-      lf_setPhase(aircraft, Taxi);
+      setPhase(aircraft, Taxi);
       return;
     }
     at = &slots.back();
@@ -295,7 +290,7 @@ void placeOnStand(LiveAircraft& aircraft) {
     if (slots[1].stopped)
       slots.pop_front(); // still in the buffer: tried again with the next slot
     else
-      lf_setPhase(aircraft, Taxi);
+      setPhase(aircraft, Taxi);
     return;
   }
   if (isUserStand(standId) || !claimStand(aircraft, standId) || !adjacentParkingAllowed(aircraft, standId)) {
@@ -311,7 +306,7 @@ void placeOnStand(LiveAircraft& aircraft) {
   parked.lat = aircraft.standLat;
   parked.lon = aircraft.standLon;
   parked.track = aircraft.standHeading * radToDeg;
-  lf_setPhase(aircraft, Parked);
+  setPhase(aircraft, Parked);
   lf_parkedNow(aircraft);
 }
 
@@ -379,7 +374,7 @@ void seekStand(LiveAircraft& aircraft, bool wide) {
   clearParkedAround(aircraft, standId);
   lf_takeStand(aircraft, standId);
   slots.resize(1);
-  lf_setPhase(aircraft, ToStand);
+  setPhase(aircraft, ToStand);
   PositionSlot& front = slots.front();
   const double distance = lf_distance(front, aircraft.standLat, aircraft.standLon);
   const std::int32_t n = std::max(100, lf_ticks(distance, aircraft.pushBackSpeed));
@@ -401,10 +396,10 @@ void seekStand(LiveAircraft& aircraft, bool wide) {
 
 void arriveAtStand(LiveAircraft& aircraft) {
   if (distanceNm(aircraft.lat, aircraft.lon, aircraft.standLat, aircraft.standLon) > arrivedNm) {
-    lf_setPhase(aircraft, Taxi);
+    setPhase(aircraft, Taxi);
     return;
   }
-  lf_setPhase(aircraft, Parked);
+  setPhase(aircraft, Parked);
   aircraft.arrivalTime = packedSlot();
   if (aircraft.towed && LOG.value)
     logLine(fmt::format("          towed aircraft {} parks", aircraft.callsign));

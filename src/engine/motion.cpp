@@ -35,18 +35,9 @@ std::uint32_t lf_throttle(const ParkedAircraft& aircraft, std::uint32_t step) {
   return lf_helicopter(aircraft) ? 4 : step;
 }
 
-void lf_setPhase(LiveAircraft& aircraft, std::uint32_t phase) {
-  aircraft.previousPhase = aircraft.phase;
-  aircraft.phase = phase;
-}
-
 void lf_windows(LiveAircraft& aircraft, std::int32_t early, std::int32_t late) {
   aircraft.earlyWindow = early;
   aircraft.lateWindow = late;
-}
-
-void lf_narrowWindows(LiveAircraft& aircraft) {
-  lf_windows(aircraft, std::max(1000, aircraft.earlyWindow - 100), std::max(1000, aircraft.lateWindow - 100));
 }
 
 std::uint32_t lf_departingThrottle(double front, double second) {
@@ -108,7 +99,7 @@ void lf_takeOff(LiveAircraft& aircraft) {
   aircraft.deltaBank = 0;
   aircraft.bank = 0;
   if (!aircraft.departing) lf_departureStart(aircraft);
-  lf_setPhase(aircraft, TakeOff);
+  setPhase(aircraft, TakeOff);
   if (LOG.value) logLine(fmt::format("          {:8} took-off {}", aircraft.callsign, timeOfDay()));
   lf_clearCurve(aircraft);
   aircraft.deltaHeading = 0;
@@ -174,7 +165,7 @@ void lf_startApproach(LiveAircraft& aircraft) {
 
 void lf_climbAway(LiveAircraft& aircraft) {
   if (aircraft.climbing) return;
-  lf_narrowWindows(aircraft);
+  narrowWindows(aircraft);
   sendThrottle(aircraft, 4);
   sendGear(aircraft, false);
   aircraft.climbing = true;
@@ -184,7 +175,7 @@ void lf_climbAway(LiveAircraft& aircraft) {
 }
 
 void lf_highConfiguration(LiveAircraft& aircraft, double verticalSpeed) {
-  lf_narrowWindows(aircraft);
+  narrowWindows(aircraft);
   sendCabinLights(aircraft.objectId, true);
   aircraft.departing = false;
   aircraft.approaching = false;
@@ -280,7 +271,7 @@ void lf_climbPitchStep(LiveAircraft& aircraft) {
     aircraft.deltaPitch = 0;
     if (aircraft.altitudeAboveGround < 800) return;
     sendThrottle(aircraft, lf_throttle(aircraft, 3));
-    lf_setPhase(aircraft, Airborne);
+    setPhase(aircraft, Airborne);
     aircraft.countDown = 1;
   }
 }
@@ -358,7 +349,7 @@ double sinkRate(const LiveAircraft& aircraft) {
 }
 
 void groundSegmentSetup(LiveAircraft& aircraft, std::int32_t dt) {
-  if (aircraft.phase == Airborne || aircraft.phase == Parked) lf_setPhase(aircraft, Taxi);
+  if (aircraft.phase == Airborne || aircraft.phase == Parked) setPhase(aircraft, Taxi);
   const PositionSlot& front = aircraft.slots[0];
   const PositionSlot& second = aircraft.slots[1];
   if (!aircraft.departing && aircraft.rollOut)
@@ -367,7 +358,7 @@ void groundSegmentSetup(LiveAircraft& aircraft, std::int32_t dt) {
     sendThrottle(aircraft, lf_helicopter(aircraft) ? 4 : 0);
   else
     sendThrottle(aircraft, lf_departingThrottle(front.groundSpeed, second.groundSpeed));
-  if (!aircraft.rollOut && !aircraft.departing) lf_narrowWindows(aircraft);
+  if (!aircraft.rollOut && !aircraft.departing) narrowWindows(aircraft);
   if (aircraft.flareStage <= 0 && aircraft.phase != TakeOff) {
     aircraft.pitch = aircraft.groundPitch;
     aircraft.bank = 0;
@@ -422,7 +413,7 @@ void airConfiguration(LiveAircraft& aircraft) {
 void takeOffWatch(LiveAircraft& aircraft, const PositionSlot& last, const PositionSlot& slot) {
   if (aircraft.rollOut) {
     if (!last.airborne || !slot.airborne) return;
-    lf_setPhase(aircraft, Taxi);
+    setPhase(aircraft, Taxi);
     lf_leaveForRunway(aircraft, 3, true, LightMoment::below10000);
     return;
   }

@@ -204,11 +204,6 @@ void lf_retimeTo(LiveAircraft& aircraft, std::int32_t t) {
   second.time = std::max(t, static_cast<std::int32_t>(simTick));
 }
 
-void lf_narrowWindows(LiveAircraft& aircraft) {
-  aircraft.earlyWindow = std::max(1000, aircraft.earlyWindow - 100);
-  aircraft.lateWindow = std::max(1000, aircraft.lateWindow - 100);
-}
-
 double lf_wantedPitch(double verticalSpeed) {
   double w = std::min(verticalSpeed, 2400.0);
   w = std::max(w, -3000.0);
@@ -518,7 +513,7 @@ void segmentChange(LiveAircraft& aircraft) {
   if (target.stopped) {
     aircraft.deltaLat = 0;
     aircraft.deltaLon = 0;
-    if (!aircraft.rollOut && !aircraft.departing) lf_narrowWindows(aircraft);
+    if (!aircraft.rollOut && !aircraft.departing) narrowWindows(aircraft);
   } else {
     const std::int32_t dt = lf_ticksLeft(target);
     aircraft.deltaLat = (target.lat - aircraft.lat) / dt;
