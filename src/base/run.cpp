@@ -32,6 +32,7 @@ std::atomic<bool> flushPending{false};
 std::atomic<bool> blockPending{false};
 std::atomic<bool> clearNoMatchPending{false};
 std::atomic<bool> reReadPending{false};
+std::atomic<bool> navLightsPending{false};
 
 namespace {
 

@@ -42,6 +42,7 @@ extern std::atomic<bool> flushPending;
 extern std::atomic<bool> blockPending;
 extern std::atomic<bool> clearNoMatchPending;
 extern std::atomic<bool> reReadPending;
+extern std::atomic<bool> navLightsPending;
 
 // A thread is counted by the thread that starts it, before the start: the exit's wait must not miss a thread
 // that is only starting. startCountedThread does both, and the count goes back when BODY returns or throws.

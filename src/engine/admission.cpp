@@ -8,6 +8,7 @@
 #include "engine/tables.h"
 #include "liveries/dbase.h"
 #include "liveries/matching.h"
+#include "simlink/commands.h"
 #include "simlink/user_aircraft.h"
 
 #include <fmt/format.h>
@@ -263,6 +264,15 @@ void serveFlush() {
   if (INITIAL_LOAD_ONLY.value) return;
   INITIAL_LOAD_ONLY.value = true; // for this run only, not stored
   showBool(INITIAL_LOAD_ONLY);
+}
+
+void serveNavLights() {
+  if (!navLightsPending.exchange(false)) return;
+  const bool on = NAV_LIGHTS_WHILE_PARKED.value;
+  for (const ParkedAircraft& parked : parkedAircraft)
+    if (parked.objectId != 0 && parked.state == Alive) sendNavLights(parked.objectId, on);
+  for (const LiveAircraft& live : liveAircraft)
+    if (live.objectId != 0 && live.state == Alive && live.phase == Parked) sendNavLights(live.objectId, on);
 }
 
 void renew(LiveAircraft& aircraft) {

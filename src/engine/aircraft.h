@@ -129,7 +129,8 @@ struct LiveAircraft : ParkedAircraft {
   double curveControlEast = notANumber;  // metres; not a number: no curve
   double curveControlNorth = notANumber; // metres
   double curveT = notANumber;            // 0 to 0.999999 along the curve
-  double curveStep = notANumber;         // increment of curveT per tick
+  double curveStep = notANumber;         // share of the curve's length covered per tick
+  double curveLength = 0;                // metres along the curve
   double curveAngle = notANumber;        // radians of turn the curve was chosen for
 
   PositionSlot secondLeg;                 // held second leg of a push back

@@ -26,6 +26,8 @@ void serveNewLiveHexid();
 void serveBlockedCallsign();
 // Once a second: "Flush static" takes every parked aircraft away and keeps the parking to its first load.
 void serveFlush();
+// Once a second: the nav lights box switches the lights of every aircraft standing on its stand.
+void serveNavLights();
 // RealTraffic is gone: every live aircraft leaves the simulator at once; one being created stops, or goes as
 // soon as it exists.
 void removeAllLive();

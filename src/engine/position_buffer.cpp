@@ -404,6 +404,27 @@ void retimeGround(LiveAircraft& aircraft) {
   lf_retimeTo(aircraft, simTick + n);
 }
 
+namespace {
+
+// Metres along the curve per unit of its parameter at t.
+double lf_curveRate(const LiveAircraft& aircraft, double t) {
+  const double north = 2 * (1 - t) * aircraft.curveControlNorth +
+                       2 * t * (aircraft.curveEndNorth - aircraft.curveControlNorth);
+  const double east =
+      2 * (1 - t) * aircraft.curveControlEast + 2 * t * (aircraft.curveEndEast - aircraft.curveControlEast);
+  return std::hypot(north, east);
+}
+
+double lf_curveLength(const LiveAircraft& aircraft) {
+  constexpr int pieces = 16;
+  double length = 0;
+  for (int i = 0; i < pieces; ++i)
+    length += lf_curveRate(aircraft, (i + 0.5) / pieces) / pieces;
+  return length;
+}
+
+} // namespace
+
 void setUpCurve(LiveAircraft& aircraft) {
   auto& slots = aircraft.slots;
   PositionSlot& third = slots[2];
@@ -417,6 +438,7 @@ void setUpCurve(LiveAircraft& aircraft) {
   aircraft.curveEndNorth = (third.lat - aircraft.lat) * metresPerDegree;
   aircraft.curveEndEast = (third.lon - aircraft.lon) * eastPerDegree;
   aircraft.curveT = 0;
+  aircraft.curveLength = lf_curveLength(aircraft);
   slots.erase(slots.begin() + 1);
 }
 
@@ -443,8 +465,16 @@ void lf_turnTowards(LiveAircraft& aircraft, double wanted) {
   aircraft.heading = wrapHeading(aircraft.heading + (diff >= 0 ? step : -step));
 }
 
+// An even pace along the curve: by its parameter alone, a control point near one end would bunch the speed at
+// the other, and the speed would leap at every change of segment.
+double lf_paceStep(const LiveAircraft& aircraft) {
+  const double rate = lf_curveRate(aircraft, aircraft.curveT);
+  if (!(aircraft.curveLength > 0) || rate <= 0) return aircraft.curveStep;
+  return std::min(aircraft.curveStep * aircraft.curveLength / rate, 4 * aircraft.curveStep);
+}
+
 void lf_stepCurve(LiveAircraft& aircraft) {
-  aircraft.curveT = std::min(aircraft.curveT + aircraft.curveStep, maxCurveT);
+  aircraft.curveT = std::min(aircraft.curveT + lf_paceStep(aircraft), maxCurveT);
   const CurvePoint point = evaluateCurve(aircraft, aircraft.curveT);
   if (!(aircraft.curveT >= 0 && aircraft.curveT < 1) || std::isnan(point.lat) || std::isnan(point.lon)) {
     logLine(fmt::format("{} error in curve at index: {:.2F}", aircraft.callsign, aircraft.curveT));

@@ -117,6 +117,7 @@ void lf_secondPass() {
   serveNewLiveHexid();
   serveFlush();
   serveBlockedCallsign();
+  serveNavLights();
   lf_runJobs(advanceSecond(secondCount));
 }
 
@@ -211,6 +212,7 @@ void resetMainLoopState() {
   blockPending = false;
   clearNoMatchPending = false;
   reReadPending = false;
+  navLightsPending = false;
 }
 
 } // namespace ory

@@ -42,6 +42,10 @@ void lf_parkingOption(bool) {
   parkingChanged();
 }
 
+void lf_navLights(bool) {
+  navLightsPending = true;
+}
+
 void lf_topmost(bool on) {
   setTopmost(on);
 }
@@ -95,7 +99,7 @@ const CheckRow checkRows[] = {
      "Be aware, no more livery updates: you miss correct data for Learn, LittleNavMap, etc..", false,
      lf_nothing},
     {&AUTO_RANGE, "", "", false, lf_autoRange},
-    {&NAV_LIGHTS_WHILE_PARKED, "", "", false, lf_nothing},
+    {&NAV_LIGHTS_WHILE_PARKED, "", "", false, lf_navLights},
     {&LOG, "", "", false, lf_nothing},
     {&LIGHT_AIRCRAFT, "", "", false, lf_nothing},
     {&HELICOPTERS, "", "", false, lf_nothing},

@@ -64,6 +64,17 @@ const Flight landing{"adsb/trace_full_ac671b_flat.csv",
                      -93.2290,
                      841,
                      "2025-02-05T01:12:26Z"};
+const Flight pushBack{"adsb/trace_full_ac671b_flat.csv",
+                      0xac671b,
+                      "DAL2418",
+                      "DAL",
+                      "B739",
+                      "Delta Boeing 737-900",
+                      22700, // on its stand 43 seconds before it is pushed back
+                      44.8832,
+                      -93.2290,
+                      841,
+                      "2025-02-05T03:32:02Z"};
 
 std::string lf_scenario(const Flight& flight, std::string_view timeline) {
   return fmt::format(R"({{
@@ -152,6 +163,29 @@ protected:
   }
   std::string log() const { return readFile(folder / "Log.txt"); }
 
+  // The judge's figures of the flight's object on the stand-in's ground at Minneapolis, printed for the note.
+  ObjectFigures judgeAtMinneapolis(std::string_view name, const std::vector<json>& trace) const {
+    JudgeContext context;
+    context.staticCg[titleKey(flight.title)] = 9.5;
+    context.real = realAircraft((folder / "window.cap").string());
+    context.stands = readStands((folder / "airports/my_thirdparty/KMSP.xml").string());
+    const std::vector<FlownObject> objects = flownObjects(trace);
+    const auto object = std::find_if(objects.begin(), objects.end(),
+                                     [&](const FlownObject& o) { return o.atcId == flight.callsign; });
+    if (object == objects.end()) {
+      ADD_FAILURE() << flight.callsign << " was never flown";
+      return {};
+    }
+    const ObjectFigures f = judgeObject(*object, context);
+    const Spread ground = spreadOf(f.groundMetres);
+    std::cout << fmt::format(
+        "{}: ground {} frames from the real path median {:.1f} m p95 {:.1f} m; turn {:.1f} of {:.0f} deg/s; "
+        "height {:+.2f} ft; worst step {:.2f}; backwards {:.0f} m\n",
+        name, ground.count, ground.median, ground.p95, f.groundTurnRate, f.turnLimit, f.worstGroundHeightFeet,
+        f.worstStepRatio, f.backwardsMetres);
+    return f;
+  }
+
   std::filesystem::path folder = scratch.path();
   std::uint16_t port = 0;
   Flight flight;
@@ -191,7 +225,7 @@ TEST_F(EngineProgramTest, aRealFlightIsFlownOnItsTrackThirtySecondsLateAndLeaves
         object = createdObject(trace);
         return object && removed(trace, *object);
       },
-      240s);
+      240s, 1s);
   program->signal(SIGTERM);
   EXPECT_EQ(program->waitExit(20s), 0);
   EXPECT_EQ(player->waitExit(10s), 0);
@@ -295,7 +329,7 @@ TEST_F(EngineProgramTest, aLandingRollsOutTaxiesAndParksOnItsStand) {
           return lf_isCall(line, "SimConnect_TransmitClientEvent") && line.value("event", 0) == 222;
         });
       },
-      330s);
+      330s, 1s);
   std::this_thread::sleep_for(25s); // standing still long enough for the judge to call it parked
   program->signal(SIGTERM);
   EXPECT_EQ(program->waitExit(20s), 0);
@@ -305,21 +339,8 @@ TEST_F(EngineProgramTest, aLandingRollsOutTaxiesAndParksOnItsStand) {
   ASSERT_TRUE(parked) << log();
   EXPECT_THAT(log(), HasSubstr("G2      : DAL1812  arrived at stand"));
 
-  JudgeContext context;
-  context.staticCg[titleKey(flight.title)] = 9.5;
-  context.real = realAircraft((folder / "window.cap").string());
-  context.stands = readStands((folder / "airports/my_thirdparty/KMSP.xml").string());
-  const std::vector<FlownObject> objects = flownObjects(stand.trace());
-  const auto object = std::find_if(objects.begin(), objects.end(),
-                                   [&](const FlownObject& o) { return o.atcId == flight.callsign; });
-  ASSERT_NE(object, objects.end());
-  const ObjectFigures f = judgeObject(*object, context);
+  const ObjectFigures f = judgeAtMinneapolis("landing", stand.trace());
   const Spread ground = spreadOf(f.groundMetres);
-  std::cout << fmt::format(
-      "landing: ground {} frames from the real path median {:.1f} m p95 {:.1f} m; turn {:.1f} "
-      "of {:.0f} deg/s; height {:+.2f} ft; worst step {:.2f}\n",
-      ground.count, ground.median, ground.p95, f.groundTurnRate, f.turnLimit, f.worstGroundHeightFeet,
-      f.worstStepRatio);
   EXPECT_EQ(f.jumps, 0u);
   EXPECT_GT(f.turnLimit, 0) << "the category is known from the feed";
   EXPECT_LE(f.groundTurnRate, f.turnLimit);
@@ -330,6 +351,35 @@ TEST_F(EngineProgramTest, aLandingRollsOutTaxiesAndParksOnItsStand) {
     return p.stand == "G2" && p.metres <= 2 && std::abs(p.headingErrorDegrees) <= 3;
   });
   EXPECT_NE(onStand, f.parked.end()) << "parked on its stand within 2 metres and 3 degrees";
+}
+
+// The next morning the same aircraft, now DAL2418, is pushed back from the stand, tail first, and stops.
+TEST_F(EngineProgramTest, aDepartureIsPushedBackTailFirstFromItsStand) {
+  prepare(pushBack, 100);
+  ASSERT_NO_FATAL_FAILURE(lf_writeMinneapolis(folder));
+  test::StandIn stand(lf_scenario(flight, ""));
+  stand.writeSimConnectCfg();
+  const auto player = startPlayer();
+  const auto program = startProgram();
+  // The push back ends 121 seconds into the run, 30 seconds behind the feed.
+  std::this_thread::sleep_for(130s);
+  program->signal(SIGTERM);
+  EXPECT_EQ(program->waitExit(20s), 0);
+  player->waitExit(10s);
+  stand.stop(SIGTERM);
+  lf_keepForJudge(folder, "pushback");
+
+  const ObjectFigures f = judgeAtMinneapolis("push back", stand.trace());
+  const Spread ground = spreadOf(f.groundMetres);
+  EXPECT_EQ(f.jumps, 0u);
+  EXPECT_LE(f.groundTurnRate, f.turnLimit);
+  EXPECT_LE(std::abs(f.worstGroundHeightFeet), 1.0);
+  EXPECT_LT(ground.median, 30);
+  EXPECT_GT(f.backwardsMetres, 60) << "the real push back is 90 metres long\n" << log();
+  ASSERT_FALSE(f.parked.empty()) << log();
+  EXPECT_EQ(f.parked.front().stand, "G2");
+  EXPECT_LE(f.parked.front().metres, 2);
+  EXPECT_LE(std::abs(f.parked.front().headingErrorDegrees), 3);
 }
 
 } // namespace

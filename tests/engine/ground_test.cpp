@@ -85,12 +85,25 @@ protected:
   double timestamp = 0;
 };
 
-TEST_F(GroundTest, aNewAircraftOnAStandIsCreatedOnItFacingItsHeading) {
+TEST_F(GroundTest, aNewAircraftOnAStandIsCreatedOnItFacingItsHeadingAndTheBoxSwitchesItsNavLights) {
   const LiveAircraft& aircraft = parkedOnStand();
   EXPECT_EQ(aircraft.standId, 1u);
   EXPECT_DOUBLE_EQ(aircraft.lat, airportLat);
   EXPECT_DOUBLE_EQ(aircraft.lon, airportLon);
   EXPECT_DOUBLE_EQ(aircraft.heading, pi);
+
+  takeEvents();
+  for (const bool on : {false, true}) {
+    NAV_LIGHTS_WHILE_PARKED.value = on;
+    navLightsPending = true;
+    serveNavLights();
+    serveNavLights();
+    const std::vector<ObjectEvent> events = takeEvents();
+    ASSERT_EQ(events.size(), 1u) << "once per change";
+    EXPECT_EQ(events[0].objectId, aircraft.objectId);
+    EXPECT_EQ(events[0].eventId, eventIdNavLights);
+    EXPECT_EQ(events[0].data, on ? 1u : 0u);
+  }
 }
 
 TEST_F(GroundTest, aNewCallsignOnTheStandRenewsTheObjectOnItsStandAndHeading) {

@@ -58,12 +58,13 @@ std::optional<int> ChildProcess::waitExit(std::chrono::milliseconds limit) {
   return exitCode;
 }
 
-bool eventually(const std::function<bool()>& predicate, std::chrono::milliseconds limit) {
+bool eventually(const std::function<bool()>& predicate, std::chrono::milliseconds limit,
+                std::chrono::milliseconds every) {
   const auto end = std::chrono::steady_clock::now() + limit;
   for (;;) {
     if (predicate()) return true;
     if (std::chrono::steady_clock::now() > end) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    std::this_thread::sleep_for(every);
   }
 }
 

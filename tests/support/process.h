@@ -31,7 +31,9 @@ private:
   std::optional<int> exitCode;
 };
 
-// Polls until predicate holds or limit passes.
-bool eventually(const std::function<bool()>& predicate, std::chrono::milliseconds limit);
+// Polls until predicate holds or limit passes; a costly predicate polls less often, so as not to take the CPU
+// from the processes it watches.
+bool eventually(const std::function<bool()>& predicate, std::chrono::milliseconds limit,
+                std::chrono::milliseconds every = std::chrono::milliseconds(20));
 
 } // namespace ory::test
