@@ -87,7 +87,8 @@ bool lf_addVisit(std::uint32_t standId, const ParkedAircraft& aircraft, bool con
     return o.optionId != 0 && o.day == slot.day && o.regcode == aircraft.regcode && o.soft == soft;
   });
   if (found == stand.options.end()) {
-    visits[aircraft.hexid] = {slot, newLearnedOption(stand, aircraft, soft, slot)};
+    const std::int32_t optionId = newLearnedOption(stand, aircraft, soft, slot);
+    if (!departing) visits[aircraft.hexid] = {slot, optionId};
     lf_counted();
     return true;
   }
@@ -97,7 +98,9 @@ bool lf_addVisit(std::uint32_t standId, const ParkedAircraft& aircraft, bool con
   }
   if (!found->learned) return false; // an archived option stays as the archive has it
   found->halfHours.set(static_cast<std::size_t>(slot.halfHour));
-  if (continuous) {
+  // A stay seen again, or one that ends, fills its gap; a visit that ends without having been watched
+  // doesn't.
+  if (continuous || !departing) {
     const auto visit = visits.find(aircraft.hexid);
     if (visit == visits.end()) {
       if (!departing) visits[aircraft.hexid] = {slot, found->optionId};

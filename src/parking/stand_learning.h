@@ -11,8 +11,9 @@
 
 namespace ory {
 
-// A real aircraft counted on the stand in slot. continuous: it stood there since its visit began, so the half
-// hours in between count too; departing: it leaves, which ends the visit. True if the statistics changed.
+// A real aircraft counted on the stand in slot; true if the statistics changed. A visit seen again up to 5
+// half hours later counts the half hours in between too; departing ends the visit, with them if continuous
+// (it stood there all along), without them otherwise.
 bool addRealVisit(std::uint32_t standId, const ParkedAircraft& aircraft, bool continuous, Slot slot,
                   bool departing);
 // The same for a guessed stand: the options it makes and changes are soft.

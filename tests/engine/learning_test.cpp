@@ -96,7 +96,8 @@ TEST_F(LearningTest, visitsMakeAndExtendOptionsOncePerHalfHour) {
       {"seen twice in one half hour it counts once", "3/20 3/20x", "1 d3 [20]"},
       {"the next day makes a new option", "3/20 4/20", "1 d3 [20]; 2 d4 [20]"},
       {"leaving five half hours later fills the gap", "3/20 3/25L", "1 d3 [20,21,22,23,24,25]"},
-      {"leaving six half hours later leaves the gap open", "3/20 3/26L", "1 d3 [20,26]"},
+      {"seen again six half hours later the gap stays open", "3/20 3/26", "1 d3 [20,26]"},
+      {"seen again after leaving is a new visit", "3/20 3/21L 3/23 3/24", "1 d3 [20,21,23,24]"},
       {"a stay from 23:30 into 00:00 makes an option of the next day", "3/47 4/0L", "1 d3 [47]; 2 d4 [0]"},
       {"a stay from Sunday into Monday", "7/47 1/0L", "1 d7 [47]; 2 d1 [0]"},
       {"over midnight onto a day with an option, the gap is filled on both days", "4/10 3/46 4/1L",
@@ -221,6 +222,28 @@ TEST_F(LearningTest, theGuessedStandFitsTheAircraftsKindSizeAndStatistics) {
     EXPECT_EQ(standName(chooseStandForLearning(now, a, true)), c.expected.empty() ? "sid==0?" : c.expected)
         << c.what;
   }
+}
+
+TEST_F(LearningTest, aNewFlightFindsItsCallsignPairInTheStatisticsOfItsDayAroundThisTime) {
+  addStand("D1", 20).options.push_back({"KLM", "B738", "", "KLM602", "KLM601", HalfHours(1u << 25), 1, 3});
+  // Slot, callsign, airline, and the pair found.
+  const std::vector<std::tuple<Slot, std::string, std::string, std::string>> cases = {
+      {{3, 20}, "KLM601", "KLM", "KLM602:KLM601"},
+      {{3, 20}, "KLM601_", "KLM", "KLM602:KLM601"},
+      {{3, 20}, "KLM602", "KLM", "KLM602:KLM601"},
+      {{3, 40}, "KLM601", "KLM", ":"},
+      {{4, 20}, "KLM601", "KLM", ":"},
+      {{3, 20}, "KLM601", "TRA", ":"}};
+  for (const auto& [slot, callsign, airline, pair] : cases) {
+    LiveAircraft a = aircraft();
+    a.callsign = callsign;
+    a.airline = airline;
+    searchCouple(a, slot);
+    EXPECT_TRUE(a.coupleSearched);
+    EXPECT_EQ(a.callsignIn + ":" + a.callsignOut, pair)
+        << callsign << " " << slotText(slot) << " " << airline;
+  }
+  EXPECT_TRUE(test::logHas("          [KLM601_ from couple \"KLM602:KLM601\" at stand D1]"));
 }
 
 // ---- A session at the park airport
