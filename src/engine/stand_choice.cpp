@@ -168,11 +168,9 @@ void lf_searchForCoupledCsAroundThisTime(Slot slot, LiveAircraft& aircraft) {
   if (!lf_coupleSpan) lf_coupleSpan = aircraft.category == 3 ? 14 : 10;
   HalfHours window;
   for (std::int32_t h = std::max(0, slot.halfHour - *lf_coupleSpan);
-       h <= std::min(47, slot.halfHour + *lf_coupleSpan); ++h)
+       h <= std::min(halfHoursPerDay - 1, slot.halfHour + *lf_coupleSpan); ++h)
     window.set(static_cast<std::size_t>(h));
-  const std::string key = isGhost(aircraft.callsign)
-                              ? aircraft.callsign.substr(0, aircraft.callsign.size() - 1)
-                              : aircraft.callsign;
+  const std::string_view key = withoutGhostMark(aircraft.callsign);
   for (const Stand& stand : stands) {
     for (const StandOption& option : stand.options) {
       if (option.optionId == 0 || option.day != slot.day || (option.halfHours & window).none() ||

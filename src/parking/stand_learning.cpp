@@ -2,6 +2,7 @@
 
 #include "base/display.h"
 #include "base/log.h"
+#include "engine/engine.h"
 #include "engine/tables.h"
 #include "liveries/dbase.h"
 
@@ -17,7 +18,6 @@ namespace ory {
 
 namespace {
 
-constexpr std::int32_t halfHoursPerDay = 48;
 constexpr std::int32_t maxGap = 5;         // half hours that a continuous stay may have gone unseen
 constexpr std::int32_t guardHalfHours = 3; // one aircraft is counted again only after this many
 
@@ -28,12 +28,6 @@ std::int32_t lf_nextDay(std::int32_t day) {
 Slot lf_previousSlot(Slot slot) {
   if (slot.halfHour > 0) return {slot.day, slot.halfHour - 1};
   return {slot.day == 1 ? 7 : slot.day - 1, halfHoursPerDay - 1};
-}
-
-std::string lf_callsign(const ParkedAircraft& aircraft) {
-  std::string callsign = aircraft.callsign;
-  if (!callsign.empty() && callsign.back() == '_') callsign.pop_back();
-  return callsign;
 }
 
 StandOption* lf_option(Stand& stand, std::int32_t optionId) {
@@ -148,7 +142,7 @@ std::int32_t newLearnedOption(Stand& stand, const ParkedAircraft& aircraft, bool
     option.type = record->type;
   }
   option.regcode = aircraft.regcode;
-  option.callsignIn = lf_callsign(aircraft);
+  option.callsignIn = withoutGhostMark(aircraft.callsign);
   option.day = slot.day;
   option.learned = true;
   option.soft = soft;

@@ -11,6 +11,8 @@
 
 namespace ory {
 
+inline constexpr std::int32_t halfHoursPerDay = 48;
+
 // A real aircraft counted on the stand in slot; true if the statistics changed. A visit seen again up to 5
 // half hours later counts the half hours in between too; departing ends the visit, with them if continuous
 // (it stood there all along), without them otherwise.
