@@ -59,6 +59,7 @@ bool writeFlightPlan(const fs::path& path, const LiveAircraft& aircraft) {
 void planFor(LiveAircraft& aircraft) {
   aircraft.hasFlightPlan = false;
   if (aircraft.origin.empty() || aircraft.destination.empty()) return;
+  if (linkFailed) return; // the restart that ends the link is under way
   const fs::path path = lf_planPath(aircraft.objectId);
   if (writeFlightPlan(path, aircraft)) {
     // SimConnect adds the extension itself.
