@@ -184,7 +184,7 @@ TEST_F(LearningTest, theGuessedStandFitsTheAircraftsKindSizeAndStatistics) {
     elevenTaken += fmt::format(" G{}:taken", i);
   const std::vector<Case> cases = {
       {"a helicopter at a gate gets none", "G1", "", 5},
-      {"a helicopter takes the helipad", "G1 H1:heli:8", "H1", 5},
+      {"a helicopter takes the helipad", "G1 H1:8:heli", "H1", 5},
       {"two equal free gates give the first", "G1 G2", "G1"},
       {"the closer fit wins", "G1:30 G2:19", "G2"},
       {"a gate taken in this half hour is passed over", "G1:taken G2", "G2"},
