@@ -111,22 +111,22 @@ bool lf_gatesFirst() {
 }
 
 std::vector<LearningPass> lf_passes(const LiveAircraft& aircraft) {
-  using enum GapRule;
   if (aircraft.category == categoryHelicopter)
-    return {{StandSet::heli, strict},
-            {StandSet::heli, loose},
-            {StandSet::heli, anyTime},
-            {StandSet::ramp, anyTime}};
+    return {{StandSet::heli, GapRule::strict},
+            {StandSet::heli, GapRule::loose},
+            {StandSet::heli, GapRule::anyTime},
+            {StandSet::ramp, GapRule::anyTime}};
   if (aircraft.cargo)
-    return {{StandSet::cargo, strict},
-            {StandSet::cargo, loose},
-            {StandSet::notHeli, strict},
-            {StandSet::notHeli, loose}};
+    return {{StandSet::cargo, GapRule::strict},
+            {StandSet::cargo, GapRule::loose},
+            {StandSet::notHeli, GapRule::strict},
+            {StandSet::notHeli, GapRule::loose}};
   if (aircraft.category < 2 || aircraft.airline == "PVT")
-    return {{StandSet::withRamp, strict}, {StandSet::withRamp, loose}};
+    return {{StandSet::withRamp, GapRule::strict}, {StandSet::withRamp, GapRule::loose}};
   const StandSet first = lf_gatesFirst() ? StandSet::withoutRamp : StandSet::withRamp;
   const StandSet second = first == StandSet::withRamp ? StandSet::withoutRamp : StandSet::withRamp;
-  return {{first, strict}, {first, loose}, {second, strict}, {second, loose}};
+  return {
+      {first, GapRule::strict}, {first, GapRule::loose}, {second, GapRule::strict}, {second, GapRule::loose}};
 }
 
 std::optional<std::int32_t> lf_gap(const Stand& stand, const LiveAircraft& aircraft, GapRule rule) {
