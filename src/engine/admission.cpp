@@ -5,6 +5,7 @@
 #include "engine/engine.h"
 #include "engine/geometry.h"
 #include "engine/motion.h"
+#include "engine/stand_choice.h"
 #include "engine/tables.h"
 #include "liveries/dbase.h"
 #include "liveries/matching.h"
@@ -238,7 +239,10 @@ void enforceMaxLive() {
 
 void serveNewLiveHexid() {
   // An aircraft that is gone leaves the head where it is: the list waits.
-  if (newLiveHexids.empty() || findLive(newLiveHexids.front()) == nullptr) return;
+  if (newLiveHexids.empty()) return;
+  LiveAircraft* aircraft = findLive(newLiveHexids.front());
+  if (aircraft == nullptr) return;
+  if (!aircraft->coupleSearched) searchCouple(*aircraft, nowSlot());
   newLiveHexids.pop_front();
 }
 

@@ -36,6 +36,8 @@ void renew(LiveAircraft& aircraft);
 
 // A ghost's callsign ends in '_'; its real flight has the callsign without it.
 bool isGhost(std::string_view callsign);
+// The callsign without its ghost mark.
+std::string_view withoutGhostMark(std::string_view callsign);
 // The ghost of callsign loses against it and is removed.
 void ghostKill(std::string_view callsign);
 // For a ghost's callsign: its real flight exists.

@@ -2,6 +2,7 @@
 #include "base/parameters.h"
 #include "base/run.h"
 #include "engine/engine.h"
+#include "engine/flight_plans.h"
 #include "engine/geometry.h"
 #include "engine/motion.h"
 #include "engine/position_buffer.h"
@@ -16,6 +17,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
 
 namespace ory {
 
@@ -60,6 +62,7 @@ void lf_liveAIAdded(const SimCommand& command) {
     aircraft->recreated = false;
     aircraft->countDown = 1;
   }
+  planFor(*aircraft);
   requestModelGeometry(command.objectId);
 }
 
@@ -121,6 +124,11 @@ void lf_objectRemoved(const SimCommand& command) {
   const auto live = std::find_if(liveAircraft.begin(), liveAircraft.end(),
                                  [&](const LiveAircraft& a) { return a.objectId == command.objectId; });
   if (live != liveAircraft.end()) {
+    try {
+      deletePlan(*live);
+    } catch (const std::filesystem::filesystem_error& e) {
+      logLine(fmt::format("deletePlan {}", e.what()));
+    }
     if (live->state == Renewing) {
       live->state = Buffered;
       live->recreated = true;

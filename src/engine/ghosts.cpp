@@ -11,6 +11,10 @@ bool isGhost(std::string_view callsign) {
   return !callsign.empty() && callsign.back() == '_';
 }
 
+std::string_view withoutGhostMark(std::string_view callsign) {
+  return isGhost(callsign) ? callsign.substr(0, callsign.size() - 1) : callsign;
+}
+
 void ghostKill(std::string_view callsign) {
   const std::string name = fmt::format("{}_", callsign);
   LiveAircraft* ghost = findLiveByCallsign(name);

@@ -9,6 +9,7 @@
 #include "engine/position_buffer.h"
 #include "engine/stand_choice.h"
 #include "engine/tables.h"
+#include "parking/stand_learning.h"
 #include "parking/stands.h"
 #include "simlink/commands.h"
 
@@ -121,7 +122,9 @@ void lf_departureFromStand(LiveAircraft& aircraft) {
     front.time = simTick + 1;
     endPrediction(aircraft);
   }
-  if (aircraft.standId != 0) lf_stand(aircraft.standId).takenByLive = false;
+  if (aircraft.standId == 0) return;
+  recordStandVisit(aircraft, nowSlot(), true);
+  lf_stand(aircraft.standId).takenByLive = false;
 }
 
 void lf_pullOut(LiveAircraft& aircraft) {
@@ -308,6 +311,7 @@ void placeOnStand(LiveAircraft& aircraft) {
   parked.track = aircraft.standHeading * radToDeg;
   setPhase(aircraft, Parked);
   lf_parkedNow(aircraft);
+  recordStandVisit(aircraft, nowSlot(), false);
 }
 
 bool parkedFeed(LiveAircraft& aircraft, PositionSlot& slot) {
@@ -410,6 +414,7 @@ void arriveAtStand(LiveAircraft& aircraft) {
     logLine(fmt::format("{:8}: {:8} arrived at stand {}", standName(aircraft.standId), aircraft.callsign,
                         timeOfDay()));
   newLiveHexids.push_back(aircraft.hexid);
+  recordStandVisit(aircraft, unpackSlot(aircraft.arrivalTime), false);
 }
 
 void groundSegmentChange(LiveAircraft& aircraft) {

@@ -7,6 +7,7 @@
 #include "engine/geometry.h"
 #include "engine/park_airport.h"
 #include "engine/position_buffer.h"
+#include "engine/stand_choice.h"
 #include "engine/tables.h"
 #include "feed/qnh_reader.h"
 #include "simlink/commands.h"
@@ -91,6 +92,7 @@ void lf_leaveForRunway(LiveAircraft& aircraft, std::uint32_t throttle, bool spoi
 void lf_departureStart(LiveAircraft& aircraft) {
   if (aircraft.towed) logLine(fmt::format("towed aircraft takes-off? {}", describe(aircraft)));
   lf_leaveForRunway(aircraft, 0, false, LightMoment::departureStart);
+  if (!aircraft.airline.empty()) recordSoftVisit(aircraft);
 }
 
 void lf_takeOff(LiveAircraft& aircraft) {

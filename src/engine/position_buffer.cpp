@@ -6,6 +6,7 @@
 #include "engine/categories.h"
 #include "engine/geometry.h"
 #include "engine/motion.h"
+#include "engine/stand_choice.h"
 #include "engine/tables.h"
 #include "parking/stands.h"
 #include "simlink/user_aircraft.h"
@@ -525,6 +526,7 @@ void segmentChange(LiveAircraft& aircraft) {
     slots.erase(slots.begin() + 1);
   if (slots.size() < 2 && aircraft.phase == ToStand) arriveAtStand(aircraft);
   if (slots.size() < 2 && !lf_reckon(aircraft)) {
+    if (aircraft.phase != Parked && aircraft.onGround) recordSoftVisit(aircraft);
     requestRemove(aircraft);
     return;
   }

@@ -6,22 +6,52 @@
 #include "engine/engine.h"
 #include "engine/geometry.h"
 #include "engine/tables.h"
+#include "liveries/random.h"
 #include "parking/park_airports.h"
+#include "parking/stand_learning.h"
 #include "parking/stands.h"
 #include "simlink/user_aircraft.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
+#include <optional>
+#include <vector>
 
 namespace ory {
 
 namespace {
 
-constexpr double tooWideNm = 0.0009719222462203025;  // 1.8 metres
-constexpr double closeNm = 0.010799136069114472;     // 20 metres
-constexpr double wideNm = 0.0458963282937365;        // 85 metres
-constexpr double oneMetreNm = 0.0005399568034557236; // 1 metre
+constexpr double tooWideNm = 0.0009719222462203025;      // 1.8 metres
+constexpr double closeNm = 0.010799136069114472;         // 20 metres
+constexpr double wideNm = 0.0458963282937365;            // 85 metres
+constexpr double oneMetreNm = 0.0005399568034557236;     // 1 metre
+constexpr double smallHalfSpanNm = 0.009611230689557531; // 17.8 metres
+constexpr double smallStepNm = 0.00755939524838013;      // 14 metres
+constexpr double largeStepNm = 0.011339092872570195;     // 21 metres
+constexpr double softNm = 5;                             // soft learning reaches this far from the airport
+constexpr std::int32_t noGap = 100;
+constexpr std::size_t fewStands = 11; // an airport this small may guess the next half hour
+
+// Which stands a pass of the learning search looks at.
+enum class StandSet { heli, ramp, cargo, notHeli, withRamp, withoutRamp };
+// strict: gap in steps of the size difference, the aircraft must fit; loose: the plain difference; anyTime:
+// strict, but a half hour already taken does not count.
+enum class GapRule { strict, loose, anyTime };
+
+struct LearningPass {
+  StandSet set;
+  GapRule rule;
+};
+
+struct StandCandidate {
+  std::uint32_t standId = 0;
+  std::int32_t gap = 0;   // size difference, the lower the better
+  std::int32_t match = 0; // 1: an option of the stand accepts the aircraft
+};
+
+std::optional<std::int32_t> lf_coupleSpan; // half hours, fixed by the first aircraft of the process
 
 Stand& lf_stand(std::uint32_t standId) {
   return stands[standId - 1];
@@ -49,6 +79,111 @@ double lf_standDistance(std::uint32_t a, std::uint32_t b) {
 
 bool lf_parkedOn(const LiveAircraft& other, std::uint32_t standId) {
   return other.phase == Parked && other.state == Alive && other.standId == standId;
+}
+
+bool lf_inSet(const Stand& stand, StandSet set) {
+  switch (set) {
+  case StandSet::heli:
+    return stand.heli;
+  case StandSet::ramp:
+    return stand.ramp && !stand.heli;
+  case StandSet::cargo:
+    return stand.cargo && !stand.heli;
+  case StandSet::notHeli:
+    return !stand.heli;
+  case StandSet::withRamp:
+    return stand.ramp && !stand.cargo && !stand.heli;
+  case StandSet::withoutRamp:
+    return !stand.ramp && !stand.cargo && !stand.heli;
+  }
+  return false;
+}
+
+bool lf_takenIn(const Stand& stand, Slot slot) {
+  return std::any_of(stand.options.begin(), stand.options.end(), [&](const StandOption& option) {
+    return option.day == slot.day && option.halfHours.test(static_cast<std::size_t>(slot.halfHour));
+  });
+}
+
+// Gates get the first passes at American airports, and most of the time elsewhere.
+bool lf_gatesFirst() {
+  return parkAirportCode.starts_with('K') || randomIndex(100) >= 10;
+}
+
+std::vector<LearningPass> lf_passes(const LiveAircraft& aircraft) {
+  if (aircraft.category == categoryHelicopter)
+    return {{StandSet::heli, GapRule::strict},
+            {StandSet::heli, GapRule::loose},
+            {StandSet::heli, GapRule::anyTime},
+            {StandSet::ramp, GapRule::anyTime}};
+  if (aircraft.cargo)
+    return {{StandSet::cargo, GapRule::strict},
+            {StandSet::cargo, GapRule::loose},
+            {StandSet::notHeli, GapRule::strict},
+            {StandSet::notHeli, GapRule::loose}};
+  if (aircraft.category < 2 || aircraft.airline == "PVT")
+    return {{StandSet::withRamp, GapRule::strict}, {StandSet::withRamp, GapRule::loose}};
+  const StandSet first = lf_gatesFirst() ? StandSet::withoutRamp : StandSet::withRamp;
+  const StandSet second = first == StandSet::withRamp ? StandSet::withoutRamp : StandSet::withRamp;
+  return {
+      {first, GapRule::strict}, {first, GapRule::loose}, {second, GapRule::strict}, {second, GapRule::loose}};
+}
+
+std::optional<std::int32_t> lf_gap(const Stand& stand, const LiveAircraft& aircraft, GapRule rule) {
+  if (rule == GapRule::loose)
+    return static_cast<std::int32_t>(std::round(std::abs(aircraft.halfWingSpan - stand.radius)));
+  if (aircraft.halfWingSpan > stand.radius + tooWideNm) return std::nullopt;
+  const double step = aircraft.halfWingSpan <= smallHalfSpanNm ? smallStepNm : largeStepNm;
+  return static_cast<std::int32_t>(std::round((stand.radius - aircraft.halfWingSpan) / step));
+}
+
+std::vector<StandCandidate> lf_learningPass(Slot slot, const LiveAircraft& aircraft, LearningPass pass) {
+  std::vector<StandCandidate> candidates;
+  std::int32_t bestGap = noGap;
+  std::int32_t bestMatch = 0;
+  for (const Stand& stand : stands) {
+    if (!lf_inSet(stand, pass.set)) continue;
+    if (pass.rule != GapRule::anyTime && lf_takenIn(stand, slot)) continue;
+    const std::optional<std::int32_t> gap = lf_gap(stand, aircraft, pass.rule);
+    if (!gap || *gap > bestGap) continue;
+    const std::int32_t match = !aircraft.callsign.empty() && lf_anyAccepts(stand, aircraft) ? 1 : 0;
+    if (match < bestMatch) continue;
+    bestGap = *gap;
+    bestMatch = match;
+    candidates.push_back({stand.standId, *gap, match});
+  }
+  return candidates;
+}
+
+bool lf_knownNow(const LiveAircraft& aircraft, Slot slot) {
+  return std::any_of(stands.begin(), stands.end(), [&](const Stand& stand) {
+    return std::any_of(stand.options.begin(), stand.options.end(), [&](const StandOption& option) {
+      return !option.soft && option.day == slot.day && option.regcode == aircraft.regcode &&
+             option.halfHours.test(static_cast<std::size_t>(slot.halfHour));
+    });
+  });
+}
+
+void lf_searchForCoupledCsAroundThisTime(Slot slot, LiveAircraft& aircraft) {
+  if (!lf_coupleSpan) lf_coupleSpan = aircraft.category == 3 ? 14 : 10;
+  HalfHours window;
+  for (std::int32_t h = std::max(0, slot.halfHour - *lf_coupleSpan);
+       h <= std::min(halfHoursPerDay - 1, slot.halfHour + *lf_coupleSpan); ++h)
+    window.set(static_cast<std::size_t>(h));
+  const std::string_view key = withoutGhostMark(aircraft.callsign);
+  for (const Stand& stand : stands) {
+    for (const StandOption& option : stand.options) {
+      if (option.optionId == 0 || option.day != slot.day || (option.halfHours & window).none() ||
+          option.airline != aircraft.airline || option.callsignOut.empty() ||
+          (option.callsignIn != key && option.callsignOut != key))
+        continue;
+      aircraft.callsignIn = option.callsignIn;
+      aircraft.callsignOut = option.callsignOut;
+      lf_log(fmt::format("          [{} from couple \"{}:{}\" at stand {}]", aircraft.callsign,
+                         option.callsignIn, option.callsignOut, stand.id));
+      return;
+    }
+  }
 }
 
 } // namespace
@@ -104,6 +239,56 @@ void markCargoStand(const LiveAircraft& aircraft) {
                       aircraft.callsign));
   display.updateCount = updateCount;
   repaintWindow();
+}
+
+void recordStandVisit(const LiveAircraft& aircraft, Slot slot, bool leaving) {
+  if (aircraft.airline.empty() || aircraft.onCargoStand != aircraft.cargo) return;
+  if (addRealVisit(aircraft.standId, aircraft, leaving, slot, leaving))
+    countVisit(aircraft.hexid, slot, true);
+  else if (!leaving)
+    forgetVisit(aircraft.hexid);
+}
+
+std::uint32_t chooseStandForLearning(Slot slot, const LiveAircraft& aircraft, bool nextSlotAllowed) {
+  std::vector<StandCandidate> candidates;
+  for (const LearningPass pass : lf_passes(aircraft)) {
+    candidates = lf_learningPass(slot, aircraft, pass);
+    if (!candidates.empty()) break;
+  }
+  if (candidates.empty()) {
+    if (nextSlotAllowed && stands.size() < fewStands)
+      return chooseStandForLearning(nextSlot(slot), aircraft, false);
+    return 0;
+  }
+  shuffle(candidates);
+  std::stable_sort(candidates.begin(), candidates.end(),
+                   [](const StandCandidate& a, const StandCandidate& b) {
+                     return a.gap != b.gap ? a.gap < b.gap : a.match > b.match;
+                   });
+  return candidates.front().standId;
+}
+
+void recordSoftVisit(const LiveAircraft& aircraft) {
+  if (!LEARN_SOFT.value || !softLearningAllowed || parkAirportCode.empty()) return;
+  if (aircraft.standId != 0 ||
+      distanceNm(aircraft.lat, aircraft.lon, parkAirportLat, parkAirportLon) > softNm)
+    return;
+  const Slot now = nowSlot();
+  for (const Stand& stand : stands) {
+    const auto visit = stand.softVisits.find(aircraft.hexid);
+    if (visit == stand.softVisits.end()) continue;
+    if (visit->second.slot == now) return;
+    if (addSoftVisit(stand.standId, aircraft, true, now)) countVisit(aircraft.hexid, now, true);
+    return;
+  }
+  if (!countVisit(aircraft.hexid, now, false) || lf_knownNow(aircraft, now)) return;
+  const std::uint32_t standId = chooseStandForLearning(now, aircraft, true);
+  if (standId != 0 && !addSoftVisit(standId, aircraft, false, now)) forgetVisit(aircraft.hexid);
+}
+
+void searchCouple(LiveAircraft& aircraft, Slot slot) {
+  aircraft.coupleSearched = true;
+  lf_searchForCoupledCsAroundThisTime(slot, aircraft);
 }
 
 bool claimStand(const LiveAircraft& claimant, std::uint32_t standId) {

@@ -3,6 +3,7 @@
 #include "base/log.h"
 #include "base/parameters.h"
 #include "base/run.h"
+#include "parking/stand_learning.h"
 #include "parking/stands.h"
 
 #include <fmt/format.h>
@@ -77,8 +78,7 @@ std::string standName(std::uint32_t standId) {
 }
 
 std::uint32_t packedSlot() {
-  const Slot now = nowSlot();
-  return static_cast<std::uint32_t>(now.day) | static_cast<std::uint32_t>(now.halfHour) << 16;
+  return packSlot(nowSlot());
 }
 
 std::string describe(const ParkedAircraft& aircraft) {

@@ -4,6 +4,7 @@
 #include "base/run.h"
 #include "base/version.h"
 #include "engine/engine.h"
+#include "engine/flight_plans.h"
 #include "feed/feed.h"
 #include "feed/inbox.h"
 #include "feed/traffic_link.h"
@@ -88,6 +89,7 @@ bool lf_exitSteps(ExitReason reason, int seconds) {
       userClosed = true;
     }
     stopRunThreads();
+    gf_removeFlightPlanFolder();
     if (!lf_isRestart(reason)) {
       BLOCK_CALLSIGN.value.clear();
       storeText(BLOCK_CALLSIGN);

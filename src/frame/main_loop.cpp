@@ -4,6 +4,7 @@
 #include "base/parameters.h"
 #include "base/run.h"
 #include "engine/engine.h"
+#include "engine/flight_plans.h"
 #include "engine/tables.h"
 #include "feed/feed.h"
 #include "feed/inbox.h"
@@ -90,7 +91,10 @@ void lf_runJobs(const DueJobs& jobs) {
   }
   if (jobs.every60) display.minutesToRenewal = 20 - ((jobs.s / 60) % 20);
   if (jobs.every1200) writeNoMatchList();
-  if (jobs.daily) writeMatchingSummary();
+  if (jobs.daily) {
+    writeMatchingSummary();
+    flightPlanBookkeeping();
+  }
   if (jobs.every16 && !renewalCollecting) checkParkAirport(false);
   if (jobs.every59) feedWatchdog();
 }

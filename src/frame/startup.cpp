@@ -7,6 +7,7 @@
 #include "base/run.h"
 #include "base/version.h"
 #include "engine/engine.h"
+#include "engine/flight_plans.h"
 #include "engine/geometry.h"
 #include "engine/tables.h"
 #include "feed/feed.h"
@@ -249,6 +250,7 @@ void launchStartUp() {
 void startRun() {
   try {
     setTopmost(ALWAYS_ON_TOP.value);
+    prepareFlightPlanFolder();
     display.simConnected = false;
     display.rtLinkUp = false;
     if (!lf_waitForSimulator()) return;

@@ -25,6 +25,7 @@ using nlohmann::json;
 using test::ChildProcess;
 using test::eventually;
 using test::readFile;
+using testing::ContainsRegex;
 using testing::HasSubstr;
 
 // A real flight, the part of it that is played, and where the user waits for it.
@@ -338,6 +339,10 @@ TEST_F(EngineProgramTest, aLandingRollsOutTaxiesAndParksOnItsStand) {
   lf_keepForJudge(folder, "landing");
   ASSERT_TRUE(parked) << log();
   EXPECT_THAT(log(), HasSubstr("G2      : DAL1812  arrived at stand"));
+  // The arrival taught its stand, and the program's end saved it.
+  EXPECT_THAT(readFile(folder / "airports/learned/thirdparty/unknown/KMSP.xml"),
+              ContainsRegex("<parkpos id=\"G2\"[^>]*>[[:space:]]*<opt reg=\"N899DN\"[^>]* day=\"[1-7]\" "
+                            "hh=\"[0-9]+(,[0-9]+)?\" cs=\"DAL1812\""));
 
   const ObjectFigures f = judgeAtMinneapolis("landing", stand.trace());
   const Spread ground = spreadOf(f.groundMetres);

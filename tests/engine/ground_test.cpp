@@ -2,6 +2,7 @@
 // a row: parking, drift, push back, towing, touch down.
 #include "engine/motion.h"
 #include "engine_world.h"
+#include "parking/stand_learning.h"
 #include "parking/stands.h"
 
 #include <gmock/gmock.h>
@@ -307,6 +308,7 @@ TEST_F(GroundTest, aTouchAndGoTakesOffAgainWithSpoilersCommanded) {
 // record at the pace of the feed, to a stand where it really stopped; its transponder then stays on at the
 // gate for half a minute, as many do (this one went silent).
 TEST_F(GroundTest, aTaxiingAircraftThatStopsAtAStandRollsOntoItAndParks) {
+  updateNowSlot();
   stands[1].lat = 44.880384;
   stands[1].lon = -93.2099;
   stands[1].heading = 31 * degToRad;
@@ -330,6 +332,7 @@ TEST_F(GroundTest, aTaxiingAircraftThatStopsAtAStandRollsOntoItAndParks) {
     r.altitude = 0;
     r.speed = std::stod(cells[6]);
     r.track = std::stod(cells[7]);
+    r.regcode = cells[11];
     reports.push_back(r);
   }
   ASSERT_GT(reports.size(), 20u);
@@ -358,6 +361,14 @@ TEST_F(GroundTest, aTaxiingAircraftThatStopsAtAStandRollsOntoItAndParks) {
   EXPECT_EQ(aircraft->standId, 2u);
   EXPECT_LT(distanceNm(aircraft->lat, aircraft->lon, stands[1].lat, stands[1].lon) * metresPerNm, 2.0);
   EXPECT_LT(std::abs(headingDiff(aircraft->heading, stands[1].heading)) * radToDeg, 3.0);
+  // Its arrival is the stand's first statistic, in the half hour it parked.
+  const Slot parked = unpackSlot(aircraft->arrivalTime);
+  ASSERT_EQ(stands[1].options.size(), 1u);
+  const StandOption& learned = stands[1].options[0];
+  EXPECT_EQ(fmt::format("{} {} {} {} {}", learned.day, slotsToText(learned.halfHours), learned.airline,
+                        learned.callsignIn, learned.regcode),
+            fmt::format("{} {} DAL DAL1812 N899DN", parked.day, parked.halfHour));
+  EXPECT_GE(parked.day, 1);
 }
 
 } // namespace
