@@ -90,6 +90,30 @@ std::string lf_scenario(const Flight& flight, std::string_view timeline) {
                      flight.zulu, flight.userLat, flight.userLon, flight.elevation, flight.title, timeline);
 }
 
+// The position fields of a traffic line.
+std::string lf_position(const std::string& line) {
+  const std::size_t first = line.find(',', line.find(',') + 1);
+  const std::size_t third = line.find(',', line.find(',', first + 1) + 1);
+  return line.substr(first, third - first);
+}
+
+// A transponder left on at the gate: between two reports of the same position the feed repeats the aircraft
+// every 10 seconds.
+void lf_repeatStanding(std::vector<CaptureEntry>& window) {
+  std::vector<CaptureEntry> repeated;
+  for (std::size_t i = 0; i < window.size(); ++i) {
+    repeated.push_back(window[i]);
+    const std::size_t next = i + 1;
+    if (next == window.size() || window[i].kind != CaptureKind::traffic ||
+        window[next].kind != CaptureKind::traffic ||
+        lf_position(window[i].payload) != lf_position(window[next].payload))
+      continue;
+    for (double offset = window[i].offset + 10; offset < window[next].offset - 1; offset += 10)
+      repeated.push_back({offset, CaptureKind::traffic, window[i].payload});
+  }
+  window.swap(repeated);
+}
+
 bool lf_isCall(const json& line, std::string_view call) {
   return line.value("kind", "") == "call" && line.value("call", "") == call;
 }
@@ -101,9 +125,9 @@ protected:
                                               "  <parameter name=\"LOG\" value=\"true\" />\n");
   }
 
-  // seconds of the flight from its window's start, as offsets from 0, with the weather in force and its
-  // livery installed; dropAt cuts the link; gateReports repeat the last report every 20 seconds, a
-  // transponder left on at the gate.
+  // seconds of the flight from its window's start, as offsets from 0, with the weather in force, its livery
+  // installed and its stands repeated; dropAt cuts the link; gateReports repeat the last report every 20
+  // seconds after the window.
   void prepare(const Flight& chosen, double seconds, double dropAt = -1, int gateReports = 0) {
     flight = chosen;
     test::writeBytes(folder / "output/LiveriesScanned.xml",
@@ -129,6 +153,7 @@ protected:
       }
       window.push_back(entry);
     }
+    lf_repeatStanding(window);
     if (weather) window.insert(window.begin(), {0, CaptureKind::weather, weather->payload});
     for (int i = 1; i <= gateReports; ++i) {
       CaptureEntry again = window.back();
