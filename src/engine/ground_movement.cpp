@@ -9,6 +9,7 @@
 #include "engine/position_buffer.h"
 #include "engine/stand_choice.h"
 #include "engine/tables.h"
+#include "parking/parked_aircraft.h"
 #include "parking/stands.h"
 #include "simlink/commands.h"
 
@@ -308,6 +309,7 @@ void placeOnStand(LiveAircraft& aircraft) {
   parked.track = aircraft.standHeading * radToDeg;
   setPhase(aircraft, Parked);
   lf_parkedNow(aircraft);
+  limitParked(1);
 }
 
 bool parkedFeed(LiveAircraft& aircraft, PositionSlot& slot) {
@@ -410,6 +412,7 @@ void arriveAtStand(LiveAircraft& aircraft) {
     logLine(fmt::format("{:8}: {:8} arrived at stand {}", standName(aircraft.standId), aircraft.callsign,
                         timeOfDay()));
   newLiveHexids.push_back(aircraft.hexid);
+  if (!aircraft.airline.empty() && aircraft.onCargoStand == aircraft.cargo) limitParked(0);
 }
 
 void groundSegmentChange(LiveAircraft& aircraft) {

@@ -16,6 +16,7 @@
 #include "parking/airport_database.h"
 #include "parking/airport_file.h"
 #include "parking/stands.h"
+#include "parking/static_parking.h"
 #include "simlink/user_aircraft.h"
 
 #include <fmt/format.h>
@@ -279,7 +280,7 @@ void lf_openChosen() {
     failure = e.what();
   }
   if (failure.empty()) {
-    markReserved();
+    startStaticParking();
     return;
   }
   logLine(failure);
@@ -412,10 +413,10 @@ void updateParkAirports() {
 }
 
 void checkParkAirport(bool first) {
-  if (calculating) {
-    calculating = false;
-    lf_enableParkingControls(true);
+  if (calculating && creationQueue.empty() && !staticParkingRunning()) {
+    endCalculating();
     flushLog();
+    refreshFitAverages();
   }
   if (openPending) {
     lf_openChosen();
@@ -499,6 +500,7 @@ std::string checkReservedStand(bool report) {
 }
 
 void flushStatics() {
+  resetStaticParking();
   for (ParkedAircraft& aircraft : parkedAircraft)
     lf_removeParked(aircraft);
   for (LiveAircraft& aircraft : liveAircraft) {
@@ -516,6 +518,7 @@ void flushStatics() {
 
 void resetParkAirport() {
   closeParkAirport();
+  resetStaticParking();
   resetStands();
   parkAirportCode.clear();
   parkAirportLat = 0;
@@ -526,6 +529,11 @@ void resetParkAirport() {
   lf_below = {};
   clearReaderParkAirport();
   lf_showParking();
+}
+
+void endCalculating() {
+  calculating = false;
+  lf_enableParkingControls(true);
 }
 
 void clearReservedStand() {
@@ -563,6 +571,7 @@ void forgetParkAirports() {
   lf_sortLon = 0;
   lf_maxLiveBefore.reset();
   clearReaderParkAirport();
+  resetStaticParking();
 }
 
 } // namespace ory
