@@ -181,9 +181,12 @@ void limitParked(std::int32_t extra) {
                     [](const ParkedAircraft& a) { return a.state == Alive || a.state == Removing; }));
   if (!WEEK.value) refreshFitAverages();
   if (wantedStands >= live + statics + extra) return;
-  std::stable_sort(
-      parkedAircraft.begin(), parkedAircraft.end(),
-      [](const ParkedAircraft& a, const ParkedAircraft& b) { return a.arrivalTime < b.arrivalTime; });
+  // By arrival, over the week's wrap: the one that came last is the last.
+  const Slot now = nowSlot();
+  std::stable_sort(parkedAircraft.begin(), parkedAircraft.end(),
+                   [now](const ParkedAircraft& a, const ParkedAircraft& b) {
+                     return halfHoursSince(now, a.arrivalTime) > halfHoursSince(now, b.arrivalTime);
+                   });
   // The last that still stands; one already on its way out counts once.
   const auto last = std::find_if(parkedAircraft.rbegin(), parkedAircraft.rend(),
                                  [](const ParkedAircraft& a) { return a.state == Alive; });

@@ -496,8 +496,9 @@ bool lf_leavesNow(const ParkedStayer& stayer, Slot now) {
 
 // The arrival flight turns into the departure flight.
 void lf_turnAround(Slot now) {
-  std::sort(parkedStayers.begin(), parkedStayers.end(),
-            [](const ParkedStayer& a, const ParkedStayer& b) { return a.arrivalTime < b.arrivalTime; });
+  std::sort(parkedStayers.begin(), parkedStayers.end(), [now](const ParkedStayer& a, const ParkedStayer& b) {
+    return halfHoursSince(now, a.arrivalTime) > halfHoursSince(now, b.arrivalTime);
+  });
   for (ParkedStayer& stayer : parkedStayers) {
     stayer.leavesNow = lf_leavesNow(stayer, now);
     if (!stayer.leavesNow) continue;
