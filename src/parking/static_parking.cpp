@@ -46,6 +46,7 @@ constexpr std::int64_t liveParkMinutes = 90;
 constexpr std::int64_t heavyParkMinutes = 180;
 constexpr std::uint32_t categoryHeavy = 3;
 constexpr std::size_t workReserve = 512;
+constexpr std::size_t optionsPerStep = 60000; // about half a millisecond of search
 constexpr double noRoom = std::numeric_limits<double>::infinity();
 
 struct FakeRow {
@@ -74,18 +75,20 @@ constexpr FakeRow fakeHeli{"PVT", "EC35"};
 constexpr std::array<std::string_view, 7> weekdayNames = {"Monday", "Tuesday",  "Wednesday", "Thursday",
                                                           "Friday", "Saturday", "Sunday"};
 
-enum class Stage { idle, searching, finishing };
+enum class Stage { idle, renumbering, searching, finishing };
 
 // The calculation in progress: one fit of one pass per step.
 struct Calculation {
   Stage stage = Stage::idle;
+  Stage afterRenumbering = Stage::idle;
   bool renewal = false;
   Slot now;
   std::int32_t wanted = 0;
   std::int32_t have = 0; // aircraft that already count
   bool soft = false;     // the pass of soft statistics
   std::int32_t fit = 0;
-  std::int32_t before = 0; // occupied stands when the pass began
+  std::int32_t before = 0;   // occupied stands when the pass began
+  std::size_t nextStand = 0; // where the next slice of this fit's pass begins, in stands order
   std::vector<StaticCandidate> found;
   std::vector<StaticCandidate> accumulated;
   TextSet regcodes; // of found and accumulated: one registration is never shown twice
@@ -95,6 +98,7 @@ Calculation lf_calc;
 std::set<std::string> lf_heard;             // callsigns the feed had in the collecting window
 std::vector<std::size_t> lf_candidates;     // option indices of one stand, kept for their capacity
 std::vector<std::int32_t> lf_parkedOnStand; // by standId: index into parkedAircraft of the one in state 2
+std::vector<std::int32_t> lf_queuedOnStand; // by standId: index into creationQueue
 
 const char* lf_plural(std::int64_t count) {
   return count >= 2 ? "s" : "";
@@ -248,16 +252,25 @@ void lf_searchStand(Stand& stand, Slot searched) {
   lf_markOccupied(stand);
 }
 
-void lf_searchStands() {
-  const Slot searched = slotBefore(lf_calc.now, lf_calc.fit);
+// One slice of the pass over all stands for the present fit; true when the pass is complete.
+bool lf_searchStands() {
+  Calculation& c = lf_calc;
+  const Slot searched = slotBefore(c.now, c.fit);
   try {
+    // The table may have changed since the last slice.
     lf_indexParked();
-    for (Stand& stand : stands)
-      lf_searchStand(stand, searched);
+    for (std::size_t spent = 0; c.nextStand < stands.size() && spent < optionsPerStep; ++c.nextStand) {
+      spent += stands[c.nextStand].options.size() + 1;
+      lf_searchStand(stands[c.nextStand], searched);
+    }
   } catch (const std::exception& error) {
-    logLine(fmt::format("exception in lf_searchStands, day: {}, offset {}: {}", searched.day, lf_calc.fit,
+    logLine(fmt::format("exception in lf_searchStands, day: {}, offset {}: {}", searched.day, c.fit,
                         error.what()));
+    c.nextStand = stands.size();
   }
+  if (c.nextStand < stands.size()) return false;
+  c.nextStand = 0;
+  return true;
 }
 
 void lf_moveFoundToAccumulated() {
@@ -289,6 +302,7 @@ void lf_beginPass(bool soft) {
   Calculation& c = lf_calc;
   c.soft = soft;
   c.fit = 0;
+  c.nextStand = 0;
   c.before = lf_occupiedCount();
   c.found.clear();
   c.regcodes.clear();
@@ -331,9 +345,22 @@ void lf_endPass(bool reached) {
   c.stage = Stage::finishing;
 }
 
+void lf_renumberStep() {
+  Calculation& c = lf_calc;
+  for (std::size_t spent = 0; c.nextStand < stands.size() && spent < optionsPerStep; ++c.nextStand) {
+    std::int32_t optionId = 1;
+    for (StandOption& option : stands[c.nextStand].options)
+      option.optionId = optionId++;
+    spent += stands[c.nextStand].options.size() + 1;
+  }
+  if (c.nextStand < stands.size()) return;
+  c.nextStand = 0;
+  c.stage = c.afterRenumbering;
+}
+
 void lf_searchStep() {
   Calculation& c = lf_calc;
-  lf_searchStands();
+  if (!lf_searchStands()) return;
   if (lf_occupiedCount() >= c.wanted) {
     lf_endPass(true);
     return;
@@ -432,13 +459,30 @@ bool lf_collides(const ParkedAircraft& parked, const StaticRequest& request) {
 }
 
 // The older of the parked aircraft and the queued one goes; a tie keeps the one that stands.
-void lf_olderGoes(const ParkedAircraft& parked, std::vector<StaticRequest>::iterator request, Slot now) {
-  if (halfHoursSince(now, parked.arrivalTime) > request->fit) {
-    removalList.push_back({parked.callsign, parked.standId});
-    return;
-  }
+// The request queued for a stand, or null; a request given up has standId 0 until the queue is swept.
+StaticRequest* lf_queuedOn(std::uint32_t standId) {
+  if (standId >= lf_queuedOnStand.size() || lf_queuedOnStand[standId] < 0) return nullptr;
+  StaticRequest& request = creationQueue[static_cast<std::size_t>(lf_queuedOnStand[standId])];
+  return request.standId == standId ? &request : nullptr;
+}
+
+void lf_indexQueue() {
+  lf_queuedOnStand.assign(stands.size() + 1, -1);
+  for (std::size_t i = 0; i < creationQueue.size(); ++i)
+    if (creationQueue[i].standId < lf_queuedOnStand.size() && lf_queuedOnStand[creationQueue[i].standId] < 0)
+      lf_queuedOnStand[creationQueue[i].standId] = static_cast<std::int32_t>(i);
+}
+
+void lf_stays(const ParkedAircraft& parked, StaticRequest& request) {
   parkedStayers.push_back(lf_stayer(parked));
-  creationQueue.erase(request);
+  request.standId = 0;
+}
+
+void lf_olderGoes(const ParkedAircraft& parked, StaticRequest& request, Slot now) {
+  if (halfHoursSince(now, parked.arrivalTime) > request.fit)
+    removalList.push_back({parked.callsign, parked.standId});
+  else
+    lf_stays(parked, request);
 }
 
 void lf_decideParked(const ParkedAircraft& parked, Slot now) {
@@ -446,26 +490,20 @@ void lf_decideParked(const ParkedAircraft& parked, Slot now) {
     removalList.push_back({parked.callsign, parked.standId});
     return;
   }
-  const auto onStand = std::find_if(creationQueue.begin(), creationQueue.end(),
-                                    [&](const StaticRequest& r) { return r.standId == parked.standId; });
-  if (onStand != creationQueue.end()) {
+  if (StaticRequest* onStand = lf_queuedOn(parked.standId)) {
     if (onStand->airline == parked.airline && onStand->type == parked.type &&
-        (parked.callsign == onStand->callsignIn + "*" || parked.callsign == onStand->callsignOut + "*")) {
-      parkedStayers.push_back(lf_stayer(parked));
-      creationQueue.erase(onStand);
-      return;
-    }
-    lf_olderGoes(parked, onStand, now);
+        (parked.callsign == onStand->callsignIn + "*" || parked.callsign == onStand->callsignOut + "*"))
+      lf_stays(parked, *onStand);
+    else
+      lf_olderGoes(parked, *onStand, now);
     return;
   }
   const Stand* stand = lf_stand(parked.standId);
   if (stand == nullptr) return;
   for (const std::uint32_t neighbour : stand->neighbours) {
-    const auto beside = std::find_if(creationQueue.begin(), creationQueue.end(), [&](const StaticRequest& r) {
-      return r.standId == neighbour && lf_collides(parked, r);
-    });
-    if (beside == creationQueue.end()) continue;
-    lf_olderGoes(parked, beside, now);
+    StaticRequest* beside = lf_queuedOn(neighbour);
+    if (beside == nullptr || !lf_collides(parked, *beside)) continue;
+    lf_olderGoes(parked, *beside, now);
     return;
   }
   if (lf_stillValid(parked, *stand, now))
@@ -532,8 +570,10 @@ void lf_dropSurplus() {
 
 void lf_finishRenewal() {
   const Slot now = lf_calc.now;
+  lf_indexQueue();
   for (const ParkedAircraft& parked : parkedAircraft)
     if (!parked.isRealParked && parked.state == Alive) lf_decideParked(parked, now);
+  std::erase_if(creationQueue, [](const StaticRequest& r) { return r.standId == 0; });
   lf_turnAround(now);
   lf_dropSurplus();
   lf_sortByFit(true);
@@ -650,11 +690,6 @@ void renewStaticParking() {
   liveStayers.clear();
   creationQueue.clear();
   lf_clearStandMarks();
-  for (Stand& stand : stands) {
-    std::int32_t optionId = 1;
-    for (StandOption& option : stand.options)
-      option.optionId = optionId++;
-  }
   markReserved();
   const std::int32_t wanted = computeWanted();
   lf_collectLiveStayers(true);
@@ -667,12 +702,18 @@ void renewStaticParking() {
   for (const LiveStayer& live : liveStayers)
     if (Stand* stand = lf_stand(live.standId)) lf_markOccupied(*stand);
   lf_begin(true, now, wanted, static_cast<std::int32_t>(liveStayers.size()));
+  // Options disabled at the last calculation come back first.
+  lf_calc.afterRenumbering = lf_calc.stage;
+  lf_calc.stage = Stage::renumbering;
 }
 
 bool stepStaticParking() {
   switch (lf_calc.stage) {
   case Stage::idle:
     return false;
+  case Stage::renumbering:
+    lf_renumberStep();
+    return true;
   case Stage::searching:
     lf_searchStep();
     return true;

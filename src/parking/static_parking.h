@@ -5,8 +5,9 @@
 // the statistics saw the aircraft on the stand n half hours before now; the search takes fit 0 for all
 // stands, then fit 1, and so on, until enough stands are filled or MAX_FIT is passed.
 //
-// The search runs in steps of one fit over all stands, one step per main-loop pass, so that even the
-// largest airport never holds the 10 ms beat. Everything runs on the main-loop thread.
+// The search runs in steps, one per main-loop pass, each a slice of one fit's pass over the stands of some
+// tens of thousands of statistics, so that even the largest airport never holds the 10 ms beat. Everything
+// runs on the main-loop thread.
 
 #include "base/run.h"
 #include "parking/stands.h"
