@@ -8,6 +8,7 @@
 #include "engine/tables.h"
 #include "liveries/dbase.h"
 #include "liveries/matching.h"
+#include "parking/parked_aircraft.h"
 #include "simlink/user_aircraft.h"
 
 #include <fmt/format.h>
@@ -237,7 +238,10 @@ void enforceMaxLive() {
 
 void serveNewLiveHexid() {
   // An aircraft that is gone leaves the head where it is: the list waits.
-  if (newLiveHexids.empty() || findLive(newLiveHexids.front()) == nullptr) return;
+  if (newLiveHexids.empty()) return;
+  const LiveAircraft* live = findLive(newLiveHexids.front());
+  if (live == nullptr) return;
+  replaceParkedBy(*live);
   newLiveHexids.pop_front();
 }
 

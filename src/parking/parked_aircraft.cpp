@@ -203,6 +203,37 @@ void removeOldestLive(std::size_t n) {
   }
 }
 
+void replaceParkedBy(const LiveAircraft& live) {
+  if (live.callsign.empty()) return;
+  const std::string key = live.callsign.substr(0, live.callsign.size() - 1);
+  const auto either = [](const ParkedAircraft& p, const std::string& callsign) {
+    return !callsign.empty() && (p.callsignIn == callsign || p.callsignOut == callsign);
+  };
+  for (ParkedAircraft& p : parkedAircraft) {
+    if (p.state != Alive) continue;
+    std::string line;
+    const std::string name = standName(p.standId);
+    if (p.isRealParked && p.liveHexid == live.hexid) {
+      const bool ground = !live.slots.empty() && !live.slots.front().airborne;
+      line = fmt::format("{:8}: {:8} removed, new {} {} has same hexid", name, p.callsign,
+                         ground ? "on ground" : "airborne", live.callsign);
+    } else if (!live.regcode.empty() && live.regcode == p.regcode) {
+      line = fmt::format("{:8}: {:8} {} removed, new {} {} has same regcode {}", name, p.callsign, p.type,
+                         live.callsign, live.type, live.regcode);
+    } else if (either(p, live.callsign) || either(p, live.callsignOut) ||
+               (isGhost(live.callsign) && either(p, key))) {
+      line = fmt::format("{:8}: {:8} \"{} {}\" removed, new {} {} \"{} {}\" has {} callsign {}", name,
+                         p.callsign, p.callsignIn, p.callsignOut, live.callsign, live.type, live.callsignIn,
+                         live.callsignOut, live.callsign == p.callsignIn ? "same" : "coupled", live.callsign);
+    } else {
+      continue;
+    }
+    if (LOG.value) logLine(line);
+    requestRemove(p);
+    return;
+  }
+}
+
 void sweepDuplicates() {
   for (const LiveAircraft& live : liveAircraft) {
     if (live.phase != Parked || live.state != Alive || !live.standConfirmed) continue;

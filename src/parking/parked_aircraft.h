@@ -4,6 +4,7 @@
 // static, is held at what static parking wants. A parked aircraft never moves. Its shown callsign always ends
 // in "*", which tells static from live in the log. All of it runs on the main-loop thread.
 
+#include "engine/aircraft.h"
 #include "simlink/batches.h"
 
 #include <cstddef>
@@ -25,6 +26,8 @@ void settleParked(const SimCommand& entry);
 void limitParked(std::int32_t extra);
 // The n live aircraft parked longest leave the simulator.
 void removeOldestLive(std::size_t n);
+// A new live aircraft: the static parked aircraft that stands for the same airframe or flight goes.
+void replaceParkedBy(const LiveAircraft& live);
 // A live aircraft on a stand whose static twin still stands somewhere: the twin goes.
 void sweepDuplicates();
 

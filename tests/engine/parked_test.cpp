@@ -125,5 +125,60 @@ TEST_F(ParkedTest, theQueueBecomesParkedAircraftOneACreationStepAndAVetoOfLiveTr
   }
 }
 
+TEST_F(ParkedTest, aNewLiveAircraftTakesThePlaceOfItsStaticTwin) {
+  makeStands({0, 300, 600});
+  const auto parked = [](std::uint32_t objectId, std::string in, std::string out, std::string regcode) {
+    ParkedAircraft p;
+    p.objectId = objectId;
+    p.standId = objectId - 60;
+    p.callsign = in + "*";
+    p.callsignIn = std::move(in);
+    p.callsignOut = std::move(out);
+    p.regcode = std::move(regcode);
+    p.type = "A320";
+    return p;
+  };
+  struct Row {
+    const char* probe;
+    std::string callsign, regcode, callsignOut;
+    std::uint32_t hexid;
+    std::vector<std::uint32_t> removed;
+  };
+  const std::vector<Row> rows = {
+      {"the real aircraft it stood for", "XXX1", "", "", 0x484999, {62}},
+      {"its registration", "XXX2", "G-EZYA", "", 0x484001, {63}},
+      {"its arrival callsign", "KLM1", "", "", 0x484001, {61}},
+      {"its departure callsign", "KLM2", "", "", 0x484001, {61}},
+      {"the live aircraft's own couple", "KLM7", "", "KLM1", 0x484001, {61}},
+      {"a ghost of its flight", "EZY3_", "", "", 0x484001, {63}},
+      {"nothing in common", "BAW9", "G-BAWA", "", 0x484001, {}},
+  };
+  for (const Row& row : rows) {
+    parkedAircraft = {parked(61, "KLM1", "KLM2", "PH-AAA"), parked(62, "DLH5", "", ""),
+                      parked(63, "EZY3", "", "G-EZYA")};
+    parkedAircraft[1].isRealParked = true;
+    parkedAircraft[1].liveHexid = 0x484999;
+    for (ParkedAircraft& p : parkedAircraft)
+      p.state = Alive;
+    LiveAircraft& live = liveAircraft.emplace_back();
+    live.hexid = row.hexid;
+    live.callsign = row.callsign;
+    live.regcode = row.regcode;
+    live.callsignOut = row.callsignOut;
+    live.type = "A320";
+    newLiveHexids = {row.hexid};
+    pendingRemoveObjects.clear();
+    serveNewLiveHexid();
+    EXPECT_EQ(std::vector<std::uint32_t>(pendingRemoveObjects.begin(), pendingRemoveObjects.end()),
+              row.removed)
+        << row.probe;
+    EXPECT_TRUE(newLiveHexids.empty()) << row.probe;
+    liveAircraft.clear();
+  }
+  EXPECT_TRUE(test::logHas("S3      : EZY3*    A320 removed, new XXX2 A320 has same regcode G-EZYA"));
+  EXPECT_TRUE(test::logHas(
+      "S1      : KLM1*    \"KLM1 KLM2\" removed, new KLM7 A320 \" KLM1\" has coupled callsign KLM7"));
+}
+
 } // namespace
 } // namespace ory
