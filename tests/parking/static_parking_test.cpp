@@ -16,6 +16,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 #include <set>
 #include <string>
 #include <vector>
@@ -102,15 +103,15 @@ protected:
     openLog();
     test::installPreparedData(".");
     ASSERT_TRUE(readDbase());
-    lf_reset();
+    resetParking();
   }
   void TearDown() override {
-    lf_reset();
+    resetParking();
     resetStands();
     clearDbase();
     closeLog();
   }
-  static void lf_reset() {
+  static void resetParking() {
     for (IntParameter* number : {&parking_percentage, &MAX_FIT})
       number->value = number->defaultValue;
     for (BoolParameter* flag : {&WEEK, &PARK_FAKE, &PARK_SOFT, &INITIAL_LOAD_ONLY, &HELICOPTERS})
@@ -139,30 +140,12 @@ TEST_F(StaticParkingTest, theShareOfStandsToFill) {
   }
 }
 
-TEST_F(StaticParkingTest, aStandTakesAnAircraftUpToALittleWiderAndNotMuchSmaller) {
-  struct Row {
-    double stand, aircraft; // radius, metres
-    bool fits;
-  };
-  for (const Row& row : {Row{20, 21.7, true}, Row{20, 21.9, false}, Row{20, 14, true}, Row{20, 12, false},
-                         Row{40, 30, true}, Row{40, 28, false}}) {
-    Stand stand;
-    stand.radius = row.stand * nmPerMetre;
-    EXPECT_EQ(standFits(stand, row.aircraft * nmPerMetre), row.fits) << row.stand << " " << row.aircraft;
-  }
-}
-
 TEST_F(StaticParkingTest, theSearchFillsStandsFromTheFreshestStatisticsOnward) {
   struct Row {
     const char* probe;
     std::vector<StandSpec> stands;
     std::string queued;
-    Slot now = {3, 20};
-    std::int32_t percentage = 100, maxFit = 47;
-    bool week = false, parkSoft = true, helicopters = true;
-    double spacing = 100; // metres
-    std::string reserved;
-    std::set<std::string> heard;
+    std::function<void()> tweak; // after Wednesday 10:00, 100 percent, the parameters' defaults
   };
   const std::vector<Row> rows = {
       {"fit 0 on every stand first",
@@ -171,105 +154,69 @@ TEST_F(StaticParkingTest, theSearchFillsStandsFromTheFreshestStatisticsOnward) {
       {"MAX_FIT 0: the current half hour alone",
        {{{{"KLM1"}}}, {{{"KLM2", 3, {19}}}}},
        "1:0s",
-       {3, 20},
-       100,
-       0},
+       [] { MAX_FIT.value = 0; }},
       {"fit 1 just after midnight is the previous weekday's last",
        {{{{"KLM1", 2, {47}}}}, {{{"KLM2", 3, {47}}}}},
        "1:1s",
-       {3, 0}},
+       [] { lf_setNow(3, 0); }},
       {"WEEK on: a Monday statistic counts on Sunday",
        {{{{"KLM1", 1, {20}}}}},
        "1:0s",
-       {7, 20},
-       100,
-       47,
-       true},
-      {"WEEK off: it doesn't", {{{{"KLM1", 1, {20}}}}}, "", {7, 20}},
+       [] {
+         lf_setNow(7, 20);
+         WEEK.value = true;
+       }},
+      {"WEEK off: it doesn't", {{{{"KLM1", 1, {20}}}}}, "", [] { lf_setNow(7, 20); }},
       {"a registration once; the stand takes its next option at the next fit",
        {{{{"KLM1", 3, {20}, "PH-A"}}}, {{{"KLM2", 3, {20}, "PH-A"}, {"KLM3", 3, {19}, "PH-B"}}}},
        "1:0s 2:1s"},
       {"four at fit 0 for three wanted: the last in stand order goes",
        {{{{"KLM1"}}}, {{{"KLM2"}}}, {{{"KLM3"}}}, {{{"KLM4"}}}},
        "1:0s 2:0s 3:0s",
-       {3, 20},
-       75},
+       [] { parking_percentage.value = 75; }},
       {"no helipad with HELICOPTERS off",
        {{{{"HLX1", 3, {20}, "", false, "PVT", "EC35"}}, true}, {{{"KLM2"}}}},
        "2:0s",
-       {3, 20},
-       100,
-       47,
-       false,
-       true,
-       false},
+       [] { HELICOPTERS.value = false; }},
       {"a neighbour of an occupied stand is blocked",
        {{{{"KLM1"}}}, {{{"KLM2"}}}},
        "1:0s",
-       {3, 20},
-       100,
-       47,
-       false,
-       true,
-       true,
-       30},
+       [] {
+         lf_makeStands({{{{"KLM1"}}}, {{{"KLM2"}}}}, 30);
+       }},
       {"soft statistics fill what the real ones leave",
        {{{{"KLM1"}}}, {{{"KLM2", 3, {20}, "", true}}}},
        "1:0s 2:0s"},
       {"without PARK_SOFT they don't",
        {{{{"KLM1"}}}, {{{"KLM2", 3, {20}, "", true}}}},
        "1:0s",
-       {3, 20},
-       100,
-       47,
-       false,
-       false},
-      {"the user's stand stays free",
-       {{{{"KLM1"}}}, {{{"KLM2"}}}},
-       "2:0s",
-       {3, 20},
-       100,
-       47,
-       false,
-       true,
-       true,
-       100,
-       "S1"},
+       [] { PARK_SOFT.value = false; }},
+      {"the user's stand stays free", {{{{"KLM1"}}}, {{{"KLM2"}}}}, "2:0s", [] { reservedStand = "S1"; }},
       {"flying callsigns and their ghosts are not parked",
        {{{{"KLM1"}}}, {{{"KLM2:KLM8"}}}, {{{"KLM3"}}}, {{{"KLM4", 3, {20, 21}}}}},
        "4:0s",
-       {3, 20},
-       100,
-       47,
-       false,
-       true,
-       true,
-       100,
-       "",
-       {"KLM1", "KLM8", "KLM3_"}},
+       [] {
+         trafficReader.feedCallsigns = {"KLM1", "KLM8", "KLM3_"};
+       }},
       {"an aircraft leaving after this half hour shows its departure callsign",
        {{{{"KLM1:KLM2", 3, {20}}}}, {{{"KLM3:KLM4", 3, {20, 21}}}}},
        "1:0 2:0s"},
       {"over midnight the next weekday's first half hour tells",
        {{{{"KLM1:KLM2", 3, {47}}, {"KLM1:KLM2", 4, {0}}}}, {{{"KLM3:KLM4", 3, {47}}}}},
        "1:0s 2:0",
-       {3, 47}},
+       [] { lf_setNow(3, 47); }},
   };
   for (const Row& row : rows) {
-    lf_makeStands(row.stands, row.spacing);
-    lf_setNow(row.now.day, row.now.halfHour);
-    parking_percentage.value = row.percentage;
-    MAX_FIT.value = row.maxFit;
-    WEEK.value = row.week;
-    PARK_SOFT.value = row.parkSoft;
-    HELICOPTERS.value = row.helicopters;
-    reservedStand = row.reserved;
-    trafficReader.feedCallsigns = row.heard;
+    resetParking();
+    lf_makeStands(row.stands);
+    lf_setNow(3, 20);
+    parking_percentage.value = 100;
+    if (row.tweak) row.tweak();
     startStaticParking();
     const std::int32_t steps = lf_runToEnd();
     EXPECT_EQ(lf_queued(), row.queued) << row.probe;
-    // One fit per step, real and soft pass, and the end.
-    EXPECT_LE(steps, 2 * (row.maxFit + 1) + 1) << row.probe;
+    EXPECT_LE(steps, 2 * (MAX_FIT.value + 1) + 1)
+        << row.probe << ": a fit a step, a real and a soft pass, the end";
     EXPECT_EQ(calculating, !creationQueue.empty()) << row.probe;
   }
   EXPECT_TRUE(logHas("It is day 3 (Wednesday), 10.5 hours"));
@@ -293,7 +240,7 @@ TEST_F(StaticParkingTest, fakeOptionsFillTheStandsByKindAndAirportButNeverAHelip
       made.push_back(fmt::format("{} {} {} {} {} {}{}", o.airline, o.type, o.regcode, o.callsignIn, o.day,
                                  o.halfHours.to_ullong() == 1ull << 20 ? "hh20" : "?",
                                  o.soft ? " soft" : ""));
-  // The first fitting row of each table, with RANDOM off.
+  // The first row of each table that fits the stand (A320 on 18 metres, B752 on 24, C172 on 10), RANDOM off.
   EXPECT_EQ(made, (std::vector<std::string>{
                       "SAS A320 REGFAKE1 FAKE1 3 hh20 soft", "FDX B752 REGFAKE2 FAKE2 3 hh20 soft",
                       "PVT C172 REGFAKE3 FAKE3 3 hh20 soft", "PVT EC35 REGFAKE4 FAKE4 3 hh20 soft"}));
@@ -329,7 +276,7 @@ TEST_F(StaticParkingTest, theRenewalKeepsWhatStillFitsAndSwapsTheRest) {
     return p;
   };
   for (const bool initialLoadOnly : {false, true}) {
-    lf_reset();
+    resetParking();
     lf_makeStands(
         {{{{"KLM1"}}}, {{{"KLM2"}}}, {{{"KLM3", 2, {10}}}}, {{{"KLM4"}}}, {{{"KLM5:KLM6", 3, {20}}}}, {}});
     lf_setNow(3, 20);
