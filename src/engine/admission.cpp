@@ -9,6 +9,7 @@
 #include "liveries/dbase.h"
 #include "liveries/matching.h"
 #include "parking/parked_aircraft.h"
+#include "parking/static_parking.h"
 #include "simlink/user_aircraft.h"
 
 #include <fmt/format.h>
@@ -258,6 +259,7 @@ void serveBlockedCallsign() {
 
 void serveFlush() {
   if (!flushPending.exchange(false)) return;
+  stopStaticParking();
   for (ParkedAircraft& parked : parkedAircraft) {
     if (parked.objectId != 0)
       requestRemove(parked);

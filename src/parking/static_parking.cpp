@@ -26,15 +26,54 @@
 namespace ory {
 
 std::vector<StaticRequest> creationQueue;
+std::int32_t wantedStands = 0;
+
+namespace {
+
+// One aircraft chosen by the search.
+struct StaticCandidate {
+  std::string airline;
+  std::string type;
+  std::uint32_t standId = 0;
+  std::int32_t fit = 0; // half hours before now that the statistics saw it here
+  std::string regcode;
+  std::string callsignIn;
+  std::string callsignOut;
+  bool staysNextHalfHour = false; // still here in the next half hour: shown with its arrival callsign
+};
+
+// A live aircraft parked on a stand at a renewal.
+struct LiveStayer {
+  std::string callsign;
+  std::uint32_t standId = 0;
+  std::int64_t minutes = 0; // parked for; 0 when the feed confirms it on the stand
+  std::uint32_t hexid = 0;
+};
+
+// A static parked aircraft that the renewal keeps.
+struct ParkedStayer {
+  std::string callsign; // as shown, with its "*"
+  std::string callsignIn;
+  std::string callsignOut;
+  std::string regcode;
+  std::string airline;
+  std::string type;
+  std::uint32_t arrivalTime = 0; // weekday in the low half, half hour in the high half
+  std::uint32_t standId = 0;
+  bool leavesNow = false; // its statistic ends with this half hour: the departure flight takes its place
+};
+
+// A static parked aircraft the renewal takes away.
+struct Removal {
+  std::string callsign;
+  std::uint32_t standId = 0;
+};
+
 std::vector<ParkedStayer> parkedStayers;
 std::vector<LiveStayer> liveStayers;
 std::vector<Removal> removalList;
-std::int32_t wantedStands = 0;
-std::int32_t lastRealFit = -1;
-std::int32_t lastSoftFit = -1;
-bool softParkingShown = false;
-
-namespace {
+std::int32_t lastRealFit = -1; // half hours the last real pass went back; -1 none
+std::int32_t lastSoftFit = -1; // the same for the soft pass; -1 when it didn't run
 
 constexpr double widerNm = 0.0009719222462203025;     // 1.8 metres
 constexpr double smallStandNm = 0.009611230689557531; // 17.8 metres
@@ -330,7 +369,6 @@ void lf_endPass(bool reached) {
   }
   const std::int32_t n = lf_occupiedCount() - c.before;
   if (n > 0) lf_logPass(n);
-  softParkingShown = c.soft && n > 0;
   if (reached) lf_trimSurplus();
   const bool tooFew = static_cast<std::int64_t>(c.accumulated.size()) + c.have < c.wanted;
   if (!c.soft && tooFew && (PARK_SOFT.value || PARK_FAKE.value)) {
@@ -684,7 +722,6 @@ void renewStaticParking() {
   lf_logSlot(now);
   lf_takeOverFeedCallsigns();
   calculating = true;
-  softParkingShown = false;
   removalList.clear();
   parkedStayers.clear();
   liveStayers.clear();
@@ -775,18 +812,21 @@ void refreshFitAverages() {
       count == 0 ? 0.0f : static_cast<float>(static_cast<double>(sum) / static_cast<double>(2 * count) + 0.5);
 }
 
-void resetStaticParking() {
+void stopStaticParking() {
   lf_calc.stage = Stage::idle;
   lf_calc.found.clear();
   lf_calc.accumulated.clear();
   creationQueue.clear();
+}
+
+void resetStaticParking() {
+  stopStaticParking();
   parkedStayers.clear();
   liveStayers.clear();
   removalList.clear();
   lf_heard.clear();
   wantedStands = 0;
   lastRealFit = lastSoftFit = -1;
-  softParkingShown = false;
 }
 
 } // namespace ory

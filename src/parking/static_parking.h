@@ -19,18 +19,6 @@
 
 namespace ory {
 
-// One aircraft chosen by the search.
-struct StaticCandidate {
-  std::string airline;
-  std::string type;
-  std::uint32_t standId = 0;
-  std::int32_t fit = 0; // half hours before now that the statistics saw it here
-  std::string regcode;
-  std::string callsignIn;
-  std::string callsignOut;
-  bool staysNextHalfHour = false; // still here in the next half hour: shown with its arrival callsign
-};
-
 // An aircraft waiting in creationQueue to be made.
 struct StaticRequest {
   std::uint32_t liveHexid = 0; // the real aircraft it stands for; 0 for a statistic
@@ -45,41 +33,8 @@ struct StaticRequest {
   bool staysNextHalfHour = false;
 };
 
-// A live aircraft parked on a stand at a renewal.
-struct LiveStayer {
-  std::string callsign;
-  std::uint32_t standId = 0;
-  std::int64_t minutes = 0; // parked for; 0 when the feed confirms it on the stand
-  std::uint32_t hexid = 0;
-};
-
-// A static parked aircraft that the renewal keeps.
-struct ParkedStayer {
-  std::string callsign; // as shown, with its "*"
-  std::string callsignIn;
-  std::string callsignOut;
-  std::string regcode;
-  std::string airline;
-  std::string type;
-  std::uint32_t arrivalTime = 0; // weekday in the low half, half hour in the high half
-  std::uint32_t standId = 0;
-  bool leavesNow = false; // its statistic ends with this half hour: the departure flight takes its place
-};
-
-// A static parked aircraft the renewal takes away.
-struct Removal {
-  std::string callsign;
-  std::uint32_t standId = 0;
-};
-
 extern std::vector<StaticRequest> creationQueue; // the freshest at the end, made first
-extern std::vector<ParkedStayer> parkedStayers;
-extern std::vector<LiveStayer> liveStayers;
-extern std::vector<Removal> removalList;
-extern std::int32_t wantedStands; // computeWanted's last answer
-extern std::int32_t lastRealFit;  // half hours the last real pass went back; -1 none
-extern std::int32_t lastSoftFit;  // the same for the soft pass; -1 when it didn't run
-extern bool softParkingShown;     // the last calculation filled stands from soft statistics
+extern std::int32_t wantedStands;                // computeWanted's last answer
 
 // Half wingspan of the type in nautical miles: its own, else its category's mean (NaN when unknown).
 double aircraftRadius(std::string_view type);
@@ -111,7 +66,9 @@ void serveRenewal(std::int32_t secondCount);
 void dropQueuedOn(std::uint32_t standId);
 // The mean age of what is parked, live and static, in hours for the window.
 void refreshFitAverages();
-// The calculation given up, all lists emptied.
+// The calculation given up and the queue emptied: nothing more is made.
+void stopStaticParking();
+// All of this file's state back to a fresh start.
 void resetStaticParking();
 
 } // namespace ory
