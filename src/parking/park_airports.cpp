@@ -179,8 +179,7 @@ void lf_enableParkingControls(bool enable) {
 
 // The feed tells which callsigns are in the air until the calculation takes them over.
 void lf_openCollectingWindow() {
-  calculating = true;
-  lf_enableParkingControls(false);
+  beginCalculating();
   {
     std::lock_guard lock(trafficReader.callsignLock);
     trafficReader.feedCallsigns.clear();
@@ -529,6 +528,11 @@ void resetParkAirport() {
   lf_below = {};
   clearReaderParkAirport();
   lf_showParking();
+}
+
+void beginCalculating() {
+  calculating = true;
+  lf_enableParkingControls(false);
 }
 
 void endCalculating() {

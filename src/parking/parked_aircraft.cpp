@@ -109,7 +109,8 @@ std::uint32_t nextStaticHexid() {
 }
 
 void makeNextParked() {
-  if (stands.empty() || creationQueue.empty()) return;
+  // A running calculation still sorts, trims and sets the queue against what stands.
+  if (stands.empty() || creationQueue.empty() || staticParkingRunning()) return;
   const StaticRequest request = std::move(creationQueue.back());
   creationQueue.pop_back();
   if (request.standId == 0 || request.standId > stands.size())

@@ -773,7 +773,7 @@ void serveRenewal(std::int32_t secondCount) {
   if (secondCount % 15 == 0 && renewalPending) {
     if (!renewalCollecting) {
       renewalCollecting = true;
-      calculating = true;
+      beginCalculating();
       {
         std::lock_guard lock(trafficReader.callsignLock);
         trafficReader.feedCallsigns.clear();

@@ -8,6 +8,7 @@
 #include "liveries/dbase.h"
 #include "parking/airport_file.h"
 #include "parking/park_airports.h"
+#include "parking/parked_aircraft.h"
 #include "parking/stands.h"
 #include "parking/static_parking.h"
 #include "support/scratch.h"
@@ -77,10 +78,16 @@ void lf_setNow(std::int32_t day, std::int32_t halfHour) {
   updateNowSlot();
 }
 
+// Between steps the engine's creation step finds the queue not yet to be taken from.
 std::int32_t lf_runToEnd() {
   std::int32_t steps = 0;
-  while (stepStaticParking())
+  while (stepStaticParking()) {
     ++steps;
+    if (!staticParkingRunning()) continue;
+    const std::size_t queued = creationQueue.size();
+    makeNextParked();
+    EXPECT_EQ(creationQueue.size(), queued);
+  }
   return steps;
 }
 
