@@ -146,7 +146,11 @@ void makeNextParked() {
 
 void settleParked(const SimCommand& entry) {
   ParkedAircraft* aircraft = findParked(entry.value);
-  if (aircraft == nullptr) return;
+  if (aircraft == nullptr) {
+    // The record went while its object was on the way: the object would stand forever.
+    pendingRemoveObjects.push_back(entry.objectId);
+    return;
+  }
   aircraft->state = Alive;
   aircraft->objectId = entry.objectId;
   sendThrottle(*aircraft, 0);

@@ -96,8 +96,12 @@ TEST_F(ParkedTest, theQueueBecomesParkedAircraftOneACreationStepAndAVetoOfLiveTr
   // The simulator makes them; two seconds later they stand parked, engines off.
   for (const CreateRequest& r : made)
     pushSimCommand({nextObject++, r.hexid, 0, commandParkedAdded, 0, 0});
+  pushSimCommand({999, 4242, 0, commandParkedAdded, 0, 0}); // its record went while the object was made
   ticks(201);
   ASSERT_EQ(parkedAircraft.size(), 2u);
+  const std::vector<std::uint32_t> gone = takeRemovals();
+  EXPECT_NE(std::find(gone.begin(), gone.end(), 999), gone.end())
+      << "an object without its record would stand";
   EXPECT_TRUE(std::all_of(parkedAircraft.begin(), parkedAircraft.end(), [](const ParkedAircraft& p) {
     return p.state == Alive && p.objectId >= test::firstObject;
   }));
