@@ -83,25 +83,21 @@ bool lf_matchLivery(ParkedAircraft& aircraft) {
   return true;
 }
 
-std::uint32_t lf_packed(Slot slot) {
-  return static_cast<std::uint32_t>(slot.day) | static_cast<std::uint32_t>(slot.halfHour) << 16;
-}
-
-std::int64_t lf_minutesParked(const LiveAircraft& aircraft) {
-  return (steadyMilliseconds() - aircraft.parkedSince) / 60000;
-}
-
 // Live aircraft parked on a stand, longest parked first.
 std::vector<std::pair<std::uint32_t, std::int64_t>> lf_oldestLive() {
   std::vector<std::pair<std::uint32_t, std::int64_t>> parked;
   for (const LiveAircraft& live : liveAircraft)
-    if (live.phase == Parked && live.state == Alive) parked.emplace_back(live.hexid, lf_minutesParked(live));
+    if (live.phase == Parked && live.state == Alive) parked.emplace_back(live.hexid, minutesParked(live));
   std::stable_sort(parked.begin(), parked.end(),
                    [](const auto& a, const auto& b) { return a.second > b.second; });
   return parked;
 }
 
 } // namespace
+
+std::int64_t minutesParked(const LiveAircraft& aircraft) {
+  return (steadyMilliseconds() - aircraft.parkedSince) / 60000;
+}
 
 std::uint32_t nextStaticHexid() {
   staticHexid = staticHexid >= lastStaticHexid ? 0 : staticHexid + 1;
@@ -136,7 +132,7 @@ void makeNextParked() {
   aircraft.standHeading = stand.heading;
   if (!lf_matchLivery(aircraft)) return;
   aircraft.isRealParked = request.isRealParked;
-  aircraft.arrivalTime = lf_packed(slotBefore(nowSlot(), std::clamp(request.fit, 0, 47)));
+  aircraft.arrivalTime = packSlot(slotBefore(nowSlot(), std::clamp(request.fit, 0, 47)));
   aircraft.liveHexid = request.liveHexid;
   aircraft.state = Creating;
   pendingParkedCreate.push_back({stand.lat, stand.lon, 0, 0, 0, stand.heading * radToDeg, true,

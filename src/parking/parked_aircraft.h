@@ -14,6 +14,8 @@ namespace ory {
 
 extern std::uint32_t staticHexid; // the last made-up hexid, 0 to 9999; real hexids lie above 10000
 
+// Whole minutes since the live aircraft last showed itself on its stand.
+std::int64_t minutesParked(const LiveAircraft& aircraft);
 // The next made-up hexid: one up, from 9999 back to 0.
 std::uint32_t nextStaticHexid();
 // The freshest request of the creation queue becomes a parked aircraft with its create queued, unless a live

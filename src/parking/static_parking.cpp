@@ -6,7 +6,6 @@
 #include "base/text_hash.h"
 #include "engine/aircraft.h"
 #include "engine/geometry.h"
-#include "engine/motion.h"
 #include "engine/tables.h"
 #include "feed/feed.h"
 #include "liveries/dbase.h"
@@ -116,7 +115,7 @@ constexpr std::array<std::string_view, 7> weekdayNames = {"Monday", "Tuesday",  
 
 enum class Stage { idle, renumbering, searching, finishing };
 
-// The calculation in progress: one fit of one pass per step.
+// The calculation in progress, a slice of work per step.
 struct Calculation {
   Stage stage = Stage::idle;
   Stage afterRenumbering = Stage::idle;
@@ -450,16 +449,12 @@ void lf_finishStart() {
   calculating = true;
 }
 
-std::int64_t lf_minutesParked(const LiveAircraft& aircraft) {
-  return (steadyMilliseconds() - aircraft.parkedSince) / 60000;
-}
-
 // Live aircraft parked now; with ageOut those parked too long leave instead.
 void lf_collectLiveStayers(bool ageOut) {
   liveStayers.clear();
   for (LiveAircraft& aircraft : liveAircraft) {
     if (aircraft.phase != Parked || aircraft.state != Alive) continue;
-    const std::int64_t minutes = aircraft.standConfirmed ? 0 : lf_minutesParked(aircraft);
+    const std::int64_t minutes = aircraft.standConfirmed ? 0 : minutesParked(aircraft);
     const std::int64_t limit = aircraft.category == categoryHeavy ? heavyParkMinutes : liveParkMinutes;
     if (ageOut && !INITIAL_LOAD_ONLY.value && minutes > limit) {
       requestRemove(aircraft);
@@ -653,6 +648,10 @@ Slot slotBefore(Slot now, std::int32_t halfHours) {
   const std::int32_t halfHour = now.halfHour - halfHours;
   if (halfHour >= 0) return {now.day, halfHour};
   return {now.day == 1 ? 7 : now.day - 1, halfHour + halfHoursPerDay};
+}
+
+std::uint32_t packSlot(Slot slot) {
+  return static_cast<std::uint32_t>(slot.day) | static_cast<std::uint32_t>(slot.halfHour) << 16;
 }
 
 std::int32_t halfHoursSince(Slot now, std::uint32_t packedThen) {

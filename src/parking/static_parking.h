@@ -45,6 +45,8 @@ bool standFits(const Stand& stand, double radius);
 std::int32_t computeWanted();
 // now moved back by halfHours (0 to 47), over midnight to the previous weekday.
 Slot slotBefore(Slot now, std::int32_t halfHours);
+// Weekday in the low half, half hour in the high half, as arrivalTime holds it.
+std::uint32_t packSlot(Slot slot);
 // Half hours from then to now, over the week: 0 to 335.
 std::int32_t halfHoursSince(Slot now, std::uint32_t packedThen);
 
