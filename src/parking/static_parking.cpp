@@ -352,10 +352,10 @@ void lf_beginPass(bool soft) {
 void lf_logPass(std::int32_t n) {
   const Calculation& c = lf_calc;
   const std::string week = WEEK.value ? ", week" : fmt::format(", day {}", c.now.day);
-  const std::string fit = c.fit >= 0 ? fmt::format(" fit: {} hour", lf_hours(c.fit)) : "";
-  logLine(fmt::format("{} {} position{} found, Max fit={} hours{}{}", n, c.soft ? "soft" : "real",
-                      lf_plural(n), lf_hours(MAX_FIT.value), week,
-                      fmt::format(", hh:{} or {} hrs{}", c.now.halfHour, c.now.halfHour * 0.5, fit)));
+  logLine(fmt::format(
+      "{} {} position{} found, Max fit={} hours{}{}", n, c.soft ? "soft" : "real", lf_plural(n),
+      lf_hours(MAX_FIT.value), week,
+      fmt::format(", hh:{} or {} hrs fit: {} hour", c.now.halfHour, c.now.halfHour * 0.5, lf_hours(c.fit))));
 }
 
 void lf_endPass(bool reached) {
@@ -606,7 +606,12 @@ void lf_finishRenewal() {
   lf_indexQueue();
   for (const ParkedAircraft& parked : parkedAircraft)
     if (!parked.isRealParked && parked.state == Alive) lf_decideParked(parked, now);
-  std::erase_if(creationQueue, [](const StaticRequest& r) { return r.standId == 0; });
+  // A stayer that the search did not see again may share its registration with a request.
+  TextSet staying;
+  for (const ParkedStayer& stayer : parkedStayers)
+    if (!stayer.regcode.empty()) staying.insert(stayer.regcode);
+  std::erase_if(creationQueue,
+                [&](const StaticRequest& r) { return r.standId == 0 || staying.contains(r.regcode); });
   lf_turnAround(now);
   lf_dropSurplus();
   lf_sortByFit(true);
