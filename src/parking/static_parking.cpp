@@ -710,6 +710,10 @@ void startStaticParking() {
   const Slot now = nowSlot();
   lf_logSlot(now);
   logLine("Making changes to airport parking parameters is disabled while static parking takes place ...");
+  // Kept for the renewals: the lists don't grow while aircraft are made.
+  creationQueue.reserve(256);
+  parkedStayers.reserve(256);
+  liveStayers.reserve(64);
   creationQueue.clear();
   liveStayers.clear();
   parkedStayers.clear();
