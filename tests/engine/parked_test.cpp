@@ -42,18 +42,6 @@ protected:
     }
     findOverlaps(stands);
   }
-  static StaticRequest request(std::uint32_t standId, std::string in, std::string out, std::string airline,
-                               std::string type, std::int32_t fit) {
-    StaticRequest r;
-    r.standId = standId;
-    r.callsignIn = std::move(in);
-    r.callsignOut = std::move(out);
-    r.airline = std::move(airline);
-    r.type = std::move(type);
-    r.fit = fit;
-    r.staysNextHalfHour = true;
-    return r;
-  }
 };
 
 TEST_F(ParkedTest, theQueueBecomesParkedAircraftOneACreationStepAndAVetoOfLiveTrafficStands) {
@@ -65,8 +53,11 @@ TEST_F(ParkedTest, theQueueBecomesParkedAircraftOneACreationStepAndAVetoOfLiveTr
   live.standId = 1;
   live.phase = Parked;
   live.state = Alive;
-  creationQueue = {request(1, "KLM9", "", "KLM", "B738", 0), request(2, "KLM7", "", "KLM", "B738", 0),
-                   request(4, "", "", "DLH", "A320", 3), request(3, "KLM1_", "KLM2", "KLM", "B738", 0)};
+  // liveHexid, fit, airline, type, standId, callsignIn, callsignOut, regcode, isRealParked, staysNextHalfHour
+  creationQueue = {{0, 0, "KLM", "B738", 1, "KLM9", "", "", false, true},
+                   {0, 0, "KLM", "B738", 2, "KLM7", "", "", false, true},
+                   {0, 3, "DLH", "A320", 4, "", "", "", false, true},
+                   {0, 0, "KLM", "B738", 3, "KLM1_", "KLM2", "", false, true}};
   staticHexid = 9998;
   rtProfessional = true;
   lastFeedTime = 6 * 86400 + 20 * 1800; // Wednesday 10:00
