@@ -9,6 +9,8 @@
 #include "engine/tables.h"
 #include "liveries/dbase.h"
 #include "liveries/matching.h"
+#include "parking/parked_aircraft.h"
+#include "parking/static_parking.h"
 #include "simlink/commands.h"
 #include "simlink/user_aircraft.h"
 
@@ -243,6 +245,7 @@ void serveNewLiveHexid() {
   LiveAircraft* aircraft = findLive(newLiveHexids.front());
   if (aircraft == nullptr) return;
   if (!aircraft->coupleSearched) searchCouple(*aircraft, nowSlot());
+  replaceParkedBy(*aircraft);
   newLiveHexids.pop_front();
 }
 
@@ -259,6 +262,7 @@ void serveBlockedCallsign() {
 
 void serveFlush() {
   if (!flushPending.exchange(false)) return;
+  stopStaticParking();
   for (ParkedAircraft& parked : parkedAircraft) {
     if (parked.objectId != 0)
       requestRemove(parked);

@@ -9,6 +9,8 @@
 #include "engine/tables.h"
 #include "feed/inbox.h"
 #include "liveries/matching.h"
+#include "parking/parked_aircraft.h"
+#include "parking/static_parking.h"
 #include "simlink/commands.h"
 #include "simlink/session.h"
 #include "simlink/user_aircraft.h"
@@ -55,6 +57,7 @@ void lf_liveAIAdded(const SimCommand& command) {
     aircraft->deltaAltitude = 0;
     if (aircraft->phase == Parked) {
       aircraft->arrivalTime = packedSlot();
+      dropQueuedOn(aircraft->standId);
       if (!aircraft->recreated && LOG.value)
         logLine(fmt::format("{:8}: {:8} parks {}", standName(aircraft->standId), aircraft->callsign,
                             timeOfDay()));
@@ -83,6 +86,10 @@ void lf_settledOnGround(LiveAircraft& aircraft) {
 }
 
 void lf_settled(const SimCommand& command) {
+  if (command.code == commandParkedAdded) {
+    settleParked(command);
+    return;
+  }
   if (command.code != commandLiveAdded) return;
   LiveAircraft* aircraft = findLiveByObject(command.objectId);
   if (aircraft == nullptr || aircraft->state != Creating) return;
@@ -243,11 +250,15 @@ void lf_releaseRemovalAndCreation() {
     pendingRemoveObjects.pop_front();
   }
   if (simTick % 50 != 0) return;
-  std::deque<CreateRequest>& queue = pendingLiveCreate.empty() ? pendingParkedCreate : pendingLiveCreate;
-  if (queue.empty()) return;
-  std::lock_guard lock(batchLock);
-  createBatch.push_back(std::move(queue.front()));
-  queue.pop_front();
+  const bool live = !pendingLiveCreate.empty();
+  std::deque<CreateRequest>& queue = live ? pendingLiveCreate : pendingParkedCreate;
+  if (!queue.empty()) {
+    std::lock_guard lock(batchLock);
+    createBatch.push_back(std::move(queue.front()));
+    queue.pop_front();
+  }
+  // Live aircraft go first; the static ones come one a creation step, two a second at most.
+  if (!live) makeNextParked();
 }
 
 void lf_takeRecords() {

@@ -9,6 +9,7 @@
 #include "engine/position_buffer.h"
 #include "engine/stand_choice.h"
 #include "engine/tables.h"
+#include "parking/parked_aircraft.h"
 #include "parking/stand_learning.h"
 #include "parking/stands.h"
 #include "simlink/commands.h"
@@ -312,6 +313,7 @@ void placeOnStand(LiveAircraft& aircraft) {
   setPhase(aircraft, Parked);
   lf_parkedNow(aircraft);
   recordStandVisit(aircraft, nowSlot(), false);
+  limitParked(1);
 }
 
 bool parkedFeed(LiveAircraft& aircraft, PositionSlot& slot) {
@@ -415,6 +417,7 @@ void arriveAtStand(LiveAircraft& aircraft) {
                         timeOfDay()));
   newLiveHexids.push_back(aircraft.hexid);
   recordStandVisit(aircraft, unpackSlot(aircraft.arrivalTime), false);
+  if (!aircraft.airline.empty() && aircraft.onCargoStand == aircraft.cargo) limitParked(0);
 }
 
 void groundSegmentChange(LiveAircraft& aircraft) {

@@ -13,6 +13,8 @@
 #include "liveries/matching.h"
 #include "os/timer.h"
 #include "parking/park_airports.h"
+#include "parking/parked_aircraft.h"
+#include "parking/static_parking.h"
 #include "simlink/batches.h"
 #include "simlink/user_aircraft.h"
 
@@ -80,6 +82,7 @@ void lf_every5Seconds() {
 void lf_runJobs(const DueJobs& jobs) {
   if (jobs.every5) lf_every5Seconds();
   if (jobs.every15 && lf_aMarkIsStale()) feedWatchdog();
+  serveRenewal(jobs.s);
   if (jobs.every30) {
     serveNoMatchClear();
     if (AUTO_RANGE.value) autoRange();
@@ -97,6 +100,7 @@ void lf_runJobs(const DueJobs& jobs) {
   }
   if (jobs.every16 && !renewalCollecting) checkParkAirport(false);
   if (jobs.every59) feedWatchdog();
+  if (jobs.every61 && !parkedAircraft.empty()) sweepDuplicates();
 }
 
 // A lowered MAX_LIVE, from the window or the start, takes effect at the next second.
@@ -158,6 +162,8 @@ void mainLoop() {
     return;
   }
   engineTick();
+  // One step of a running static parking calculation a pass, so that it never holds the beat.
+  stepStaticParking();
   bool expected = true;
   if (!secondTick.compare_exchange_strong(expected, false)) return;
   lf_secondPass();

@@ -10,6 +10,7 @@
 #include "os/utf.h"
 #include "parking/airport_file.h"
 #include "parking/airport_xml.h"
+#include "parking/static_parking.h"
 
 #include <fmt/format.h>
 #include <pugixml.hpp>
@@ -110,6 +111,7 @@ std::string lf_readApf(const fs::path& path, std::string& name, std::vector<Stan
     readLearned(learnedFilePath, name, stands);
     quality = computeQualityFactors(stands);
     if (handmadeFile) logLine("A handmade airport file overruled the archived file!");
+    if (PARK_FAKE.value) addFakeOptions(stands, path.stem().string(), currentSlot());
   } else {
     lf_defaultParkingPercentage();
   }

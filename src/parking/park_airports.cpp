@@ -16,6 +16,7 @@
 #include "parking/airport_database.h"
 #include "parking/airport_file.h"
 #include "parking/stands.h"
+#include "parking/static_parking.h"
 #include "simlink/user_aircraft.h"
 
 #include <fmt/format.h>
@@ -178,8 +179,7 @@ void lf_enableParkingControls(bool enable) {
 
 // The feed tells which callsigns are in the air until the calculation takes them over.
 void lf_openCollectingWindow() {
-  calculating = true;
-  lf_enableParkingControls(false);
+  beginCalculating();
   {
     std::lock_guard lock(trafficReader.callsignLock);
     trafficReader.feedCallsigns.clear();
@@ -279,7 +279,7 @@ void lf_openChosen() {
     failure = e.what();
   }
   if (failure.empty()) {
-    markReserved();
+    startStaticParking();
     return;
   }
   logLine(failure);
@@ -412,10 +412,10 @@ void updateParkAirports() {
 }
 
 void checkParkAirport(bool first) {
-  if (calculating) {
-    calculating = false;
-    lf_enableParkingControls(true);
+  if (calculating && creationQueue.empty() && !staticParkingRunning()) {
+    endCalculating();
     flushLog();
+    refreshFitAverages();
   }
   if (openPending) {
     lf_openChosen();
@@ -499,6 +499,7 @@ std::string checkReservedStand(bool report) {
 }
 
 void flushStatics() {
+  resetStaticParking();
   for (ParkedAircraft& aircraft : parkedAircraft)
     lf_removeParked(aircraft);
   for (LiveAircraft& aircraft : liveAircraft) {
@@ -516,6 +517,7 @@ void flushStatics() {
 
 void resetParkAirport() {
   closeParkAirport();
+  resetStaticParking();
   resetStands();
   parkAirportCode.clear();
   parkAirportLat = 0;
@@ -526,6 +528,16 @@ void resetParkAirport() {
   lf_below = {};
   clearReaderParkAirport();
   lf_showParking();
+}
+
+void beginCalculating() {
+  calculating = true;
+  lf_enableParkingControls(false);
+}
+
+void endCalculating() {
+  calculating = false;
+  lf_enableParkingControls(true);
 }
 
 void clearReservedStand() {
@@ -563,6 +575,7 @@ void forgetParkAirports() {
   lf_sortLon = 0;
   lf_maxLiveBefore.reset();
   clearReaderParkAirport();
+  resetStaticParking();
 }
 
 } // namespace ory

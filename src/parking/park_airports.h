@@ -48,6 +48,10 @@ std::string checkReservedStand(bool report);
 void flushStatics();
 // Closes the park airport (saving what was learned) and forgets it.
 void resetParkAirport();
+// Parked aircraft are being chosen and made: the parking controls must not change meanwhile.
+void beginCalculating();
+// The parked aircraft are chosen and made: the parking controls may change again.
+void endCalculating();
 
 // The job of every 5 seconds: an aircraft standing on the reserved stand is removed.
 void clearReservedStand();

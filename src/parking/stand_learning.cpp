@@ -25,11 +25,6 @@ std::int32_t lf_nextDay(std::int32_t day) {
   return day == 7 ? 1 : day + 1;
 }
 
-Slot lf_previousSlot(Slot slot) {
-  if (slot.halfHour > 0) return {slot.day, slot.halfHour - 1};
-  return {slot.day == 1 ? 7 : slot.day - 1, halfHoursPerDay - 1};
-}
-
 StandOption* lf_option(Stand& stand, std::int32_t optionId) {
   const auto it = std::find_if(stand.options.begin(), stand.options.end(),
                                [&](const StandOption& o) { return o.optionId == optionId; });
@@ -154,7 +149,7 @@ void fillGap(Stand& stand, Slot slot, std::int32_t count, std::int32_t optionId)
   std::vector<Slot> gap;
   Slot at = slot;
   for (std::int32_t i = 0; i < count; ++i)
-    gap.push_back(at = lf_previousSlot(at));
+    gap.push_back(at = slotBefore(at, 1));
   for (auto it = gap.rbegin(); it != gap.rend(); ++it) {
     StandOption* option = lf_gapOption(stand, *it, optionId);
     if (option == nullptr) return;
@@ -178,19 +173,6 @@ bool countVisit(std::uint32_t hexid, Slot slot, bool force) {
 
 void forgetVisit(std::uint32_t hexid) {
   std::erase_if(realStandHexids, [hexid](const auto& entry) { return entry.first == hexid; });
-}
-
-Slot unpackSlot(std::uint32_t packed) {
-  return {static_cast<std::int32_t>(packed & 0xFFFFu), static_cast<std::int32_t>(packed >> 16)};
-}
-
-std::uint32_t packSlot(Slot slot) {
-  return static_cast<std::uint32_t>(slot.day) | static_cast<std::uint32_t>(slot.halfHour) << 16;
-}
-
-Slot nextSlot(Slot slot) {
-  if (slot.halfHour < halfHoursPerDay - 1) return {slot.day, slot.halfHour + 1};
-  return {lf_nextDay(slot.day), 0};
 }
 
 } // namespace ory

@@ -4,14 +4,13 @@
 // options with learned set; the learned file keeps them when the airport closes. Main-loop thread.
 
 #include "base/run.h"
+#include "base/week_slots.h"
 #include "engine/aircraft.h"
 #include "parking/stands.h"
 
 #include <cstdint>
 
 namespace ory {
-
-inline constexpr std::int32_t halfHoursPerDay = 48;
 
 // A real aircraft counted on the stand in slot; true if the statistics changed. A visit seen again up to 5
 // half hours later counts the half hours in between too; departing ends the visit, with them if continuous
@@ -30,11 +29,5 @@ void fillGap(Stand& stand, Slot slot, std::int32_t count, std::int32_t optionId)
 bool countVisit(std::uint32_t hexid, Slot slot, bool force);
 // The hexid leaves the guard's list.
 void forgetVisit(std::uint32_t hexid);
-
-// The slot a packed moment (day in the low half, half hour in the high half) stands for, and back.
-Slot unpackSlot(std::uint32_t packed);
-std::uint32_t packSlot(Slot slot);
-// The half hour after slot: after 47 of day 7 comes 0 of day 1.
-Slot nextSlot(Slot slot);
 
 } // namespace ory

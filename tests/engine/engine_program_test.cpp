@@ -222,7 +222,8 @@ void lf_keepForJudge(const std::filesystem::path& folder, std::string_view name)
   const std::filesystem::path kept = std::filesystem::path(ORY_JUDGE_DIR) / name;
   std::error_code error;
   std::filesystem::create_directories(kept, error);
-  for (const char* file : {"stand.jsonl", "stand.json", "window.cap", "airports/my_thirdparty/KMSP.xml"})
+  for (const char* file : {"stand.jsonl", "stand.json", "window.cap", "airports/my_thirdparty/KMSP.xml",
+                           "airports/my_thirdparty/EHAM.xml"})
     std::filesystem::copy_file(folder / file, kept / std::filesystem::path(file).filename(),
                                std::filesystem::copy_options::overwrite_existing, error);
 }
@@ -412,6 +413,107 @@ TEST_F(EngineProgramTest, aDepartureIsPushedBackTailFirstFromItsStand) {
   EXPECT_EQ(f.parked.front().stand, "G2");
   EXPECT_LE(f.parked.front().metres, 2);
   EXPECT_LE(std::abs(f.parked.front().headingErrorDegrees), 3);
+}
+
+// Schiphol as the program's files would have it for static parking: nine stands 100 metres apart, S1 under
+// the user, each with a KLM 737 at every half hour of the week; S3's registration is S2's as well. The
+// learned file parks half of them.
+void lf_writeSchiphol(const std::filesystem::path& folder) {
+  std::string file = R"(<parameters><parameter name="airport_name" value="Schiphol"/>
+<parameter name="publisher" value="unknown"/><parameter name="altitude" value="-11"/></parameters><parkpositions>)";
+  std::string learned = R"(<parameters><parameter name="airport_name" value="Schiphol"/>
+<parameter name="WEEK" value="true"/><parameter name="parking_percentage" value="50"/></parameters><parkpositions>)";
+  std::string allDay;
+  for (int h = 0; h < 48; ++h)
+    allDay += fmt::format("{}{}", h == 0 ? "" : ",", h);
+  for (int i = 1; i <= 9; ++i) {
+    file +=
+        fmt::format(R"(<parkpos id="S{}" latitude="{:.6f}" longitude="{:.6f}" heading="90" radius="20"/>)", i,
+                    climbOut.userLat + (i - 1) * 0.0009, climbOut.userLon);
+    learned += fmt::format(
+        R"(<parkpos id="S{0}"><opt reg="PH-K{1}" airl="KLM" type="B738" day="1" hh="{2}" cs="KLM{0}"/></parkpos>)",
+        i, i == 3 ? 2 : i, allDay);
+  }
+  test::writeBytes(folder / "airports/my_thirdparty/EHAM.xml", file + "</parkpositions>");
+  test::writeBytes(folder / "airports/learned/thirdparty/unknown/EHAM.xml", learned + "</parkpositions>");
+}
+
+// The user on a stand at Schiphol sees half the other stands filled, two creations a second at most, each
+// aircraft on its own stand, no registration twice and his own stand free; when he flies out of sight they
+// go.
+TEST_F(EngineProgramTest, theStandsAroundTheUserAreFilledAndEmptiedWhenHeLeaves) {
+  prepare(climbOut, 400); // the feed must outlast the test: its end would be RealTraffic gone
+  lf_writeSchiphol(folder);
+  const std::string klm = "KLM Boeing 737-800";
+  test::writeBytes(folder / "output/LiveriesScanned.xml",
+                   fmt::format(R"(<liveries><liv airl="TRA" type="B738" title="{}" atcid="" />
+<liv airl="KLM" type="B738" title="{}" atcid="" /></liveries>)",
+                               flight.title, klm));
+  test::StandIn stand(fmt::format(R"({{
+    "simulator": {{"name": "Lockheed Martin\u00ae Prepar3D\u00ae v5"}},
+    "frames": {{"rate": 30, "frameRate": 60}},
+    "zulu": "{}",
+    "user": {{"track": [{{"t": 0, "lat": {}, "lon": {}, "heading": 90}}, {{"t": 150, "lat": {}, "lon": {}, "heading": 90}},
+                        {{"t": 160, "lat": 52.75, "lon": {}, "alt": 5000, "heading": 0, "speed": 250}}]}},
+    "terrain": {{"elevation": -11}},
+    "titles": [{{"title": "{}", "staticCg": 9.5, "staticPitch": 0.0}}, {{"title": "{}", "staticCg": 9.5, "staticPitch": 0.0}}]
+  }})",
+                                  flight.zulu, flight.userLat, flight.userLon, flight.userLat, flight.userLon,
+                                  flight.userLon, flight.title, klm));
+  stand.writeSimConnectCfg();
+  const auto player = startPlayer();
+  const auto program = startProgram();
+  const auto parkedObjects = [](const std::vector<json>& trace) {
+    std::vector<json> created;
+    for (const json& line : trace)
+      if (line.value("kind", "") == "created" && line.value("tail", "").ends_with("*"))
+        created.push_back(line);
+    return created;
+  };
+  const bool filled = eventually([&] { return parkedObjects(stand.trace()).size() >= 5; }, 150s);
+  std::this_thread::sleep_for(25s); // standing long enough for the judge to call them parked
+  const bool emptied = eventually(
+      [&] {
+        const std::vector<json> trace = stand.trace();
+        const std::vector<json> created = parkedObjects(trace);
+        return !created.empty() && std::all_of(created.begin(), created.end(), [&](const json& c) {
+          return removed(trace, c.value("object", std::int64_t{-1}));
+        });
+      },
+      180s);
+  program->signal(SIGTERM);
+  EXPECT_EQ(program->waitExit(20s), 0);
+  player->waitExit(10s);
+  stand.stop(SIGTERM);
+  lf_keepForJudge(folder, "statics");
+  ASSERT_TRUE(filled) << log();
+  EXPECT_TRUE(emptied) << "out of sight, the parked aircraft go\n" << log();
+
+  const std::vector<json> trace = stand.trace();
+  const std::vector<json> created = parkedObjects(trace);
+  EXPECT_EQ(created.size(), 5u) << "half of nine stands, the user's and the doubled registration's left out";
+  for (std::size_t i = 2; i < created.size(); ++i)
+    EXPECT_GE(created[i].value("wall", 0.0) - created[i - 2].value("wall", 0.0), 800)
+        << "two creations a second at most";
+
+  JudgeContext context;
+  context.staticCg[titleKey(klm)] = 9.5;
+  context.stands = readStands((folder / "airports/my_thirdparty/EHAM.xml").string());
+  std::vector<std::string> used;
+  for (const FlownObject& object : flownObjects(trace)) {
+    if (!object.atcId.ends_with("*")) continue;
+    const ObjectFigures f = judgeObject(object, context);
+    ASSERT_FALSE(f.parked.empty()) << object.atcId;
+    const ParkedSpell& spell = f.parked.front();
+    EXPECT_LE(spell.metres, 2) << object.atcId;
+    EXPECT_LE(std::abs(spell.headingErrorDegrees), 3) << object.atcId;
+    EXPECT_EQ(f.jumps, 0u) << object.atcId;
+    used.push_back(spell.stand);
+  }
+  std::sort(used.begin(), used.end());
+  std::cout << fmt::format("statics: {} created, on stands {}\n", created.size(), fmt::join(used, " "));
+  EXPECT_EQ(used, (std::vector<std::string>{"S2", "S4", "S5", "S6", "S7"}))
+      << "one aircraft a stand, in stand order, not the user's S1 and not S3 with S2's registration";
 }
 
 } // namespace

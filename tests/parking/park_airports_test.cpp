@@ -9,6 +9,7 @@
 #include "parking/airport_database.h"
 #include "parking/park_airports.h"
 #include "parking/stands.h"
+#include "parking/static_parking.h"
 #include "simlink/user_aircraft.h"
 #include "support/scratch.h"
 
@@ -239,6 +240,7 @@ TEST_F(ParkAirportsTest, theStandTheUserStartsOnIsWrittenFirstIntoTheListAndKept
     readParkAirports();
     lf_placeUser({52.3090, 4.7600}, 0, true); // on D4
     chooseAndOpen();
+    EXPECT_TRUE(staticParkingRunning() && calculating) << row.probe << ": handed over to static parking";
     EXPECT_TRUE(logHas(row.logged)) << row.probe << ": no line " << row.logged;
     EXPECT_EQ(lf_listed().front(), "EHAM,D4") << row.probe;
     EXPECT_EQ(reservedStand, "D4") << row.probe;
@@ -337,7 +339,8 @@ TEST_F(ParkAirportsTest, aListedAirportTakesOverOnlyWhenItIsNearerThanTheParkAir
   lf_writeArchivedFile("AAAA", {{"A1", 50, 5}});
   lf_writeArchivedFile("BBBB", {{"B1", 50, 5.5}});
   writeBytes(myParkAirportsFile, "AAAA\nBBBB\n");
-  for (const auto& [lon, takeover] : {std::pair{5.26, false}, std::pair{5.24, true}}) {
+  // Midway, at 5.25, both are as near: the listed one takes over.
+  for (const auto& [lon, takeover] : {std::pair{5.26, false}, std::pair{5.25, true}, std::pair{5.24, true}}) {
     forgetParkAirports();
     resetStands();
     lf_placeUser({50, 5.45}, 3000, false);
@@ -345,6 +348,7 @@ TEST_F(ParkAirportsTest, aListedAirportTakesOverOnlyWhenItIsNearerThanTheParkAir
     chooseAndOpen();
     ASSERT_EQ(parkAirportCode, "BBBB");
     lf_placeUser({50, lon}, 3000, false); // nearer to AAAA only at 5.24
+    readParkAirports();                   // as the job of every 5 seconds reads it
     checkParkAirport(false);
     EXPECT_EQ(parkAirportCode, takeover ? "" : "BBBB") << lon;
     checkParkAirport(false);
