@@ -53,6 +53,7 @@ void resetDisplay() {
     display.simSubText.clear();
     display.rtStatusText.clear();
     display.standText.clear();
+    display.qualityText.clear();
   }
   messageStamp = 0;
   display.trafficMark = FeedMark::notConnected;
@@ -64,6 +65,7 @@ void resetDisplay() {
   display.parkedCount = 0;
   display.parkedLiveCount = 0;
   display.standCount = 0;
+  display.wantedStands = 0;
   display.updateCount = 0;
   display.fitAverage = -1.0f;
   repaintWindow();

@@ -23,6 +23,7 @@ struct DisplayState {
   std::string simSubText;   // the user's aircraft and flight
   std::string rtStatusText; // "RT{} edition: {}, archive: week {}"
   std::string standText;    // the park airport's lines
+  std::string qualityText;  // the park airport's quality factors, "87/12"
   std::atomic<FeedMark> trafficMark{FeedMark::notConnected};
   std::atomic<FeedMark> weatherMark{FeedMark::notConnected};
   std::atomic<bool> rtLinkUp{false}; // the traffic link is connected, or not in use
@@ -36,6 +37,7 @@ struct DisplayState {
   std::atomic<std::int32_t> parkedCount{0};     // static parked aircraft
   std::atomic<std::int32_t> parkedLiveCount{0}; // live aircraft standing on a stand
   std::atomic<std::int32_t> standCount{0};
+  std::atomic<std::int32_t> wantedStands{0}; // stands that static parking fills at the percentage
   std::atomic<std::int32_t> updateCount{0};
   std::atomic<std::int32_t> archiveWeek{0};
   std::atomic<std::int32_t> qnh{1013};

@@ -104,27 +104,6 @@ bool lf_onGhostList(const std::string& callsign) {
   return std::find(ghostCallsigns.begin(), ghostCallsigns.end(), callsign) != ghostCallsigns.end();
 }
 
-bool lf_findLivery(LiveAircraft& aircraft) {
-  MatchAircraft match;
-  match.airline = aircraft.airline;
-  match.type = aircraft.type;
-  match.regcode = aircraft.regcode;
-  match.callsign = aircraft.callsign;
-  match.text = describe(aircraft);
-  match.hexid = aircraft.hexid;
-  match.category = static_cast<ModelCategory>(aircraft.category);
-  match.cargo = aircraft.cargo;
-  match.quiet = aircraft.recreated;
-  match.liveryTitle = aircraft.liveryTitle;
-  if (!matchLiveAircraft(match)) {
-    addNoMatch(match);
-    return false;
-  }
-  aircraft.liveryTitle = match.liveryTitle;
-  aircraft.fsltlLivery = match.fsltlLivery;
-  return true;
-}
-
 double lf_creationPitch(const PositionSlot& slot) {
   if (!slot.airborne) return groundPitchAtCreation;
   double w = slot.verticalSpeed;
@@ -164,7 +143,7 @@ void lf_prepareCreation(LiveAircraft& aircraft) {
     if (slots.size() >= 3 && slots[2].stopped) slots[2].groundSpeed = 0;
   }
   if (aircraft.phase == New) {
-    if (!lf_findLivery(aircraft)) {
+    if (!findLivery(aircraft, aircraft.recreated)) {
       aircraft.toDelete = true;
       return;
     }
@@ -225,6 +204,27 @@ void admit(LiveAircraft& aircraft) {
     return;
   }
   lf_prepareCreation(aircraft);
+}
+
+bool findLivery(ParkedAircraft& aircraft, bool quiet) {
+  MatchAircraft match;
+  match.airline = aircraft.airline;
+  match.type = aircraft.type;
+  match.regcode = aircraft.regcode;
+  match.callsign = aircraft.callsign;
+  match.text = describe(aircraft);
+  match.hexid = aircraft.hexid;
+  match.category = static_cast<ModelCategory>(aircraft.category);
+  match.cargo = aircraft.cargo;
+  match.quiet = quiet;
+  match.liveryTitle = aircraft.liveryTitle;
+  if (!matchLiveAircraft(match)) {
+    addNoMatch(match);
+    return false;
+  }
+  aircraft.liveryTitle = match.liveryTitle;
+  aircraft.fsltlLivery = match.fsltlLivery;
+  return true;
 }
 
 void enforceMaxLive() {

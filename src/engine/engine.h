@@ -16,6 +16,9 @@ void engineTick();
 void applyTrafficRecord(TrafficRecord& record);
 // Works off the simulator's replies (also while the flight is paused).
 void workOffSimCommands();
+// The livery the matching chooses for the aircraft, or false with its no-match noted; quiet logs nothing of
+// the search (a recreated object).
+bool findLivery(ParkedAircraft& aircraft, bool quiet);
 // The once-a-tick test of an aircraft still without an object.
 void admit(LiveAircraft& aircraft);
 // A lowered MAX_LIVE takes effect at once: the furthest alive aircraft above the limit go.

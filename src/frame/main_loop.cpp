@@ -20,6 +20,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <thread>
@@ -44,6 +45,9 @@ bool lf_aMarkIsStale() {
 void lf_updateWindowStatistics() {
   display.liveCount = static_cast<std::int32_t>(liveAircraft.size());
   display.parkedCount = static_cast<std::int32_t>(parkedAircraft.size());
+  display.parkedLiveCount = static_cast<std::int32_t>(std::count_if(
+      liveAircraft.begin(), liveAircraft.end(), [](const LiveAircraft& a) { return a.phase == Parked; }));
+  display.wantedStands = wantedStands;
   repaintWindow();
 }
 

@@ -239,6 +239,8 @@ void lf_paintParking(HDC dc) {
   const std::string stand = lf_guarded(display.standText);
   if (stand.empty()) return;
   lf_text(dc, 5, 371, lf_lime, stand);
+  const std::string quality = lf_guarded(display.qualityText);
+  if (!quality.empty()) lf_text(dc, 430, 371, lf_lime, fmt::format("qf: {}", quality));
   lf_text(dc, 748, 371, lf_lime, fmt::format("# updates: {:4}", display.updateCount.load()));
   lf_text(dc, 5, 399, lf_lime, fmt::format("# stands: {:3}", display.standCount.load()));
   lf_text(dc, 111, 399, lf_lime, fmt::format("parked live: {:3}", display.parkedLiveCount.load()));
@@ -246,6 +248,9 @@ void lf_paintParking(HDC dc) {
   lf_text(dc, 249, 399, lf_lime,
           fit < 0 ? std::string("average fit: -") : fmt::format("average fit: {:.1F}", fit));
   lf_text(dc, 430, 399, lf_lime, fmt::format("parked static: {:3}", display.parkedCount.load()));
+  lf_text(
+      dc, 708, 399, lf_lime,
+      fmt::format("max park: {:3} (={}% )", display.wantedStands.load(), parking_percentage.value.load()));
 }
 
 void lf_paintMessageBand(HDC dc) {

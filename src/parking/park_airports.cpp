@@ -195,6 +195,7 @@ void lf_showParking() {
             ? std::string()
             : fmt::format("{} {}{}", lf_parkAirportText, parkAirportName,
                           reservedStand.empty() ? "" : fmt::format("   reserved stand: {}", reservedStand));
+    display.qualityText = parkAirportCode.empty() ? std::string() : formatQualityFactors(qualityFactors);
   }
   display.standCount = static_cast<std::int32_t>(stands.size());
   display.updateCount = updateCount;

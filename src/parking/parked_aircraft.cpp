@@ -64,25 +64,6 @@ std::string lf_shownCallsign(const StaticRequest& request, std::uint32_t hexid) 
   return callsign;
 }
 
-bool lf_matchLivery(ParkedAircraft& aircraft) {
-  MatchAircraft match;
-  match.airline = aircraft.airline;
-  match.type = aircraft.type;
-  match.regcode = aircraft.regcode;
-  match.callsign = aircraft.callsign;
-  match.text = describe(aircraft);
-  match.hexid = aircraft.hexid;
-  match.category = static_cast<ModelCategory>(aircraft.category);
-  match.cargo = aircraft.cargo;
-  if (!matchLiveAircraft(match)) {
-    addNoMatch(match);
-    return false;
-  }
-  aircraft.liveryTitle = match.liveryTitle;
-  aircraft.fsltlLivery = match.fsltlLivery;
-  return true;
-}
-
 // Live aircraft parked on a stand, longest parked first.
 std::vector<std::pair<std::uint32_t, std::int64_t>> lf_oldestLive() {
   std::vector<std::pair<std::uint32_t, std::int64_t>> parked;
@@ -130,7 +111,7 @@ void makeNextParked() {
   aircraft.standLat = stand.lat;
   aircraft.standLon = stand.lon;
   aircraft.standHeading = stand.heading;
-  if (!lf_matchLivery(aircraft)) return;
+  if (!findLivery(aircraft, false)) return;
   aircraft.isRealParked = request.isRealParked;
   aircraft.arrivalTime = packSlot(slotBefore(nowSlot(), std::clamp(request.fit, 0, 47)));
   aircraft.liveHexid = request.liveHexid;

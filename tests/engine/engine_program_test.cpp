@@ -77,17 +77,24 @@ const Flight pushBack{"adsb/trace_full_ac671b_flat.csv",
                       841,
                       "2025-02-05T03:31:27Z"};
 
-std::string lf_scenario(const Flight& flight, std::string_view timeline) {
+// The user waits on the ground where the flight says, then follows laterTrack (points of the stand-in's
+// user track); titles beyond the flight's share its static CG.
+std::string lf_scenario(const Flight& flight, std::string_view timeline, std::string_view laterTrack = "",
+                        const std::vector<std::string>& moreTitles = {}) {
+  std::string titles;
+  for (const std::string& title : moreTitles)
+    titles += fmt::format(R"(, {{"title": "{}", "staticCg": 9.5, "staticPitch": 0.0}})", title);
   return fmt::format(R"({{
     "simulator": {{"name": "Lockheed Martin\u00ae Prepar3D\u00ae v5"}},
     "frames": {{"rate": 30, "frameRate": 60}},
     "zulu": "{}",
-    "user": {{"track": [{{"t": 0, "lat": {}, "lon": {}, "heading": 90}}]}},
+    "user": {{"track": [{{"t": 0, "lat": {}, "lon": {}, "heading": 90}}{}]}},
     "terrain": {{"elevation": {}}},
-    "titles": [{{"title": "{}", "staticCg": 9.5, "staticPitch": 0.0}}],
+    "titles": [{{"title": "{}", "staticCg": 9.5, "staticPitch": 0.0}}{}],
     "timeline": [{}]
   }})",
-                     flight.zulu, flight.userLat, flight.userLon, flight.elevation, flight.title, timeline);
+                     flight.zulu, flight.userLat, flight.userLon, laterTrack, flight.elevation, flight.title,
+                     titles, timeline);
 }
 
 // The position fields of a traffic line.
@@ -449,17 +456,11 @@ TEST_F(EngineProgramTest, theStandsAroundTheUserAreFilledAndEmptiedWhenHeLeaves)
                    fmt::format(R"(<liveries><liv airl="TRA" type="B738" title="{}" atcid="" />
 <liv airl="KLM" type="B738" title="{}" atcid="" /></liveries>)",
                                flight.title, klm));
-  test::StandIn stand(fmt::format(R"({{
-    "simulator": {{"name": "Lockheed Martin\u00ae Prepar3D\u00ae v5"}},
-    "frames": {{"rate": 30, "frameRate": 60}},
-    "zulu": "{}",
-    "user": {{"track": [{{"t": 0, "lat": {}, "lon": {}, "heading": 90}}, {{"t": 150, "lat": {}, "lon": {}, "heading": 90}},
-                        {{"t": 160, "lat": 52.75, "lon": {}, "alt": 5000, "heading": 0, "speed": 250}}]}},
-    "terrain": {{"elevation": -11}},
-    "titles": [{{"title": "{}", "staticCg": 9.5, "staticPitch": 0.0}}, {{"title": "{}", "staticCg": 9.5, "staticPitch": 0.0}}]
-  }})",
-                                  flight.zulu, flight.userLat, flight.userLon, flight.userLat, flight.userLon,
-                                  flight.userLon, flight.title, klm));
+  test::StandIn stand(lf_scenario(flight, "",
+                                  fmt::format(R"(, {{"t": 150, "lat": {0}, "lon": {1}, "heading": 90}},
+                     {{"t": 160, "lat": 52.75, "lon": {1}, "alt": 5000, "heading": 0, "speed": 250}})",
+                                              flight.userLat, flight.userLon),
+                                  {klm}));
   stand.writeSimConnectCfg();
   const auto player = startPlayer();
   const auto program = startProgram();
@@ -470,7 +471,7 @@ TEST_F(EngineProgramTest, theStandsAroundTheUserAreFilledAndEmptiedWhenHeLeaves)
         created.push_back(line);
     return created;
   };
-  const bool filled = eventually([&] { return parkedObjects(stand.trace()).size() >= 5; }, 150s);
+  const bool filled = eventually([&] { return parkedObjects(stand.trace()).size() >= 5; }, 150s, 1s);
   std::this_thread::sleep_for(25s); // standing long enough for the judge to call them parked
   const bool emptied = eventually(
       [&] {
@@ -480,7 +481,7 @@ TEST_F(EngineProgramTest, theStandsAroundTheUserAreFilledAndEmptiedWhenHeLeaves)
           return removed(trace, c.value("object", std::int64_t{-1}));
         });
       },
-      180s);
+      180s, 1s);
   program->signal(SIGTERM);
   EXPECT_EQ(program->waitExit(20s), 0);
   player->waitExit(10s);
@@ -505,7 +506,9 @@ TEST_F(EngineProgramTest, theStandsAroundTheUserAreFilledAndEmptiedWhenHeLeaves)
     const ObjectFigures f = judgeObject(object, context);
     ASSERT_FALSE(f.parked.empty()) << object.atcId;
     const ParkedSpell& spell = f.parked.front();
-    EXPECT_LE(spell.metres, 2) << object.atcId;
+    // Nothing moves a static aircraft after its creation: it stands where the simulator's own AI left it
+    // before the freeze, a second at most at 10 knots from the stand's point.
+    EXPECT_LE(spell.metres, 6) << object.atcId;
     EXPECT_LE(std::abs(spell.headingErrorDegrees), 3) << object.atcId;
     EXPECT_EQ(f.jumps, 0u) << object.atcId;
     used.push_back(spell.stand);
