@@ -1,6 +1,6 @@
 // Who gives way, tick by tick: ghosts against their real flights, aircraft on a stand against the one that
 // wants it, parked aircraft against live ones, and every aircraft against the user's.
-#include "engine/stand_choice.h"
+#include "engine/conflicts.h"
 #include "engine_world.h"
 #include "frame/main_loop.h"
 #include "parking/park_airports.h"
@@ -16,27 +16,21 @@ namespace {
 
 using test::Report;
 
-constexpr double airportLat = 52.3086;
-constexpr double airportLon = 4.7639;
-constexpr double metresEast = 1 / (metresPerDegree * 0.6156615); // degrees of longitude per metre here
-
 class ConflictTest : public test::EngineTest {
 protected:
   void SetUp() override {
     EngineTest::SetUp();
     ghostCallsigns.clear();
     userOnGround = false;
-    // Two stands 30 metres apart, wing to wing.
     parkAirportCode = "EHAM";
-    parkAirportLat = airportLat;
-    parkAirportLon = airportLon;
-    for (std::uint32_t i = 0; i < 2; ++i) {
+    parkAirportLat = test::userLat;
+    parkAirportLon = test::userLon + 0.01;
+    for (std::uint32_t i = 0; i < 2; ++i) { // wing to wing, 30 metres apart
       Stand& stand = stands.emplace_back();
       stand.id = fmt::format("S{}", i + 1);
       stand.standId = i + 1;
-      stand.lat = airportLat;
-      stand.lon = airportLon + i * 30 * metresEast;
-      stand.heading = pi;
+      stand.lat = parkAirportLat;
+      stand.lon = parkAirportLon + i * 30 * nmPerMetre / 60 / std::cos(test::userLat * degToRad);
       stand.radius = 20 * nmPerMetre;
       stand.neighbours.push_back(2 - i);
     }
@@ -45,164 +39,104 @@ protected:
     resetStands();
     parkAirportCode.clear();
     reservedStand.clear();
-    ghostCallsigns.clear();
     COLLISION_USER_GND.value = true;
     simRunning = false;
     resetMainLoopState();
     EngineTest::TearDown();
   }
-  // Ticks with every create answered; the callsigns created.
-  static std::set<std::string> run(std::int32_t count) {
-    std::set<std::string> created;
-    for (std::int32_t i = 0; i < count; ++i) {
-      engineTick();
-      for (const CreateRequest& r : createAll())
-        created.insert(r.callsign);
-    }
-    return created;
-  }
-  // Reports of each flight every 4 seconds, count times, flown on its track; the callsigns created meanwhile.
+  // Reports of each flight every 4 seconds, count times, on its track; the callsigns created meanwhile.
   static std::set<std::string> fly(std::vector<Report>& flights, std::int32_t count) {
     std::set<std::string> created;
-    for (std::int32_t i = 0; i < count; ++i) {
-      for (Report& r : flights) {
-        queue(r);
-        const LatLon next = destination(r.lat, r.lon, r.track * degToRad, r.speed * 4 / 3600 * feetPerNm);
-        r.lat = next.lat;
-        r.lon = next.lon;
-        r.timestamp += 4;
-      }
-      created.merge(run(400));
+    for (std::int32_t i = 0; i < count * 400; ++i) {
+      for (Report& r : flights)
+        if (i % 400 == 0) {
+          queue(r);
+          const LatLon next = destination(r.lat, r.lon, r.track * degToRad, r.speed * 4 / 3600 * feetPerNm);
+          r = {r.hexid, r.callsign, r.type, next.lat,        next.lon, r.altitude,
+               r.speed, r.track,    0,      r.timestamp + 4, r.regcode};
+        }
+      engineTick();
+      for (const CreateRequest& request : createAll())
+        created.insert(request.callsign);
     }
     return created;
   }
-  static ParkedAircraft parked(std::uint32_t standId, std::string callsign, std::uint32_t state) {
-    ParkedAircraft p;
-    p.hexid = standId;
-    p.standId = standId;
-    p.standLat = stands[standId - 1].lat;
-    p.standLon = stands[standId - 1].lon;
-    p.callsign = std::move(callsign);
-    p.type = "B738";
-    p.halfWingSpan = 20 * nmPerMetre;
-    p.state = state;
-    p.objectId = state == Alive ? 60 + standId : 0;
-    return p;
+  template <typename Aircraft>
+  static Aircraft& standing(std::vector<Aircraft>& table, std::string callsign) {
+    Aircraft& a = table.emplace_back();
+    a.callsign = std::move(callsign);
+    a.hexid = a.objectId = static_cast<std::uint32_t>(60 + liveAircraft.size() + parkedAircraft.size());
+    a.standId = 1;
+    a.standLat = stands[0].lat;
+    a.standLon = stands[0].lon;
+    a.halfWingSpan = 20 * nmPerMetre;
+    a.state = Alive;
+    return a;
   }
 };
 
 TEST_F(ConflictTest, aGhostLivesUntilItsRealFlightComesAndNeverReturns) {
-  // Ghost and real flight in the same second: the ghost is admitted first, but only the real one is made.
-  Report ghost;
+  // Ghost and real flight in the same second: only the real one is made, and the ghost is refused for good.
+  const Report real;
+  Report ghost = real;
   ghost.hexid = 0x484002;
   ghost.callsign = "KLM601_";
   ghost.lon += 0.05;
-  std::vector<Report> flights = {ghost, Report{}};
-  std::set<std::string> created = fly(flights, 20);
-  EXPECT_EQ(created, std::set<std::string>{"KLM601"}) << test::logText();
+  std::vector<Report> flights = {ghost, real};
+  EXPECT_EQ(fly(flights, 20), std::set<std::string>{"KLM601"}) << test::logText();
   EXPECT_EQ(ghostCallsigns, std::vector<std::string>{"KLM601_"});
 
-  // A flight whose callsign ends in '_' by the feed's mistake lives while no such real flight exists.
-  Report mistaken;
-  mistaken.hexid = 0x3c0001;
-  mistaken.callsign = "DLH5_";
-  mistaken.type = "A320";
-  mistaken.lon -= 0.05;
-  flights = {mistaken};
+  // A callsign ending in '_' by the feed's mistake lives while no such real flight exists.
+  flights = {{.hexid = 0x3c0001, .callsign = "DLH5_", .type = "A320"}};
   EXPECT_EQ(fly(flights, 10), std::set<std::string>{"DLH5_"});
-  const std::uint32_t mistakenObject = findLive(mistaken.hexid)->objectId;
-  Report real = flights[0];
-  real.hexid = 0x3c0002;
-  real.callsign = "DLH5";
-  real.lon += 0.1;
-  flights.push_back(real);
-  created = fly(flights, 10);
-  EXPECT_EQ(created, std::set<std::string>{"DLH5"});
+  const std::uint32_t mistaken = findLive(0x3c0001)->objectId;
+  flights.push_back({.hexid = 0x3c0002, .callsign = "DLH5", .type = "A320", .lon = test::userLon + 0.1});
+  EXPECT_EQ(fly(flights, 10), std::set<std::string>{"DLH5"});
   const std::vector<std::uint32_t> removed = takeRemovals();
-  EXPECT_NE(std::find(removed.begin(), removed.end(), mistakenObject), removed.end());
-  EXPECT_TRUE(test::logHas("          DLH5_    is a ghost and will be removed, continue with DLH5"));
+  EXPECT_NE(std::find(removed.begin(), removed.end(), mistaken), removed.end());
 }
 
-TEST_F(ConflictTest, aClaimOnAStandRemovesTheAircraftOnItOrIsRefused) {
-  struct Row {
-    const char *claimant, *standing;
-    bool confirmed, allowed, removed;
-  };
-  const Row rows[] = {
-      {"KLM5", "KLM5", true, true, true},     // a second aircraft of the same callsign
-      {"KLM5_", "KLM5", false, false, false}, // the ghost of the one standing
-      {"KLM5", "KLM5_", true, true, true},    // the real flight of the ghost standing
-      {"DLH1", "KLM5_", true, true, true},    // any real flight against a ghost
-      {"DLH1_", "KLM5", false, false, false}, // a ghost against a real flight
-      {"DLH1", "KLM5", true, false, false},   // the feed confirms the one standing
-      {"DLH1", "KLM5", false, true, true},    // else the new one wins
-  };
-  for (const Row& row : rows) {
-    liveAircraft.clear();
-    pendingRemoveObjects.clear();
-    LiveAircraft& standing = liveAircraft.emplace_back();
-    standing.callsign = row.standing;
-    standing.objectId = 77;
-    standing.standId = 1;
-    standing.phase = Parked;
-    standing.state = Alive;
-    standing.standConfirmed = row.confirmed;
-    LiveAircraft claimant;
-    claimant.callsign = row.claimant;
-    EXPECT_EQ(claimStand(claimant, 1), row.allowed) << row.claimant << " " << row.standing;
-    EXPECT_EQ(pendingRemoveObjects.size(), row.removed ? 1u : 0u) << row.claimant << " " << row.standing;
-  }
-  EXPECT_TRUE(test::logHas("S1      : KLM5     ac with same callsign KLM5 wants it, remove existing ... "));
-}
-
-TEST_F(ConflictTest, aLiveAircraftOnAStandTakesThePlaceOfItsStaticTwinAndCancelsTheQueuedNeighbour) {
-  parkedAircraft = {parked(1, "KLM9*", Alive)};
-  parkedAircraft[0].regcode = "PH-XYZ";
-  Report r;
-  r.lat = airportLat;
-  r.lon = airportLon;
-  r.altitude = 0;
-  r.speed = 0;
-  r.regcode = "PH-XYZ";
-  ticks(1); // admitted off the creation step, which would send a queued request
-  const std::int32_t admitted = simTick + 2900;
-  for (int i = 0; i < 3; ++i) {
-    queue(r);
-    r.timestamp += 20;
-    ticks(10);
-  }
-  ticks(admitted - simTick);
-  // Queued at the last moment, so that no creation step sends it before the live aircraft arrives.
-  parkedAircraft.push_back(parked(2, "KLM8*", Creating));
-  parkedAircraft.back().halfWingSpan = 30 * nmPerMetre;
-  pendingParkedCreate = {{0, 0, 0, 0, 0, 0, true, "KLM8*", "", 2}, {0, 0, 0, 0, 0, 0, true, "KLM7*", "", 3}};
+TEST_F(ConflictTest,
+       aLiveAircraftParkingTakesItsStandFromTheSameCallsignAndTheStaticTwinAndCancelsTheQueued) {
+  ParkedAircraft& twin = standing(parkedAircraft, "KLM9*");
+  twin.regcode = "PH-XYZ";
+  twin.type = "B738";
+  LiveAircraft& old = standing(liveAircraft, "KLM601");
+  old.phase = Parked;
+  std::vector<Report> flights = {{.lat = stands[0].lat, .lon = stands[0].lon, .altitude = 0, .speed = 0}};
+  flights[0].regcode = "PH-XYZ";
+  ticks(1); // parked off the creation step, which would send a queued request
+  fly(flights, 7);
+  ticks(100);
+  // Queued at the last moment, so that nothing sends it before the live aircraft parks.
+  ParkedAircraft& queued = standing(parkedAircraft, "KLM8*");
+  queued.standId = 2;
+  queued.state = Creating;
+  queued.objectId = 0;
+  queued.halfWingSpan = 30 * nmPerMetre;
+  pendingParkedCreate = {{.callsign = "KLM8*", .hexid = queued.hexid}, {.callsign = "KLM7*", .hexid = 3}};
   ticks(1);
-  const LiveAircraft* live = findLive(r.hexid);
+  const LiveAircraft* live = findLive(Report{}.hexid);
   ASSERT_TRUE(live != nullptr && live->phase == Parked && live->standId == 1) << test::logText();
+  EXPECT_TRUE(test::logHas("S1      : KLM601   ac with same callsign KLM601 wants it, remove existing ... "));
   EXPECT_TRUE(test::logHas("S1      : KLM9*    B738 makes place for the same live version KLM601"));
   EXPECT_TRUE(test::logHas("queued S2      : KLM8*    removed by adjacent parking KLM601 at S1"));
-  EXPECT_EQ(parkedAircraft.size(), 1u);
-  EXPECT_EQ(parkedAircraft[0].state, Removing);
+  EXPECT_EQ(std::vector(pendingRemoveObjects.begin(), pendingRemoveObjects.end()),
+            (std::vector<std::uint32_t>{62, 61}));
+  EXPECT_EQ(parkedAircraft.size(), 1u) << "the queued record goes with its request";
   ASSERT_EQ(pendingParkedCreate.size(), 1u);
-  EXPECT_EQ(pendingParkedCreate[0].callsign, "KLM7*") << "the others keep their place";
+  EXPECT_EQ(pendingParkedCreate[0].callsign, "KLM7*");
 }
 
 TEST_F(ConflictTest, theReservedStandIsEmptiedEveryFiveSecondsWhateverTheUserGroundBox) {
-  userOnGround = true;
-  simRunning = true;
+  userOnGround = simRunning = true;
   reservedStand = "S1";
   for (const bool box : {true, false}) {
     COLLISION_USER_GND.value = box;
     resetMainLoopState();
-    parkedAircraft = {parked(1, "KLM9*", Alive)};
-    liveAircraft.clear();
-    LiveAircraft& live = liveAircraft.emplace_back();
-    live.callsign = "DLH1";
-    live.objectId = 80;
-    live.standId = 1;
-    live.phase = Parked;
-    live.state = Alive;
-    pendingRemoveObjects.clear();
+    resetEngineTables();
+    standing(parkedAircraft, "KLM9*");
+    standing(liveAircraft, "DLH1").phase = Parked;
     std::vector<std::size_t> removedBySecond;
     for (std::int32_t s = 0; s < 5; ++s) {
       secondTick = true;
@@ -213,30 +147,19 @@ TEST_F(ConflictTest, theReservedStandIsEmptiedEveryFiveSecondsWhateverTheUserGro
   }
 }
 
-TEST_F(ConflictTest, anAircraftInTheApproachCorridorOfTheUserIsHeldBackUntilHeHasLanded) {
-  UserAircraft user;
-  user.lat = test::userLat;
-  user.lon = test::userLon;
-  user.altitude = 1500;
-  user.aboveGround = 1500;
+TEST_F(ConflictTest, anAircraftInTheApproachCorridorOfTheUserIsHeldBackUntilHeStandsOnTheGround) {
+  UserAircraft user{.lat = test::userLat, .lon = test::userLon, .altitude = 1500, .aboveGround = 1500};
   user.groundSpeed = 140;
   writeUserAircraft(user);
-  Report abeam; // 3 nautical miles east, 500 feet above the user, flying towards his track
-  abeam.lat = test::userLat;
-  abeam.lon = test::userLon + 3.0 / 60 / std::cos(test::userLat * degToRad);
-  abeam.altitude = 2000;
-  abeam.speed = 100;
-  abeam.track = 270;
-  std::vector<Report> flights = {abeam};
+  // 3 nautical miles east, 500 feet above the user, flying towards his track.
+  std::vector<Report> flights = {
+      {.lat = test::userLat, .lon = test::userLon + 0.05, .altitude = 2000, .speed = 100, .track = 270}};
   EXPECT_TRUE(fly(flights, 15).empty()) << test::logText();
-  ASSERT_NE(findLive(abeam.hexid), nullptr);
-  EXPECT_TRUE(findLive(abeam.hexid)->heldBack);
-
-  // Landed but still rolling: held back; standing: made.
+  EXPECT_TRUE(findLive(flights[0].hexid)->heldBack);
   userOnGround = true;
   user.altitude = user.aboveGround = 0;
   writeUserAircraft(user);
-  EXPECT_TRUE(fly(flights, 3).empty());
+  EXPECT_TRUE(fly(flights, 3).empty()) << "landed, still rolling";
   user.groundSpeed = 0;
   writeUserAircraft(user);
   EXPECT_EQ(fly(flights, 3), std::set<std::string>{"KLM601"});
