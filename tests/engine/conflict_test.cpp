@@ -22,6 +22,7 @@ protected:
     EngineTest::SetUp();
     ghostCallsigns.clear();
     userOnGround = false;
+    COLLISION_LIVE_PARKED_GND.value = true;
     parkAirportCode = "EHAM";
     parkAirportLat = test::userLat;
     parkAirportLon = test::userLon + 0.01;
@@ -40,6 +41,7 @@ protected:
     parkAirportCode.clear();
     reservedStand.clear();
     COLLISION_USER_GND.value = true;
+    COLLISION_LIVE_PARKED_GND.value = false;
     simRunning = false;
     resetMainLoopState();
     EngineTest::TearDown();
@@ -62,11 +64,11 @@ protected:
     return created;
   }
   template <typename Aircraft>
-  static Aircraft& standing(std::vector<Aircraft>& table, std::string callsign) {
+  static Aircraft& standing(std::vector<Aircraft>& table, std::string callsign, std::uint32_t standId = 1) {
     Aircraft& a = table.emplace_back();
     a.callsign = std::move(callsign);
     a.hexid = a.objectId = static_cast<std::uint32_t>(60 + liveAircraft.size() + parkedAircraft.size());
-    a.standId = 1;
+    a.standId = standId;
     a.standLat = stands[0].lat;
     a.standLon = stands[0].lon;
     a.halfWingSpan = 20 * nmPerMetre;
@@ -77,12 +79,7 @@ protected:
 
 TEST_F(ConflictTest, aGhostLivesUntilItsRealFlightComesAndNeverReturns) {
   // Ghost and real flight in the same second: only the real one is made, and the ghost is refused for good.
-  const Report real;
-  Report ghost = real;
-  ghost.hexid = 0x484002;
-  ghost.callsign = "KLM601_";
-  ghost.lon += 0.05;
-  std::vector<Report> flights = {ghost, real};
+  std::vector<Report> flights = {{.hexid = 0x484002, .callsign = "KLM601_", .lon = test::userLon + 0.05}, {}};
   EXPECT_EQ(fly(flights, 20), std::set<std::string>{"KLM601"}) << test::logText();
   EXPECT_EQ(ghostCallsigns, std::vector<std::string>{"KLM601_"});
 
@@ -103,14 +100,13 @@ TEST_F(ConflictTest,
   twin.type = "B738";
   LiveAircraft& old = standing(liveAircraft, "KLM601");
   old.phase = Parked;
-  std::vector<Report> flights = {{.lat = stands[0].lat, .lon = stands[0].lon, .altitude = 0, .speed = 0}};
-  flights[0].regcode = "PH-XYZ";
+  std::vector<Report> flights = {
+      {.lat = stands[0].lat, .lon = stands[0].lon, .altitude = 0, .speed = 0, .regcode = "PH-XYZ"}};
   ticks(1); // parked off the creation step, which would send a queued request
   fly(flights, 7);
   ticks(100);
   // Queued at the last moment, so that nothing sends it before the live aircraft parks.
-  ParkedAircraft& queued = standing(parkedAircraft, "KLM8*");
-  queued.standId = 2;
+  ParkedAircraft& queued = standing(parkedAircraft, "KLM8*", 2);
   queued.state = Creating;
   queued.objectId = 0;
   queued.halfWingSpan = 30 * nmPerMetre;
@@ -163,6 +159,61 @@ TEST_F(ConflictTest, anAircraftInTheApproachCorridorOfTheUserIsHeldBackUntilHeSt
   user.groundSpeed = 0;
   writeUserAircraft(user);
   EXPECT_EQ(fly(flights, 3), std::set<std::string>{"KLM601"});
+}
+
+TEST_F(ConflictTest, whatComesTooNearTheUserOrAParkedAircraftGoes) {
+  struct Row {
+    bool userOnGround;
+    double userHeight, north, east, altitude, heading; // feet, nautical miles from the user, feet, radians
+    bool onGround, removed;
+  };
+  const Row rows[] = {
+      {false, 3000, 0, 2, 3500, 0, false, true},           // in the air, about to pass abeam of the user
+      {false, 3000, 0, 2, 3500, 3 * pi / 2, false, false}, // flying along the line between them
+      {false, 3000, 0, 2, 4500, 0, false, false},          // 1500 feet above him
+      {false, 400, 0.5, 0, 0, 0, true, true},              // on the runway ahead of the low user
+      {false, 400, 0, 0.5, 0, 0, true, false},             // beside it
+      {true, 0, 0.01, 0, 0, 0, true, true},                // 18.5 metres from the user on the ground
+      {true, 0, 0.02, 0, 0, 0, true, false},               // 37 metres
+  };
+  for (const Row& row : rows) {
+    resetEngineTables();
+    userOnGround = row.userOnGround;
+    writeUserAircraft(
+        {.lat = test::userLat, .lon = test::userLon, .altitude = 3000, .aboveGround = row.userHeight});
+    userSecondWork();
+    LiveAircraft& a = standing(liveAircraft, "KLM1");
+    a.lat = test::userLat + row.north / 60;
+    a.lon = test::userLon + row.east / 60 / std::cos(test::userLat * degToRad);
+    a.altitude = row.altitude;
+    a.heading = row.heading;
+    a.onGround = row.onGround;
+    avoidUserCollisions();
+    EXPECT_EQ(pendingRemoveObjects.size(), row.removed ? 1u : 0u) << &row - rows;
+  }
+  // Live taxiing past a parked aircraft: wings of 20 metres and a margin of a tenth.
+  for (const double metres : {43.0, 45.0}) {
+    resetEngineTables();
+    standing(parkedAircraft, "KLM9*");
+    LiveAircraft& taxiing = standing(liveAircraft, "DLH1");
+    taxiing.onGround = true;
+    taxiing.phase = Taxi;
+    taxiing.lat = stands[0].lat + metres * nmPerMetre / 60;
+    taxiing.lon = stands[0].lon;
+    avoidLiveParkedCollisions();
+    EXPECT_EQ(pendingRemoveObjects.size(), metres < 44 ? 1u : 0u) << metres;
+  }
+  // The answer to a blocked aircraft: a record without object is dropped, an object removed.
+  standing(liveAircraft, "DLH2").state = Buffered;
+  pushSimCommand({0, 0x3c0000, 0, commandBlocked, 0, 0});
+  pushSimCommand({0, 62, 0, commandBlocked, 0, 0});
+  pushSimCommand({0, 63, 0, commandBlocked, 0, 0});
+  workOffSimCommands();
+  EXPECT_EQ(std::vector(pendingRemoveObjects.begin(), pendingRemoveObjects.end()),
+            std::vector<std::uint32_t>{62});
+  EXPECT_TRUE(findLive(63)->toDelete);
+  EXPECT_TRUE(test::logHas("DLH1 removed from simulator immediately while blocked"));
+  EXPECT_TRUE(test::logHas("DLH2 will be removed from buffer while blocked"));
 }
 
 } // namespace
