@@ -42,6 +42,7 @@ protected:
     reservedStand.clear();
     COLLISION_USER_GND.value = true;
     COLLISION_LIVE_PARKED_GND.value = false;
+    userOnGround = false;
     simRunning = false;
     resetMainLoopState();
     EngineTest::TearDown();
