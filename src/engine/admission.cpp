@@ -2,6 +2,7 @@
 #include "base/log.h"
 #include "base/parameters.h"
 #include "base/run.h"
+#include "engine/conflicts.h"
 #include "engine/engine.h"
 #include "engine/geometry.h"
 #include "engine/motion.h"
@@ -183,6 +184,7 @@ void admit(LiveAircraft& aircraft) {
     slots.pop_front();
     return;
   }
+  if (keptFromUser(aircraft)) return;
   if (pendingLiveCreate.size() >= createQueueFull && aircraft.phase == New) {
     slots.pop_front();
     return;

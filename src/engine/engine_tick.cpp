@@ -1,6 +1,7 @@
 #include "base/log.h"
 #include "base/parameters.h"
 #include "base/run.h"
+#include "engine/conflicts.h"
 #include "engine/engine.h"
 #include "engine/flight_plans.h"
 #include "engine/geometry.h"
@@ -199,6 +200,9 @@ void lf_handle(const SimCommand& command) {
   case commandNotCreated:
     lf_notCreated(command);
     return;
+  case commandBlocked:
+    removeBlocked(command);
+    return;
   default:
     return;
   }
@@ -307,15 +311,7 @@ void removeAllLive() {
     if (aircraft.objectId != 0) {
       requestRemove(aircraft);
     } else if (aircraft.state == Creating) {
-      const auto queued = std::find_if(pendingLiveCreate.begin(), pendingLiveCreate.end(),
-                                       [&](const CreateRequest& r) { return r.hexid == aircraft.hexid; });
-      const auto stacked = std::find(pendingCreateHexids.begin(), pendingCreateHexids.end(), aircraft.hexid);
-      if (queued != pendingLiveCreate.end()) pendingLiveCreate.erase(queued);
-      if (stacked != pendingCreateHexids.end()) pendingCreateHexids.erase(stacked);
-      if (queued != pendingLiveCreate.end() || stacked != pendingCreateHexids.end())
-        aircraft.toDelete = true;
-      else
-        aircraft.removeOnCreated = true;
+      withdrawLive(aircraft);
     }
   }
   std::erase_if(liveAircraft, [](const LiveAircraft& a) { return a.toDelete; });
@@ -327,6 +323,7 @@ void removeAllLive() {
 
 void resetEngine() {
   resetEngineTables();
+  resetConflicts();
   lf_commands.clear();
   lf_records.clear();
   simTick = 0;

@@ -14,6 +14,7 @@ inline constexpr double metresPerNm = 1852.0;
 inline constexpr double nmPerMetre = 1 / metresPerNm;
 inline constexpr double metresPerFoot = 0.3048;
 inline constexpr double feetPerMetre = 1 / metresPerFoot;
+inline constexpr double feetPerNm = metresPerNm * feetPerMetre;
 // Twice the earth's radius in nautical miles (2 x 3437.746770784939): the haversine arc to a distance.
 inline constexpr double nmPerHalfArc = 6875.493541569878;
 // The angular distance of one foot on the sphere.

@@ -1,5 +1,6 @@
 #include "base/log.h"
 #include "base/parameters.h"
+#include "engine/conflicts.h"
 #include "engine/engine.h"
 #include "engine/tables.h"
 
@@ -27,10 +28,7 @@ void ghostKill(std::string_view callsign) {
       logLine(fmt::format("          {:8} is a ghost and will be removed, continue with {}", name, callsign));
   }
   ghostCallsigns.push_back(name);
-  if (ghost->state == Buffered)
-    ghost->toDelete = true;
-  else
-    requestRemove(*ghost);
+  withdrawLive(*ghost);
 }
 
 bool hasRealFlight(std::string_view callsign) {

@@ -36,7 +36,6 @@ constexpr double arrivedNm = 0.0010799136069114472;   // 2 metres
 constexpr double splitApartNm = 0.02699784017278618;  // 50 metres
 constexpr double speedSplitNm = 0.05399568034557236;  // 100 metres
 constexpr std::int32_t sevenDays = 60480000;          // ticks
-constexpr double feetPerNm = metresPerNm * feetPerMetre;
 
 Stand& lf_stand(std::uint32_t standId) {
   return stands[standId - 1];

@@ -25,7 +25,6 @@ constexpr double sameSpotDegrees = 0.00015;
 constexpr double collapseNm = 0.011879049676025918; // 22 metres
 constexpr std::int32_t collapseTicks = 1500;        // 15 seconds
 constexpr double maxCurveT = 0.999999;
-constexpr double feetPerNm = metresPerNm * feetPerMetre;
 
 bool lf_samePosition(const PositionSlot& a, const PositionSlot& b) {
   return a.lat == b.lat && a.lon == b.lon;

@@ -3,6 +3,7 @@
 #include "base/display.h"
 #include "base/log.h"
 #include "base/parameters.h"
+#include "engine/conflicts.h"
 #include "engine/engine.h"
 #include "engine/geometry.h"
 #include "engine/tables.h"
@@ -186,6 +187,20 @@ void lf_searchForCoupledCsAroundThisTime(Slot slot, LiveAircraft& aircraft) {
   }
 }
 
+// A parked aircraft gives way: removed if it stands, withdrawn with its request while that waits, else gone
+// as soon as its object exists. p may be gone afterwards.
+void lf_makePlace(ParkedAircraft& p, const std::string& text) {
+  if (p.state == Alive) {
+    lf_log(text);
+    requestRemove(p);
+    return;
+  }
+  if (p.state != Creating) return;
+  lf_log("queued " + text);
+  const std::string callsign = p.callsign;
+  if (!cancelQueuedParked(callsign)) p.removeOnCreated = true;
+}
+
 } // namespace
 
 std::uint32_t findStandAt(double lat, double lon, const LiveAircraft& aircraft, double radius, bool wide) {
@@ -357,35 +372,16 @@ void clearParkedAround(const LiveAircraft& live, std::uint32_t standId) {
   for (ParkedAircraft& p : parkedAircraft) {
     if (p.standId != standId) continue;
     const bool same = p.callsign == live.callsignIn || (!p.regcode.empty() && p.regcode == live.regcode);
-    const std::string text =
-        fmt::format("{:8}: {:8} {} makes place for{} {} {} {}", name, p.callsign, p.type,
-                    same ? " the same live version" : "", live.callsign, live.type, timeOfDay());
-    if (p.state == Alive) {
-      lf_log(text);
-      requestRemove(p);
-    } else if (p.state == Creating) {
-      const auto queued = std::find_if(pendingParkedCreate.begin(), pendingParkedCreate.end(),
-                                       [&](const CreateRequest& r) { return r.hexid == p.hexid; });
-      lf_log("queued " + text);
-      if (queued == pendingParkedCreate.end()) {
-        p.removeOnCreated = true;
-      } else {
-        pendingParkedCreate.erase(queued);
-        p.state = Removing; // never created: the record goes with its request
-        p.objectId = 0;
-      }
-    }
+    lf_makePlace(p, fmt::format("{:8}: {:8} {} makes place for{} {} {} {}", name, p.callsign, p.type,
+                                same ? " the same live version" : "", live.callsign, live.type, timeOfDay()));
     break;
   }
-  std::erase_if(parkedAircraft,
-                [](const ParkedAircraft& p) { return p.state == Removing && p.objectId == 0; });
   for (const std::uint32_t neighbour : lf_stand(standId).neighbours) {
     for (ParkedAircraft& p : parkedAircraft) {
-      if (p.standId != neighbour || p.state != Alive) continue;
+      if (p.standId != neighbour || (p.state != Alive && p.state != Creating)) continue;
       if (p.halfWingSpan + live.halfWingSpan <= lf_standDistance(standId, neighbour)) continue;
-      lf_log(fmt::format("{:8}: {:8} removed by adjacent parking {} at {}", standName(neighbour), p.callsign,
-                         live.callsign, name));
-      requestRemove(p);
+      lf_makePlace(p, fmt::format("{:8}: {:8} removed by adjacent parking {} at {}", standName(neighbour),
+                                  p.callsign, live.callsign, name));
       break;
     }
   }

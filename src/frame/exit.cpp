@@ -5,6 +5,7 @@
 #include "base/version.h"
 #include "engine/engine.h"
 #include "engine/flight_plans.h"
+#include "engine/tables.h"
 #include "feed/feed.h"
 #include "feed/inbox.h"
 #include "feed/traffic_link.h"
@@ -99,6 +100,8 @@ bool lf_exitSteps(ExitReason reason, int seconds) {
     lf_waitForThreads();
     // The stands belong to the main loop: saved once it has ended, or given up waiting for.
     closeParkAirport();
+    // The ghosts refused stay refused over a restart, not beyond the run of the program.
+    if (!lf_isRestart(reason)) ghostCallsigns.clear();
     if (lf_isRestart(reason)) {
       lf_resetForRestart(reason);
       lf_countDown(seconds);

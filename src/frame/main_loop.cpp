@@ -3,6 +3,7 @@
 #include "base/log.h"
 #include "base/parameters.h"
 #include "base/run.h"
+#include "engine/conflicts.h"
 #include "engine/engine.h"
 #include "engine/flight_plans.h"
 #include "engine/tables.h"
@@ -128,6 +129,8 @@ void lf_secondPass() {
   lf_applyLiveLimit();
   serveNewLiveHexid();
   serveFlush();
+  avoidUserCollisions();
+  avoidLiveParkedCollisions();
   serveBlockedCallsign();
   serveNavLights();
   lf_runJobs(advanceSecond(secondCount));
