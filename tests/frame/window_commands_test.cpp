@@ -24,6 +24,7 @@ std::string lf_line() {
 class WindowCommandsTest : public test::InScratchFolder {
 protected:
   void SetUp() override {
+    resetDisplay(); // an error line another test left would cover every message
     openLog();
     loadParameters();
   }
