@@ -12,6 +12,10 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
+#include <iostream>
+#include <signal.h>
+#include <sys/wait.h>
+#include <thread>
 
 namespace ory {
 namespace {
@@ -421,6 +425,46 @@ TEST_F(AirportFileTest, aFailedSaveOrAFullDiskLeavesTheOldLearnedFileAsItWas) {
   saveLearnedFile();
   EXPECT_NE(readFile(learnedPath).find("<opt reg=\"PH-BXA\" day=\"5\" hh=\"3\" />"), std::string::npos);
   EXPECT_TRUE(test::logHas(" \"airports/learned/stock/EHAM.xml\" saved with 1 update "));
+}
+
+// A program killed at any moment of its save leaves the old learned file or the new one, whole: the save
+// loops in a child process that is killed after a little longer each round.
+TEST_F(AirportFileTest, aSaveKilledAtAnyMomentLeavesTheOldOrTheNewFileWhole) {
+  writeBytes(archivedPath, archivedText);
+  const std::string old = readFile(archivedPath);
+  writeBytes(learnedPath, old);
+  ASSERT_EQ(open(), "");
+  for (Stand& stand : stands)
+    for (int i = 0; i < 2000; ++i) { // a learned file of some hundred kilobytes
+      StandOption& option = stand.options.emplace_back();
+      option.regcode = fmt::format("PH-{:04}", i);
+      option.callsignIn = fmt::format("KLM{}", i);
+      option.learned = true;
+      option.halfHours.set(i % 48);
+    }
+  int oldSeen = 0;
+  int newSeen = 0;
+  for (int round = 0; round < 30; ++round) {
+    const pid_t child = fork();
+    ASSERT_NE(child, -1);
+    if (child == 0) {
+      for (;;) {
+        updateCount = 1;
+        saveLearnedFile();
+      }
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(1 + 5 * round));
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+    const std::string text = readFile(learnedPath);
+    pugi::xml_document saved;
+    ASSERT_TRUE(saved.load_string(text.c_str())) << "round " << round;
+    const bool isNew = text.find("PH-1999") != std::string::npos;
+    ASSERT_TRUE(isNew || text == old) << "round " << round;
+    ++(isNew ? newSeen : oldSeen);
+  }
+  EXPECT_GT(newSeen, 0) << "the later rounds saved";
+  std::cout << fmt::format("killed saves: {} left the old file, {} the new\n", oldSeen, newSeen);
 }
 
 TEST_F(AirportFileTest, aThirdPartyAirportLearnsIntoItsPublishersFolder) {
