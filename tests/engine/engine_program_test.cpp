@@ -2,6 +2,7 @@
 // 737 climbing out of Amsterdam in a wide right turn, and a Delta 737-900 landing at Minneapolis, rolling
 // out, taxiing and parking. What the simulator was told is judged from the trace.
 #include "capture.h"
+#include "engine/aircraft.h"
 #include "inputs.h"
 #include "judge.h"
 #include "os/sockets.h"
@@ -41,6 +42,8 @@ struct Flight {
   double userLon = 0;      // degrees
   double elevation = 0;    // feet, of the stand-in's ground
   std::string zulu;        // the simulator's time
+  std::string origin;      // airport codes that the feed names, as RealTraffic does for scheduled flights
+  std::string destination; //
 };
 
 const Flight climbOut{"adsb/belevingsvlucht.json.gz",
@@ -53,7 +56,9 @@ const Flight climbOut{"adsb/belevingsvlucht.json.gz",
                       52.3086,
                       4.7639,
                       -11,
-                      "2018-05-30T15:23:38Z"};
+                      "2018-05-30T15:23:38Z",
+                      "EHAM", // the flight left Schiphol and came back to it
+                      "EHAM"};
 const Flight landing{"adsb/trace_full_ac671b_flat.csv",
                      0xac671b,
                      "DAL1812",
@@ -76,6 +81,15 @@ const Flight pushBack{"adsb/trace_full_ac671b_flat.csv",
                       -93.2290,
                       841,
                       "2025-02-05T03:31:27Z"};
+
+// Zurich at once, each from its own day: an Air France A319 at the end of its taxi, taking off to the west; a
+// Lufthansa A321 on the last miles of its approach; the Rega helicopter low over the city. The user waits on
+// the apron south of them.
+const std::vector<Flight> zurich{
+    {"adsb/noisy_takeoff.json.gz", 0x3946e4, "AFR181L", "AFR", "A319", "Air France Airbus A319", 150, 47.4510,
+     8.5600, 1416, "2019-11-11T17:38:06Z"},
+    {"adsb/noisy_landing.json.gz", 0x3c664e, "DLH4TR", "DLH", "A321", "Lufthansa Airbus A321", 648},
+    {"adsb/rega_zh.json.gz", 0x4b43ac, "REGA1", "SAZ", "EC45", "Rega Airbus EC145", 138}};
 
 // The user waits on the ground where the flight says, then follows laterTrack (points of the stand-in's
 // user track); titles beyond the flight's share its static CG.
@@ -102,6 +116,20 @@ std::string lf_position(const std::string& line) {
   const std::size_t first = line.find(',', line.find(',') + 1);
   const std::size_t third = line.find(',', line.find(',', first + 1) + 1);
   return line.substr(first, third - first);
+}
+
+// The traffic line with the airports of the flight's route.
+std::string lf_withRoute(const std::string& line, const Flight& flight) {
+  std::vector<std::string> fields;
+  for (std::size_t from = 0;;) {
+    const std::size_t comma = line.find(',', from);
+    fields.push_back(line.substr(from, comma - from));
+    if (comma == std::string::npos) break;
+    from = comma + 1;
+  }
+  fields.at(12) = flight.origin;
+  fields.at(13) = flight.destination;
+  return fmt::format("{}", fmt::join(fields, ","));
 }
 
 // A transponder left on at the gate: between two reports of the same position the feed repeats the aircraft
@@ -136,32 +164,30 @@ protected:
   // installed and its stands repeated; dropAt cuts the link; gateReports repeat the last report every 20
   // seconds after the window.
   void prepare(const Flight& chosen, double seconds, double dropAt = -1, int gateReports = 0) {
-    flight = chosen;
-    test::writeBytes(folder / "output/LiveriesScanned.xml",
-                     fmt::format(R"(<liveries><liv airl="{}" type="{}" title="{}" atcid="" /></liveries>)",
-                                 flight.airline, flight.type, flight.title));
-    ChildProcess convert(FEEDPLAY_PATH,
-                         {"convert", test::realData(flight.source).string(), "flight.cap", "--registry",
-                          test::realData("adsb/sample_hex_registry_subset.csv").string()},
-                         folder, folder, folder / "convert.out");
-    ASSERT_EQ(convert.waitExit(60s), 0) << readFile(folder / "convert.out");
+    prepareAll({chosen}, seconds, dropAt, gateReports);
+  }
+  // The windows of several flights played at once, each from its own start; the first flight's weather and
+  // place.
+  void prepareAll(const std::vector<Flight>& flights, double seconds, double dropAt = -1,
+                  int gateReports = 0) {
+    flight = flights.front();
+    std::string liveries;
+    for (const Flight& f : flights)
+      liveries +=
+          fmt::format(R"(<liv airl="{}" type="{}" title="{}" atcid="" />)", f.airline, f.type, f.title);
+    test::writeBytes(folder / "output/LiveriesScanned.xml", "<liveries>" + liveries + "</liveries>");
     std::vector<CaptureEntry> window;
-    std::optional<CaptureEntry> weather;
-    for (CaptureEntry& entry : readCapture((folder / "flight.cap").string())) {
-      if (entry.offset < flight.windowStart) {
-        if (entry.kind == CaptureKind::weather) weather = entry;
-        continue;
-      }
-      entry.offset -= flight.windowStart;
-      if (entry.offset >= seconds) break;
-      if (dropAt >= 0 && entry.offset >= dropAt) {
-        window.push_back({entry.offset, CaptureKind::drop, "5", 5});
-        dropAt = -1;
-      }
-      window.push_back(entry);
+    for (const Flight& f : flights)
+      for (CaptureEntry& entry : flightWindow(f, seconds))
+        if (&f == &flights.front() || entry.kind == CaptureKind::traffic) window.push_back(std::move(entry));
+    std::stable_sort(window.begin(), window.end(),
+                     [](const CaptureEntry& a, const CaptureEntry& b) { return a.offset < b.offset; });
+    if (dropAt >= 0) {
+      const auto at = std::find_if(window.begin(), window.end(),
+                                   [&](const CaptureEntry& e) { return e.offset >= dropAt; });
+      window.insert(at, {dropAt, CaptureKind::drop, "5", 5});
     }
     lf_repeatStanding(window);
-    if (weather) window.insert(window.begin(), {0, CaptureKind::weather, weather->payload});
     for (int i = 1; i <= gateReports; ++i) {
       CaptureEntry again = window.back();
       again.offset += 20;
@@ -170,6 +196,31 @@ protected:
     std::ofstream out(folder / "window.cap");
     for (const CaptureEntry& entry : window)
       out << captureText(entry) << '\n';
+  }
+
+  // The flight's traffic from its window's start on, for seconds, led by the weather in force then.
+  std::vector<CaptureEntry> flightWindow(const Flight& f, double seconds) const {
+    const std::string capture = fmt::format("{:x}.cap", f.hexid);
+    ChildProcess convert(FEEDPLAY_PATH,
+                         {"convert", test::realData(f.source).string(), capture, "--registry",
+                          test::realData("adsb/sample_hex_registry_subset.csv").string()},
+                         folder, folder, folder / "convert.out");
+    EXPECT_EQ(convert.waitExit(60s), 0) << readFile(folder / "convert.out");
+    std::vector<CaptureEntry> window;
+    std::optional<CaptureEntry> weather;
+    for (CaptureEntry& entry : readCapture((folder / capture).string())) {
+      if (entry.offset < f.windowStart) {
+        if (entry.kind == CaptureKind::weather) weather = entry;
+        continue;
+      }
+      entry.offset -= f.windowStart;
+      if (entry.offset >= seconds) break;
+      if (entry.kind == CaptureKind::traffic && !f.origin.empty())
+        entry.payload = lf_withRoute(entry.payload, f);
+      window.push_back(std::move(entry));
+    }
+    if (weather) window.insert(window.begin(), {0, CaptureKind::weather, weather->payload});
+    return window;
   }
 
   std::unique_ptr<ChildProcess> startPlayer() const {
@@ -196,27 +247,36 @@ protected:
   }
   std::string log() const { return readFile(folder / "Log.txt"); }
 
-  // The judge's figures of the flight's object on the stand-in's ground at Minneapolis, printed for the note.
-  ObjectFigures judgeAtMinneapolis(std::string_view name, const std::vector<json>& trace) const {
+  // The judge's figures of a flight's object over the airport file's stands, printed for the note.
+  // A source without emitter categories leaves the judge the category that the aircraft database gives.
+  ObjectFigures judgeFlight(std::string_view name, const std::vector<json>& trace, const Flight& judged,
+                            std::string_view airportFile, std::int32_t databaseCategory = -1) const {
     JudgeContext context;
-    context.staticCg[titleKey(flight.title)] = 9.5;
+    context.staticCg[titleKey(judged.title)] = 9.5;
     context.real = realAircraft((folder / "window.cap").string());
-    context.stands = readStands((folder / "airports/my_thirdparty/KMSP.xml").string());
+    for (RealAircraft& real : context.real)
+      if (real.hexid == judged.hexid && real.category < 0) real.category = databaseCategory;
+    context.stands = readStands((folder / "airports/my_thirdparty" / airportFile).string());
     const std::vector<FlownObject> objects = flownObjects(trace);
     const auto object = std::find_if(objects.begin(), objects.end(),
-                                     [&](const FlownObject& o) { return o.atcId == flight.callsign; });
+                                     [&](const FlownObject& o) { return o.atcId == judged.callsign; });
     if (object == objects.end()) {
-      ADD_FAILURE() << flight.callsign << " was never flown";
+      ADD_FAILURE() << judged.callsign << " was never flown";
       return {};
     }
     const ObjectFigures f = judgeObject(*object, context);
     const Spread ground = spreadOf(f.groundMetres);
+    const Spread air = spreadOf(f.airMetres);
     std::cout << fmt::format(
-        "{}: ground {} frames from the real path median {:.1f} m p95 {:.1f} m; turn {:.1f} of {:.0f} deg/s; "
-        "height {:+.2f} ft; worst step {:.2f}; backwards {:.0f} m\n",
-        name, ground.count, ground.median, ground.p95, f.groundTurnRate, f.turnLimit, f.worstGroundHeightFeet,
-        f.worstStepRatio, f.backwardsMetres);
+        "{}: ground {} frames from the real path median {:.1f} m p95 {:.1f} m; air {} frames median {:.1f} m "
+        "p95 {:.1f} m; turn {:.1f} of {:.0f} deg/s; height {:+.2f} ft; worst step {:.2f}; backwards {:.0f} "
+        "m\n",
+        name, ground.count, ground.median, ground.p95, air.count, air.median, air.p95, f.groundTurnRate,
+        f.turnLimit, f.worstGroundHeightFeet, f.worstStepRatio, f.backwardsMetres);
     return f;
+  }
+  ObjectFigures judgeAtMinneapolis(std::string_view name, const std::vector<json>& trace) const {
+    return judgeFlight(name, trace, flight, "KMSP.xml");
   }
 
   std::filesystem::path folder = scratch.path();
@@ -230,7 +290,7 @@ void lf_keepForJudge(const std::filesystem::path& folder, std::string_view name)
   std::error_code error;
   std::filesystem::create_directories(kept, error);
   for (const char* file : {"stand.jsonl", "stand.json", "window.cap", "airports/my_thirdparty/KMSP.xml",
-                           "airports/my_thirdparty/EHAM.xml"})
+                           "airports/my_thirdparty/EHAM.xml", "airports/my_thirdparty/LSZH.xml"})
     std::filesystem::copy_file(folder / file, kept / std::filesystem::path(file).filename(),
                                std::filesystem::copy_options::overwrite_existing, error);
 }
@@ -260,12 +320,24 @@ TEST_F(EngineProgramTest, aRealFlightIsFlownOnItsTrackThirtySecondsLateAndLeaves
         return object && removed(trace, *object);
       },
       240s, 1s);
+  // The feed named both airports: the object was given a plan, whose file went with it.
+  std::filesystem::path plan;
+  for (const json& line : stand.trace())
+    if (object && lf_isCall(line, "SimConnect_AISetAircraftFlightPlan") &&
+        line.value("object", std::int64_t{-1}) == *object)
+      plan = line.value("path", "") + ".pln";
+  const bool planGone = eventually([&] { return !plan.empty() && !std::filesystem::exists(plan); }, 5s);
   program->signal(SIGTERM);
   EXPECT_EQ(program->waitExit(20s), 0);
   EXPECT_EQ(player->waitExit(10s), 0);
   stand.stop(SIGTERM);
   const std::vector<json> trace = stand.trace();
   lf_keepForJudge(folder, "realflight");
+  EXPECT_FALSE(plan.empty()) << "a flight plan for the object";
+  EXPECT_TRUE(planGone) << plan;
+  EXPECT_FALSE(std::any_of(trace.begin(), trace.end(), [](const json& line) {
+    return line.value("kind", "") == "exception" && line.value("exception", 0) == 23;
+  })) << "the simulator found the plan's file";
   ASSERT_TRUE(object) << readFile(folder / "program.out") << log();
   EXPECT_TRUE(gone) << "dead reckoning ran out and the object was removed\n" << log();
 
@@ -420,6 +492,51 @@ TEST_F(EngineProgramTest, aDepartureIsPushedBackTailFirstFromItsStand) {
   EXPECT_EQ(f.parked.front().stand, "G2");
   EXPECT_LE(f.parked.front().metres, 2);
   EXPECT_LE(std::abs(f.parked.front().headingErrorDegrees), 3);
+}
+
+// Zurich with the user's stand and the Air France A319's gate, the first point of its real taxi.
+void lf_writeZurich(const std::filesystem::path& folder) {
+  test::writeBytes(folder / "airports/my_thirdparty/LSZH.xml", R"(<parameters>
+<parameter name="airport_name" value="Zurich"/><parameter name="publisher" value="unknown"/>
+<parameter name="altitude" value="1416"/></parameters><parkpositions>
+<parkpos id="U1" latitude="47.451000" longitude="8.560000" heading="0" radius="20"/>
+<parkpos id="E1" latitude="47.456646" longitude="8.555019" heading="320" radius="20"/></parkpositions>)");
+}
+
+// Three kinds of flight at once, each judged from the trace: no step an aircraft could not fly, on the ground
+// within a foot of it and turning no faster than its kind, near the real paths 30 seconds earlier.
+TEST_F(EngineProgramTest, aTakeOffAnApproachAndAHelicopterAtZurichFollowTheirRealPaths) {
+  prepareAll(zurich, 200);
+  lf_writeZurich(folder);
+  test::StandIn stand(lf_scenario(flight, "", "", {zurich[1].title, zurich[2].title}));
+  stand.writeSimConnectCfg();
+  const auto player = startPlayer();
+  const auto program = startProgram();
+  std::this_thread::sleep_for(240s);
+  program->signal(SIGTERM);
+  EXPECT_EQ(program->waitExit(20s), 0);
+  player->waitExit(10s);
+  stand.stop(SIGTERM);
+  lf_keepForJudge(folder, "zurich");
+  const std::vector<json> trace = stand.trace();
+
+  const ObjectFigures takeOff = judgeFlight("take-off", trace, zurich[0], "LSZH.xml", 2);
+  const ObjectFigures approach = judgeFlight("approach", trace, zurich[1], "LSZH.xml", 2);
+  const ObjectFigures helicopter =
+      judgeFlight("helicopter", trace, zurich[2], "LSZH.xml", static_cast<std::int32_t>(categoryHelicopter));
+  for (const ObjectFigures* f : {&takeOff, &approach, &helicopter}) {
+    EXPECT_GT(f->frames, 30u * 60) << f->atcId << " flew a minute and more\n" << log();
+    EXPECT_EQ(f->jumps, 0u) << f->atcId;
+    EXPECT_LT(spreadOf(f->airMetres).median, 150) << f->atcId;
+  }
+  const Spread ground = spreadOf(takeOff.groundMetres);
+  EXPECT_GT(ground.count, 30u * 30) << "half a minute and more of the taxi and the take-off roll";
+  EXPECT_LT(ground.median, 30);
+  EXPECT_GT(takeOff.turnLimit, 0);
+  // The noisy feed lines it up at the holding point faster than its kind turns: 58 degrees in 4 seconds.
+  EXPECT_LE(takeOff.groundTurnRate, 2 * takeOff.turnLimit);
+  EXPECT_LE(std::abs(takeOff.worstGroundHeightFeet), 1.0);
+  EXPECT_GT(spreadOf(takeOff.airMetres).count, 30u * 30) << "it lifted off and climbed";
 }
 
 // Schiphol as the program's files would have it for static parking: nine stands 100 metres apart, S1 under

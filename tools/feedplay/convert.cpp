@@ -1,6 +1,7 @@
 #include "convert.h"
 
 #include "capture.h"
+#include "engine/geometry.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -8,6 +9,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <deque>
 #include <fstream>
 #include <map>
 #include <sstream>
@@ -171,12 +173,28 @@ std::vector<TrackPoint> lf_readsbTrace(const json& trace) {
   return points;
 }
 
+// RealTraffic's lines always carry speed and track; a report without them, on the ground or before any speed
+// was known, gets both from the way made since the aircraft's oldest report of the last few seconds, which
+// evens out positions reported late or twice.
+constexpr double motionBaseSeconds = 5;
+
+void lf_motionFromPositions(const TrackPoint& before, TrackPoint& point) {
+  const double seconds = point.time - before.time;
+  if (seconds <= 0) return;
+  const double nm = distanceNm(before.lat, before.lon, point.lat, point.lon);
+  point.groundSpeed = nm / seconds * 3600;
+  if (!point.track && nm * metresPerNm >= 1)
+    point.track = bearingTo(before.lat, before.lon, point.lat, point.lon) * radToDeg;
+}
+
 // OpenSky-style records: timestamp in ms, icao24 in hex, position, altitude, groundspeed, track,
 // vertical_rate, callsign, and at times origin, destination and onground.
 std::vector<TrackPoint> lf_openSkyRecords(const json& records) {
   std::vector<TrackPoint> points;
   std::map<std::uint32_t, TrackPoint> carried;
   std::map<std::uint32_t, bool> altitudeKnown;
+  std::map<std::uint32_t, bool> speedKnown;
+  std::map<std::uint32_t, std::deque<TrackPoint>> recentOf;
   for (const json& record : records) {
     const auto lat = lf_member(record, "latitude");
     const auto lon = lf_member(record, "longitude");
@@ -194,14 +212,23 @@ std::vector<TrackPoint> lf_openSkyRecords(const json& records) {
       last.altitude = *altitude;
       altitudeKnown[hexid] = true;
     }
-    if (const auto speed = lf_member(record, "groundspeed")) last.groundSpeed = *speed;
     if (const auto rate = lf_member(record, "vertical_rate")) last.verticalRate = *rate;
     last.track = lf_member(record, "track");
+    const auto speed = lf_member(record, "groundspeed");
+    if (speed) last.groundSpeed = *speed;
     if (const std::string callsign = lf_text(record, "callsign"); !callsign.empty()) last.callsign = callsign;
     last.origin = lf_text(record, "origin");
     last.destination = lf_text(record, "destination");
     const auto ground = record.find("onground");
     last.onGround = ground != record.end() && ground->is_boolean() && ground->get<bool>();
+    std::deque<TrackPoint>& recent = recentOf[hexid];
+    while (recent.size() > 1 && recent[1].time <= last.time - motionBaseSeconds)
+      recent.pop_front();
+    if (speed)
+      speedKnown[hexid] = true;
+    else if (!recent.empty() && (last.onGround || !speedKnown[hexid]))
+      lf_motionFromPositions(recent.front(), last);
+    recent.push_back(last);
     if (!altitudeKnown[hexid]) continue;
     points.push_back(last);
   }
