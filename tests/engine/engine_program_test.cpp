@@ -3,6 +3,7 @@
 // out, taxiing and parking. What the simulator was told is judged from the trace.
 #include "capture.h"
 #include "engine/aircraft.h"
+#include "engine/geometry.h"
 #include "inputs.h"
 #include "judge.h"
 #include "os/sockets.h"
@@ -537,6 +538,130 @@ TEST_F(EngineProgramTest, aTakeOffAnApproachAndAHelicopterAtZurichFollowTheirRea
   EXPECT_LE(takeOff.groundTurnRate, 2 * takeOff.turnLimit);
   EXPECT_LE(std::abs(takeOff.worstGroundHeightFeet), 1.0);
   EXPECT_GT(spreadOf(takeOff.airMetres).count, 30u * 30) << "it lifted off and climbed";
+}
+
+// An apron at Schiphol: the user on S1; P1, where the static twin of the arriving KLM1853 stands, and P2, 150
+// metres east of it on its way in, where another KLM 737 is parked. The learned file fills both.
+constexpr double apronLat = 52.3120;
+constexpr double apronP1Lon = 4.7600;
+constexpr double apronMetresPerDegreeLon = 68060; // at 52.3 degrees north
+
+void lf_writeApron(const std::filesystem::path& folder) {
+  std::string allDay;
+  for (int h = 0; h < 48; ++h)
+    allDay += fmt::format("{}{}", h == 0 ? "" : ",", h);
+  test::writeBytes(folder / "airports/my_thirdparty/EHAM.xml",
+                   fmt::format(R"(<parameters><parameter name="airport_name" value="Schiphol"/>
+<parameter name="publisher" value="unknown"/><parameter name="altitude" value="-11"/></parameters><parkpositions>
+<parkpos id="S1" latitude="{:.6f}" longitude="{:.6f}" heading="90" radius="20"/>
+<parkpos id="P1" latitude="{:.6f}" longitude="{:.6f}" heading="270" radius="20"/>
+<parkpos id="P2" latitude="{:.6f}" longitude="{:.6f}" heading="0" radius="20"/></parkpositions>)",
+                               climbOut.userLat, climbOut.userLon, apronLat, apronP1Lon, apronLat,
+                               apronP1Lon + 150 / apronMetresPerDegreeLon));
+  test::writeBytes(folder / "airports/learned/thirdparty/unknown/EHAM.xml",
+                   fmt::format(R"(<parameters><parameter name="airport_name" value="Schiphol"/>
+<parameter name="WEEK" value="true"/><parameter name="parking_percentage" value="100"/></parameters><parkpositions>
+<parkpos id="P1"><opt reg="PH-BXA" airl="KLM" type="B738" day="1" hh="{0}" cs="KLM1853"/></parkpos>
+<parkpos id="P2"><opt reg="PH-BXB" airl="KLM" type="B738" day="1" hh="{0}" cs="KLM1000"/></parkpos>
+</parkpositions>)",
+                               allDay));
+}
+
+// KLM1853 taxies west at 10 knots from 300 metres east of P1, through P2, and stops on P1, where it stands
+// with its transponder on. Its reports begin after the apron has been filled.
+void lf_writeArrival(const std::filesystem::path& folder, double firstReport) {
+  std::ofstream out(folder / "window.cap");
+  TrackPoint point;
+  point.hexid = 0x485853;
+  point.onGround = true;
+  point.callsign = "KLM1853";
+  point.type = "B738";
+  point.registration = "PH-BXA";
+  point.category = "A3";
+  point.track = 270;
+  for (int t = 0; t <= 120; ++t) {
+    const double metres = std::max(0.0, 300 - t * 10 * metresPerNm / 3600);
+    point.time = 1.7e9 + t;
+    point.lat = apronLat;
+    point.lon = apronP1Lon + metres / apronMetresPerDegreeLon;
+    point.groundSpeed = metres > 0 ? 10 : 0;
+    out << captureText({firstReport + t, CaptureKind::traffic, trafficLine(point)}) << '\n';
+  }
+}
+
+// Who gives way on the apron, judged from the trace: the static twin of an arriving flight leaves its stand
+// to the live aircraft, never standing there with it, and a parked aircraft in a taxiing one's way goes
+// before it is reached.
+TEST_F(EngineProgramTest, aLiveArrivalTakesItsStaticTwinsStandAndAParkedAircraftInItsWayGoes) {
+  flight = climbOut;
+  const std::string klm = "KLM Boeing 737-800";
+  test::writeBytes(
+      folder / "output/LiveriesScanned.xml",
+      fmt::format(R"(<liveries><liv airl="KLM" type="B738" title="{}" atcid="" /></liveries>)", klm));
+  const std::filesystem::path parameters = folder / "AppData/Roaming/Trovalyn_P3D/parameters.xml";
+  std::string text = readFile(parameters);
+  text.insert(text.find("</parameters>"),
+              "  <parameter name=\"COLLISION_LIVE_PARKED_GND\" value=\"true\" />\n");
+  test::writeBytes(parameters, text);
+  lf_writeApron(folder);
+  lf_writeArrival(folder, 40); // after the first calculation, which leaves out what the feed shows
+  test::StandIn stand(lf_scenario(flight, "", "", {klm}));
+  stand.writeSimConnectCfg();
+  const auto player = startPlayer();
+  const auto program = startProgram();
+  const auto objectOf = [](const std::vector<json>& trace, std::string_view tail) -> std::int64_t {
+    for (const json& line : trace)
+      if (line.value("kind", "") == "created" && line.value("tail", "") == tail)
+        return line.value("object", std::int64_t{0});
+    return 0;
+  };
+  const bool arrived =
+      eventually([&] { return log().find("KLM1853  arrived at stand") != std::string::npos; }, 200s, 1s);
+  std::this_thread::sleep_for(5s);
+  program->signal(SIGTERM);
+  EXPECT_EQ(program->waitExit(20s), 0);
+  player->waitExit(10s);
+  stand.stop(SIGTERM);
+  lf_keepForJudge(folder, "apron");
+  text = log();
+  ASSERT_TRUE(arrived) << text;
+  EXPECT_THAT(text, HasSubstr("P1      : KLM1853  arrived at stand"));
+  EXPECT_THAT(text,
+              ContainsRegex("P2      : KLM1000\\*? *removed for collision avoidance with live KLM1853"));
+
+  const std::vector<json> trace = stand.trace();
+  const std::int64_t live = objectOf(trace, "KLM1853");
+  const std::int64_t twin = objectOf(trace, "KLM1853*");
+  const std::int64_t inTheWay = objectOf(trace, "KLM1000*");
+  ASSERT_NE(live, 0);
+  ASSERT_NE(twin, 0) << "the apron was filled before the arrival";
+  ASSERT_NE(inTheWay, 0);
+  EXPECT_TRUE(removed(trace, twin));
+  EXPECT_TRUE(removed(trace, inTheWay));
+  // Frame by frame: the twin and the live aircraft never both near P1, nor the live one on the aircraft in
+  // its way.
+  std::size_t together = 0;
+  double closest = 1e9;
+  for (const json& line : trace) {
+    if (line.value("kind", "") != "state") continue;
+    std::map<std::int64_t, std::pair<double, double>> at;
+    for (const json& o : line.at("objects"))
+      at[o.value("id", std::int64_t{0})] = {o.value("lat", 0.0), o.value("lon", 0.0)};
+    if (!at.contains(live)) continue;
+    const auto [lat, lon] = at[live];
+    const auto metresTo = [&](std::pair<double, double> p) {
+      return distanceNm(lat, lon, p.first, p.second) * metresPerNm;
+    };
+    if (at.contains(twin) && metresTo({apronLat, apronP1Lon}) < 40) ++together;
+    if (at.contains(inTheWay)) closest = std::min(closest, metresTo(at[inTheWay]));
+  }
+  std::cout << fmt::format(
+      "apron: twin and live together near P1 in {} frames; closest to the one in the way {:.0f} m\n",
+      together, closest);
+  EXPECT_LE(together, 1u);
+  // Checked once a second, the parked one goes when the live one comes within 1.1 times their two half spans,
+  // 39 metres for two 737s, and is gone a second later: 5 metres nearer at 10 knots.
+  EXPECT_GT(closest, 30);
 }
 
 // Schiphol as the program's files would have it for static parking: nine stands 100 metres apart, S1 under
