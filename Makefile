@@ -21,8 +21,11 @@ native: setup
 	@cmake -S . -B $(NATIVE) -DCMAKE_BUILD_TYPE=RelWithDebInfo $(TEST_SERVER) >/dev/null
 	@cmake --build $(NATIVE) -j $(JOBS)
 
+# The real-speed flights load the machine little and wait on the wall clock: several at once.
+FLIGHT_JOBS ?= 4
 test: native
-	@cd $(NATIVE) && ctest --output-on-failure -j $(JOBS)
+	@cd $(NATIVE) && ctest --output-on-failure -j $(JOBS) -LE flight
+	@cd $(NATIVE) && ctest --output-on-failure -j $(FLIGHT_JOBS) -L flight
 
 windows: setup
 	@scripts/build-windows-deps

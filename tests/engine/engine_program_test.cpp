@@ -154,6 +154,17 @@ bool lf_isCall(const json& line, std::string_view call) {
   return line.value("kind", "") == "call" && line.value("call", "") == call;
 }
 
+// The run's trace, scenario and capture, kept in the build folder for scripts/judge-demo to draw.
+void lf_keepForJudge(const std::filesystem::path& folder, std::string_view name) {
+  const std::filesystem::path kept = std::filesystem::path(ORY_JUDGE_DIR) / name;
+  std::error_code error;
+  std::filesystem::create_directories(kept, error);
+  for (const char* file : {"stand.jsonl", "stand.json", "window.cap", "airports/my_thirdparty/KMSP.xml",
+                           "airports/my_thirdparty/EHAM.xml", "airports/my_thirdparty/LSZH.xml"})
+    std::filesystem::copy_file(folder / file, kept / std::filesystem::path(file).filename(),
+                               std::filesystem::copy_options::overwrite_existing, error);
+}
+
 class EngineProgramTest : public test::InScratchFolder {
 protected:
   void SetUp() override {
@@ -246,6 +257,15 @@ protected:
       return lf_isCall(line, "SimConnect_AIRemoveObject") && line.value("object", std::int64_t{-1}) == object;
     });
   }
+  // The program ends as on the window's close, then the feed and the stand-in; the run is kept for the judge.
+  void stopRun(ChildProcess& program, ChildProcess& player, test::StandIn& stand,
+               std::string_view kept) const {
+    program.signal(SIGTERM);
+    EXPECT_EQ(program.waitExit(20s), 0);
+    player.waitExit(10s);
+    stand.stop(SIGTERM);
+    lf_keepForJudge(folder, kept);
+  }
   std::string log() const { return readFile(folder / "Log.txt"); }
 
   // The judge's figures of a flight's object over the airport file's stands, printed for the note.
@@ -284,17 +304,6 @@ protected:
   std::uint16_t port = 0;
   Flight flight;
 };
-
-// The run's trace, scenario and capture, kept in the build folder for scripts/judge-demo to draw.
-void lf_keepForJudge(const std::filesystem::path& folder, std::string_view name) {
-  const std::filesystem::path kept = std::filesystem::path(ORY_JUDGE_DIR) / name;
-  std::error_code error;
-  std::filesystem::create_directories(kept, error);
-  for (const char* file : {"stand.jsonl", "stand.json", "window.cap", "airports/my_thirdparty/KMSP.xml",
-                           "airports/my_thirdparty/EHAM.xml", "airports/my_thirdparty/LSZH.xml"})
-    std::filesystem::copy_file(folder / file, kept / std::filesystem::path(file).filename(),
-                               std::filesystem::copy_options::overwrite_existing, error);
-}
 
 // The calls that concern one object, in trace order, as "call:event" texts.
 std::vector<std::string> lf_callsOf(const std::vector<json>& trace, std::int64_t object) {
@@ -438,11 +447,7 @@ TEST_F(EngineProgramTest, aLandingRollsOutTaxiesAndParksOnItsStand) {
       },
       330s, 1s);
   std::this_thread::sleep_for(25s); // standing still long enough for the judge to call it parked
-  program->signal(SIGTERM);
-  EXPECT_EQ(program->waitExit(20s), 0);
-  player->waitExit(10s);
-  stand.stop(SIGTERM);
-  lf_keepForJudge(folder, "landing");
+  stopRun(*program, *player, stand, "landing");
   ASSERT_TRUE(parked) << log();
   EXPECT_THAT(log(), HasSubstr("G2      : DAL1812  arrived at stand"));
   // The arrival taught its stand, and the program's end saved it.
@@ -474,11 +479,7 @@ TEST_F(EngineProgramTest, aDepartureIsPushedBackTailFirstFromItsStand) {
   const auto program = startProgram();
   // The push back ends 156 seconds into the run, 30 seconds behind the feed.
   std::this_thread::sleep_for(165s);
-  program->signal(SIGTERM);
-  EXPECT_EQ(program->waitExit(20s), 0);
-  player->waitExit(10s);
-  stand.stop(SIGTERM);
-  lf_keepForJudge(folder, "pushback");
+  stopRun(*program, *player, stand, "pushback");
 
   const ObjectFigures f = judgeAtMinneapolis("push back", stand.trace());
   const Spread ground = spreadOf(f.groundMetres);
@@ -514,11 +515,7 @@ TEST_F(EngineProgramTest, aTakeOffAnApproachAndAHelicopterAtZurichFollowTheirRea
   const auto player = startPlayer();
   const auto program = startProgram();
   std::this_thread::sleep_for(240s);
-  program->signal(SIGTERM);
-  EXPECT_EQ(program->waitExit(20s), 0);
-  player->waitExit(10s);
-  stand.stop(SIGTERM);
-  lf_keepForJudge(folder, "zurich");
+  stopRun(*program, *player, stand, "zurich");
   const std::vector<json> trace = stand.trace();
 
   const ObjectFigures takeOff = judgeFlight("take-off", trace, zurich[0], "LSZH.xml", 2);
@@ -618,11 +615,7 @@ TEST_F(EngineProgramTest, aLiveArrivalTakesItsStaticTwinsStandAndAParkedAircraft
   const bool arrived =
       eventually([&] { return log().find("KLM1853  arrived at stand") != std::string::npos; }, 200s, 1s);
   std::this_thread::sleep_for(5s);
-  program->signal(SIGTERM);
-  EXPECT_EQ(program->waitExit(20s), 0);
-  player->waitExit(10s);
-  stand.stop(SIGTERM);
-  lf_keepForJudge(folder, "apron");
+  stopRun(*program, *player, stand, "apron");
   text = log();
   ASSERT_TRUE(arrived) << text;
   EXPECT_THAT(text, HasSubstr("P1      : KLM1853  arrived at stand"));
@@ -724,11 +717,7 @@ TEST_F(EngineProgramTest, theStandsAroundTheUserAreFilledAndEmptiedWhenHeLeaves)
         });
       },
       180s, 1s);
-  program->signal(SIGTERM);
-  EXPECT_EQ(program->waitExit(20s), 0);
-  player->waitExit(10s);
-  stand.stop(SIGTERM);
-  lf_keepForJudge(folder, "statics");
+  stopRun(*program, *player, stand, "statics");
   ASSERT_TRUE(filled) << log();
   EXPECT_TRUE(emptied) << "out of sight, the parked aircraft go\n" << log();
 
