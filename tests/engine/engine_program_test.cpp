@@ -641,9 +641,9 @@ TEST_F(EngineProgramTest, aLiveArrivalTakesItsStaticTwinsStandAndAParkedAircraft
     for (const json& o : line.at("objects"))
       at[o.value("id", std::int64_t{0})] = {o.value("lat", 0.0), o.value("lon", 0.0)};
     if (!at.contains(live)) continue;
-    const auto [lat, lon] = at[live];
+    const std::pair<double, double> here = at[live];
     const auto metresTo = [&](std::pair<double, double> p) {
-      return distanceNm(lat, lon, p.first, p.second) * metresPerNm;
+      return distanceNm(here.first, here.second, p.first, p.second) * metresPerNm;
     };
     if (at.contains(twin) && metresTo({apronLat, apronP1Lon}) < 40) ++together;
     if (at.contains(inTheWay)) closest = std::min(closest, metresTo(at[inTheWay]));
