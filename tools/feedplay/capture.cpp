@@ -15,17 +15,6 @@ constexpr std::size_t timestampField = 14;
 constexpr std::size_t fieldsOfALine = 30;
 constexpr double millisecondsFrom = 171644617100.79;
 
-std::vector<std::string_view> lf_split(std::string_view line) {
-  std::vector<std::string_view> fields;
-  std::size_t start = 0;
-  for (std::size_t comma = line.find(','); comma != std::string_view::npos; comma = line.find(',', start)) {
-    fields.push_back(line.substr(start, comma - start));
-    start = comma + 1;
-  }
-  fields.push_back(line.substr(start));
-  return fields;
-}
-
 std::string lf_optional(const std::optional<double>& value, std::string_view none, int decimals) {
   return value ? fmt::format("{:.{}f}", *value, decimals) : std::string(none);
 }
@@ -45,6 +34,17 @@ std::string lf_withChecksum(std::string line) {
 }
 
 } // namespace
+
+std::vector<std::string_view> lineFields(std::string_view line) {
+  std::vector<std::string_view> fields;
+  std::size_t start = 0;
+  for (std::size_t comma = line.find(','); comma != std::string_view::npos; comma = line.find(',', start)) {
+    fields.push_back(line.substr(start, comma - start));
+    start = comma + 1;
+  }
+  fields.push_back(line.substr(start));
+  return fields;
+}
 
 std::vector<CaptureEntry> readCapture(const std::string& path) {
   std::ifstream file(path);
@@ -110,7 +110,7 @@ std::string trafficLine(const TrackPoint& point) {
 }
 
 std::string retimedLine(std::string_view rawLine, double nowSeconds) {
-  const std::vector<std::string_view> fields = lf_split(rawLine);
+  const std::vector<std::string_view> fields = lineFields(rawLine);
   if (fields.size() < fieldsOfALine) return std::string(rawLine);
   double old = 0;
   const std::string_view stamp = fields[timestampField];

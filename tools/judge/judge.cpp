@@ -26,6 +26,8 @@ constexpr double airborneSecondsBeforeTouchDown = 1;
 // Standing within this for this long is parking.
 constexpr double stillMetres = 1;
 constexpr double parkedSeconds = 20;
+// A ground run slower than this is a taxi, not a take-off or landing roll.
+constexpr double taxiKnots = 35;
 constexpr auto helicopter = static_cast<std::int32_t>(categoryHelicopter);
 
 double lf_metres(double lat1, double lon1, double lat2, double lon2) {
@@ -175,6 +177,8 @@ void lf_backwards(const std::vector<FlownPoint>& held, const std::vector<bool>& 
     if (!ground[i - 1] || !ground[i] || metres <= 0) continue;
     if (std::abs(headingDiff(bearingTo(a.lat, a.lon, b.lat, b.lon), b.heading)) > pi / 2)
       f.backwardsMetres += metres;
+    else if (b.tas <= taxiKnots)
+      f.taxiMetres += metres;
   }
 }
 

@@ -108,6 +108,7 @@ struct ObjectFigures {
   double worstGroundHeightFeet = 0; // over the ground plus static CG while on the ground, the largest by size
   bool staticCgKnown = false;       // the title is in the scenario; else heights are over the ground only
   double backwardsMetres = 0;       // moved tail first on the ground: a push back
+  double taxiMetres = 0;            // moved nose first on the ground at taxi speed
   std::vector<double> groundMetres; // from the real track, each ground frame abreast of it
   std::vector<double> airMetres;    // the same in the air
   std::vector<TouchDown> touchDowns; //
