@@ -255,17 +255,17 @@ class Resources:
         return self.cpuSeconds / max(1e-9, time.monotonic() - self.started)
 
 
-def runFor(seconds, resources, progress, what, alive=()):
-    """Samples the program once a second for seconds, telling how far it is; fails when a process of alive
-    ends before."""
+def runFor(seconds, resources, progress, what, alive=(), until=None):
+    """Samples the program once a second for seconds, or until until() holds, telling how far it is; fails
+    when a process of alive ends before."""
     end = time.monotonic() + seconds
-    while time.monotonic() < end:
+    while time.monotonic() < end and not (until and until()):
         resources.sample()
         for process, name in alive:
             if process.poll() is not None:
                 fail(f"{name} ended early with {process.returncode}")
-        left = int(end - time.monotonic())
-        progress.say(f"{what}: {left} s to go, RSS {resources.samples[-1][1] // 1024 if resources.samples else 0} MB")
+        rss = resources.samples[-1][1] // 1024 if resources.samples else 0
+        progress.say(f"{what}: {int(end - time.monotonic())} s at most to go, RSS {rss} MB")
         time.sleep(1)
 
 

@@ -2,6 +2,7 @@
 
 #include "capture.h"
 #include "engine/geometry.h"
+#include "feed/traffic_reader.h"
 
 #include <fmt/format.h>
 
@@ -43,9 +44,10 @@ double lf_number(std::string_view text) {
 std::vector<std::vector<Report>> lf_aircraft(const std::vector<CaptureEntry>& entries) {
   std::map<std::string, std::size_t> indexByHexid;
   std::vector<std::vector<Report>> aircraft;
+  std::vector<std::string_view> fields;
   for (const CaptureEntry& entry : entries) {
     if (entry.kind != CaptureKind::traffic) continue;
-    const std::vector<std::string_view> fields = lineFields(entry.payload);
+    splitFields(entry.payload, fields);
     if (fields.size() < fieldsOfALine) continue;
     const auto [slot, added] = indexByHexid.emplace(std::string(fields[hexidField]), aircraft.size());
     if (added) aircraft.emplace_back();
@@ -65,7 +67,8 @@ std::string lf_callsignOf(std::string_view callsign, std::size_t copy) {
 }
 
 std::string lf_copiedLine(const Report& report, const Report& first, const LatLon& start, std::size_t copy) {
-  const std::vector<std::string_view> fields = lineFields(report.line);
+  std::vector<std::string_view> fields;
+  splitFields(report.line, fields);
   const double bearing = bearingTo(first.lat, first.lon, report.lat, report.lon);
   const double feet = distanceNm(first.lat, first.lon, report.lat, report.lon) * feetPerNm;
   const LatLon moved = destination(start.lat, start.lon, bearing, feet);
@@ -113,7 +116,7 @@ std::size_t makeBusyCapture(const BusyOptions& options) {
     for (auto report = first; report != reports.end() && report->offset < from + options.lifeSeconds;
          ++report)
       busy.push_back({static_cast<double>(copy) * options.everySeconds + report->offset - first->offset,
-                      CaptureKind::traffic, lf_copiedLine(*report, *first, start, copy)});
+                      CaptureKind::traffic, lf_copiedLine(*report, *first, start, options.firstCopy + copy)});
   }
   std::stable_sort(busy.begin(), busy.end(),
                    [](const CaptureEntry& a, const CaptureEntry& b) { return a.offset < b.offset; });

@@ -1,5 +1,7 @@
 #include "capture.h"
 
+#include "feed/traffic_reader.h"
+
 #include <fmt/format.h>
 
 #include <charconv>
@@ -34,17 +36,6 @@ std::string lf_withChecksum(std::string line) {
 }
 
 } // namespace
-
-std::vector<std::string_view> lineFields(std::string_view line) {
-  std::vector<std::string_view> fields;
-  std::size_t start = 0;
-  for (std::size_t comma = line.find(','); comma != std::string_view::npos; comma = line.find(',', start)) {
-    fields.push_back(line.substr(start, comma - start));
-    start = comma + 1;
-  }
-  fields.push_back(line.substr(start));
-  return fields;
-}
 
 std::vector<CaptureEntry> readCapture(const std::string& path) {
   std::ifstream file(path);
@@ -110,7 +101,8 @@ std::string trafficLine(const TrackPoint& point) {
 }
 
 std::string retimedLine(std::string_view rawLine, double nowSeconds) {
-  const std::vector<std::string_view> fields = lineFields(rawLine);
+  std::vector<std::string_view> fields;
+  splitFields(rawLine, fields);
   if (fields.size() < fieldsOfALine) return std::string(rawLine);
   double old = 0;
   const std::string_view stamp = fields[timestampField];

@@ -46,8 +46,6 @@ struct TrackPoint {
 
 // The point as RealTraffic's traffic line (RTTFC), with its checksum.
 std::string trafficLine(const TrackPoint& point);
-// The comma-separated fields of a traffic line, views into it.
-std::vector<std::string_view> lineFields(std::string_view line);
 // The checksum of a line: CRC-32 of every byte before its last comma.
 std::uint32_t lineChecksum(std::string_view lineWithoutChecksum);
 // line with its timestamp (field 14) set to nowSeconds, in the unit the line used, and its checksum renewed.

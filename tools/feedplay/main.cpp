@@ -19,7 +19,7 @@ constexpr const char* usage =
     "                     [--traffic-port 49005] [--weather-port 49004] [--udp-host ADDRESS]\n"
     "       feedplay convert INPUT... OUTPUT [--registry CSV] [--types JSON]\n"
     "       feedplay busy INPUT OUTPUT --around LAT,LON [--radius NM] [--copies N] [--every SECONDS]\n"
-    "                     [--life SECONDS] [--seed N]\n";
+    "                     [--life SECONDS] [--seed N] [--first N]\n";
 
 template <typename Number>
 Number lf_number(std::string_view option, std::string_view text) {
@@ -122,6 +122,8 @@ int lf_busy(int count, char** args) {
       options.lifeSeconds = lf_number<double>(option, value);
     } else if (option == "--seed") {
       options.seed = lf_number<std::uint32_t>(option, value);
+    } else if (option == "--first") {
+      options.firstCopy = lf_number<std::size_t>(option, value);
     } else {
       throw std::invalid_argument("unknown option " + std::string(option));
     }

@@ -97,6 +97,8 @@ struct ParkedSpell {
 struct ObjectFigures {
   std::string atcId;
   std::size_t frames = 0;           // released and frozen
+  bool firstOnGround = false;       // at its first such frame: with openingKnots, one on its landing roll
+  double openingKnots = 0;          // the fastest speed the engine set in its first such seconds
   double worstKnots = 0;            // the fastest step implied by consecutive positions
   double engineKnots = 0;           // the speed the engine set at that step
   double worstStepRatio = 0;        // the largest step against twice the set speed plus 10 knots

@@ -129,6 +129,8 @@ nlohmann::json figuresJson(const std::vector<ObjectFigures>& figures) {
     objects.push_back(
         {{"atcId", f.atcId},
          {"frames", f.frames},
+         {"firstOnGround", f.firstOnGround},
+         {"openingKnots", f.openingKnots},
          {"groundFrames", f.groundFrames},
          {"jumps", f.jumps},
          {"worstStepRatio", f.worstStepRatio},
