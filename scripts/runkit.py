@@ -265,7 +265,8 @@ def runFor(seconds, resources, progress, what, alive=(), until=None):
             if process.poll() is not None:
                 fail(f"{name} ended early with {process.returncode}")
         rss = resources.samples[-1][1] // 1024 if resources.samples else 0
-        progress.say(f"{what}: {int(end - time.monotonic())} s at most to go, RSS {rss} MB")
+        left = f"{int(end - time.monotonic())} s at most to go, " if seconds > 1 else ""
+        progress.say(f"{what}: {left}RSS {rss} MB")
         time.sleep(1)
 
 
