@@ -106,14 +106,19 @@ std::size_t makeBusyCapture(const BusyOptions& options) {
   if (weather != entries.end()) busy.push_back({0, CaptureKind::weather, weather->payload});
   for (std::size_t copy = 0; copy < options.copies; ++copy) {
     const std::vector<Report>& reports = aircraft[copy % aircraft.size()];
+    // A window starts at a report, so that a track's gaps never leave a copy without one.
     const double latest = std::max(reports.front().offset, reports.back().offset - options.lifeSeconds);
-    const double from = reports.front().offset + unit(random) * (latest - reports.front().offset);
+    const auto starts = static_cast<std::size_t>(
+        std::upper_bound(reports.begin(), reports.end(), latest,
+                         [](double offset, const Report& r) { return offset < r.offset; }) -
+        reports.begin());
+    const auto first =
+        reports.begin() +
+        static_cast<std::ptrdiff_t>(std::min(starts - 1, static_cast<std::size_t>(unit(random) * starts)));
     // Evenly over the disc: the square root of a uniform share of the radius.
     const double feet = std::sqrt(unit(random)) * options.radiusNm * feetPerNm;
     const LatLon start = destination(options.centreLat, options.centreLon, unit(random) * twoPi, feet);
-    const auto first =
-        std::find_if(reports.begin(), reports.end(), [&](const Report& r) { return r.offset >= from; });
-    for (auto report = first; report != reports.end() && report->offset < from + options.lifeSeconds;
+    for (auto report = first; report != reports.end() && report->offset < first->offset + options.lifeSeconds;
          ++report)
       busy.push_back({static_cast<double>(copy) * options.everySeconds + report->offset - first->offset,
                       CaptureKind::traffic, lf_copiedLine(*report, *first, start, options.firstCopy + copy)});
