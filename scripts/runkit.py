@@ -305,6 +305,21 @@ def createdTails(work, name):
     return tails
 
 
+def traceFigures(work, name):
+    """The most AI objects the stand-in held at once, and how many of its frames came more than a quarter
+    second late on the wall clock: a machine too loaded for a fair verdict on jumps."""
+    peak, late, lastWall = 0, 0, None
+    with open(work / f"{name}.jsonl") as trace:
+        for line in trace:
+            if '"kind":"state"' not in line:
+                continue
+            state = json.loads(line)
+            peak = max(peak, sum(1 for o in state["objects"] if not o.get("user")))
+            late += 1 if lastWall is not None and state["wall"] - lastWall > 250 else 0
+            lastWall = state["wall"]
+    return peak, late
+
+
 def convert(work, sources, output):
     real = realData()
     result = subprocess.run([str(FEEDPLAY), "convert", *[str(real / "adsb" / s) for s in sources], str(output),
