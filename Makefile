@@ -10,7 +10,7 @@ WINDOWS := build/windows
 TEST_SERVER := -DORY_UPDATE_SERVER=http://127.0.0.1:9
 WINDOWS_SERVER := $(if $(UPDATE_SERVER),-DORY_UPDATE_SERVER=$(UPDATE_SERVER),)
 
-.PHONY: all setup test native windows tsan asan fuzz bench bench-build tidy smoke clean format
+.PHONY: all setup test native windows tsan asan fuzz bench bench-build tidy smoke clean format demo soak
 
 all: native
 
@@ -33,6 +33,15 @@ windows: setup
 	@cmake --build $(WINDOWS) -j $(JOBS)
 	@scripts/make-data $(WINDOWS)/program
 	@scripts/make-release $(WINDOWS)
+
+# The program for a few minutes at Minneapolis with real traffic, between the stand-ins: report and picture in
+# build/demo. DEMO_SECONDS sets how long.
+demo: native
+	@scripts/demo
+
+# A busy sky through restarts, memory watched: report in build/soak. SOAK_SECONDS (150) sets the length.
+soak: native
+	@scripts/soak
 
 tsan: setup
 	@cmake -S . -B build/tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORY_SANITIZE=thread $(TEST_SERVER) >/dev/null

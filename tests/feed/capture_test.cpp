@@ -1,12 +1,17 @@
 // feedplay's capture files and converter, which the feed's end-to-end tests stand on.
+#include "busy.h"
 #include "capture.h"
 #include "convert.h"
+#include "engine/geometry.h"
 #include "feed/traffic_reader.h"
 #include "support/scratch.h"
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include <charconv>
 #include <map>
+#include <set>
 
 namespace ory {
 namespace {
@@ -103,6 +108,61 @@ TEST_F(CaptureFileTest, brokenInputIsNamedByFileAndLine) {
             "track.csv:3: not a number: -93.2x");
   test::writeBytes("play.cap", "0.0 T RTTFC,1\n# a remark\n1.0 DROP soon\n");
   EXPECT_EQ(failure([] { readCapture("play.cap"); }), "play.cap:3: not a capture entry");
+}
+
+double numberOf(std::string_view text) {
+  double value = 0;
+  std::from_chars(text.data(), text.data() + text.size(), value);
+  return value;
+}
+
+// Copies of the Delta 737's track: each its own aircraft, started on its own second within the radius, its
+// track the real one's shape (the distance between consecutive reports kept), never a real identity.
+TEST_F(CaptureFileTest, aBusySkyIsCopiesOfRealTracksUnderIdentitiesOfTheirOwn) {
+  ASSERT_GT(convertTracks({{test::realData("adsb/trace_full_ac671b_flat.csv").string()}, "real.cap", "", ""}),
+            0u);
+  BusyOptions options{"real.cap", "busy.cap", 44.88, -93.22, 10, 30, 2, 60, 7};
+  const std::size_t lines = makeBusyCapture(options);
+  std::map<std::string, std::vector<std::vector<std::string_view>>> byHexid;
+  const std::vector<CaptureEntry> busy = readCapture("busy.cap");
+  std::map<std::string, double> firstOffset;
+  for (const CaptureEntry& entry : busy) {
+    if (entry.kind != CaptureKind::traffic) continue;
+    const auto fields = fieldsOf(entry.payload);
+    byHexid[std::string(fields[1])].push_back(fields);
+    firstOffset.emplace(std::string(fields[1]), entry.offset);
+  }
+  EXPECT_EQ(byHexid.size(), 30u);
+  std::set<std::string> callsigns, registrations, starts;
+  std::size_t counted = 0;
+  for (const auto& [hexid, reports] : byHexid) {
+    EXPECT_NE(hexid, std::to_string(0xac671b));
+    callsigns.insert(std::string(reports.front()[9]));
+    registrations.insert(std::string(reports.front()[11]));
+    starts.insert(fmt::format("{:.0f}", firstOffset[hexid]));
+    EXPECT_LE(distanceNm(44.88, -93.22, numberOf(reports.front()[2]), numberOf(reports.front()[3])), 10.01);
+    counted += reports.size();
+  }
+  EXPECT_EQ(callsigns.size(), 30u);
+  EXPECT_EQ(registrations.size(), 30u);
+  EXPECT_EQ(starts.size(), 30u) << "one copy starts every 2 seconds";
+  EXPECT_EQ(counted, lines);
+
+  // The shape: the legs of one copy against the same legs of the real track.
+  std::map<std::string, std::vector<std::string_view>> realByTime;
+  const std::vector<CaptureEntry> real = readCapture("real.cap");
+  for (const CaptureEntry& entry : real)
+    if (entry.kind == CaptureKind::traffic)
+      realByTime[std::string(fieldsOf(entry.payload)[14])] = fieldsOf(entry.payload);
+  const auto& copy = byHexid.begin()->second;
+  for (std::size_t i = 1; i < copy.size(); ++i) {
+    const auto& a = realByTime.at(std::string(copy[i - 1][14]));
+    const auto& b = realByTime.at(std::string(copy[i][14]));
+    const double real = distanceNm(numberOf(a[2]), numberOf(a[3]), numberOf(b[2]), numberOf(b[3]));
+    const double copied = distanceNm(numberOf(copy[i - 1][2]), numberOf(copy[i - 1][3]), numberOf(copy[i][2]),
+                                     numberOf(copy[i][3]));
+    EXPECT_NEAR(copied * metresPerNm, real * metresPerNm, 1.0) << "leg " << i;
+  }
 }
 
 } // namespace

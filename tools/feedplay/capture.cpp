@@ -1,5 +1,7 @@
 #include "capture.h"
 
+#include "feed/traffic_reader.h"
+
 #include <fmt/format.h>
 
 #include <charconv>
@@ -14,17 +16,6 @@ namespace {
 constexpr std::size_t timestampField = 14;
 constexpr std::size_t fieldsOfALine = 30;
 constexpr double millisecondsFrom = 171644617100.79;
-
-std::vector<std::string_view> lf_split(std::string_view line) {
-  std::vector<std::string_view> fields;
-  std::size_t start = 0;
-  for (std::size_t comma = line.find(','); comma != std::string_view::npos; comma = line.find(',', start)) {
-    fields.push_back(line.substr(start, comma - start));
-    start = comma + 1;
-  }
-  fields.push_back(line.substr(start));
-  return fields;
-}
 
 std::string lf_optional(const std::optional<double>& value, std::string_view none, int decimals) {
   return value ? fmt::format("{:.{}f}", *value, decimals) : std::string(none);
@@ -110,7 +101,8 @@ std::string trafficLine(const TrackPoint& point) {
 }
 
 std::string retimedLine(std::string_view rawLine, double nowSeconds) {
-  const std::vector<std::string_view> fields = lf_split(rawLine);
+  std::vector<std::string_view> fields;
+  splitFields(rawLine, fields);
   if (fields.size() < fieldsOfALine) return std::string(rawLine);
   double old = 0;
   const std::string_view stamp = fields[timestampField];

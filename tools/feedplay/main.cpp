@@ -1,5 +1,6 @@
 // feedplay: RealTraffic's side of Trovalyn_P3D, for tests and demonstrations. See README.md.
 
+#include "busy.h"
 #include "convert.h"
 #include "play.h"
 
@@ -16,7 +17,9 @@ constexpr const char* usage =
     "usage: feedplay play --capture FILE [--speed X] [--port 10747] [--level 1|2] [--host ADDRESS]\n"
     "                     [--record FILE] [--version TEXT] [--no-link] [--start-at-once] [--linger SECONDS]\n"
     "                     [--traffic-port 49005] [--weather-port 49004] [--udp-host ADDRESS]\n"
-    "       feedplay convert INPUT... OUTPUT [--registry CSV] [--types JSON]\n";
+    "       feedplay convert INPUT... OUTPUT [--registry CSV] [--types JSON]\n"
+    "       feedplay busy INPUT OUTPUT --around LAT,LON [--radius NM] [--copies N] [--every SECONDS]\n"
+    "                     [--life SECONDS] [--seed N] [--first N]\n";
 
 template <typename Number>
 Number lf_number(std::string_view option, std::string_view text) {
@@ -91,12 +94,59 @@ int lf_convert(int count, char** args) {
   return 0;
 }
 
+int lf_busy(int count, char** args) {
+  ory::BusyOptions options;
+  std::vector<std::string> files;
+  bool around = false;
+  for (int i = 2; i < count; ++i) {
+    const std::string_view option = args[i];
+    if (!option.starts_with("--")) {
+      files.emplace_back(option);
+      continue;
+    }
+    if (i + 1 >= count) throw std::invalid_argument(std::string(option) + " wants a value");
+    const std::string_view value = args[++i];
+    if (option == "--around") {
+      const std::size_t comma = value.find(',');
+      if (comma == std::string_view::npos) throw std::invalid_argument("--around wants LAT,LON");
+      options.centreLat = lf_number<double>(option, value.substr(0, comma));
+      options.centreLon = lf_number<double>(option, value.substr(comma + 1));
+      around = true;
+    } else if (option == "--radius") {
+      options.radiusNm = lf_number<double>(option, value);
+    } else if (option == "--copies") {
+      options.copies = lf_number<std::size_t>(option, value);
+    } else if (option == "--every") {
+      options.everySeconds = lf_number<double>(option, value);
+    } else if (option == "--life") {
+      options.lifeSeconds = lf_number<double>(option, value);
+    } else if (option == "--seed") {
+      options.seed = lf_number<std::uint32_t>(option, value);
+    } else if (option == "--first") {
+      options.firstCopy = lf_number<std::size_t>(option, value);
+    } else {
+      throw std::invalid_argument("unknown option " + std::string(option));
+    }
+  }
+  if (files.size() != 2) throw std::invalid_argument("busy wants INPUT OUTPUT");
+  if (!around) throw std::invalid_argument("--around is needed");
+  if (options.everySeconds < 0 || options.lifeSeconds <= 0 || options.radiusNm < 0)
+    throw std::invalid_argument("--every, --life and --radius can't be negative, --life not 0");
+  options.input = files[0];
+  options.output = files[1];
+  const std::size_t lines = ory::makeBusyCapture(options);
+  std::cout << "wrote " << lines << " traffic lines of " << options.copies << " aircraft to "
+            << options.output << std::endl;
+  return 0;
+}
+
 } // namespace
 
 int main(int count, char** args) {
   try {
     if (count >= 2 && std::strcmp(args[1], "play") == 0) return lf_play(count, args);
     if (count >= 2 && std::strcmp(args[1], "convert") == 0) return lf_convert(count, args);
+    if (count >= 2 && std::strcmp(args[1], "busy") == 0) return lf_busy(count, args);
     std::cerr << usage;
     return 2;
   } catch (const std::invalid_argument& e) {

@@ -26,6 +26,10 @@ constexpr double airborneSecondsBeforeTouchDown = 1;
 // Standing within this for this long is parking.
 constexpr double stillMetres = 1;
 constexpr double parkedSeconds = 20;
+// How long after its release the speed an object starts with is taken.
+constexpr double openingSeconds = 5;
+// A ground run slower than this is a taxi, not a take-off or landing roll.
+constexpr double taxiKnots = 35;
 constexpr auto helicopter = static_cast<std::int32_t>(categoryHelicopter);
 
 double lf_metres(double lat1, double lon1, double lat2, double lon2) {
@@ -175,6 +179,8 @@ void lf_backwards(const std::vector<FlownPoint>& held, const std::vector<bool>& 
     if (!ground[i - 1] || !ground[i] || metres <= 0) continue;
     if (std::abs(headingDiff(bearingTo(a.lat, a.lon, b.lat, b.lon), b.heading)) > pi / 2)
       f.backwardsMetres += metres;
+    else if (b.tas <= taxiKnots)
+      f.taxiMetres += metres;
   }
 }
 
@@ -413,6 +419,9 @@ ObjectFigures judgeObject(const FlownObject& object, const JudgeContext& context
     const Nearest nearest = lf_nearest(p, real->track);
     if (!nearest.beyondEnd) (ground[i] ? f.groundMetres : f.airMetres).push_back(nearest.metres);
   }
+  if (!held.empty()) f.firstOnGround = ground.front();
+  for (std::size_t i = 0; i < held.size() && lf_seconds(held.front(), held[i]) < openingSeconds; ++i)
+    f.openingKnots = std::max(f.openingKnots, held[i].tas);
   lf_steps(held, f);
   lf_groundTurns(held, ground, f);
   lf_backwards(held, ground, f);

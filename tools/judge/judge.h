@@ -97,6 +97,8 @@ struct ParkedSpell {
 struct ObjectFigures {
   std::string atcId;
   std::size_t frames = 0;           // released and frozen
+  bool firstOnGround = false;       // at its first such frame: with openingKnots, one on its landing roll
+  double openingKnots = 0;          // the fastest speed the engine set in its first such seconds
   double worstKnots = 0;            // the fastest step implied by consecutive positions
   double engineKnots = 0;           // the speed the engine set at that step
   double worstStepRatio = 0;        // the largest step against twice the set speed plus 10 knots
@@ -108,6 +110,7 @@ struct ObjectFigures {
   double worstGroundHeightFeet = 0; // over the ground plus static CG while on the ground, the largest by size
   bool staticCgKnown = false;       // the title is in the scenario; else heights are over the ground only
   double backwardsMetres = 0;       // moved tail first on the ground: a push back
+  double taxiMetres = 0;            // moved nose first on the ground at taxi speed
   std::vector<double> groundMetres; // from the real track, each ground frame abreast of it
   std::vector<double> airMetres;    // the same in the air
   std::vector<TouchDown> touchDowns; //

@@ -18,12 +18,13 @@ namespace {
 constexpr std::string_view usage =
     "usage: judge --trace FILE --scenario FILE [--capture FILE] [--airport FILE]\n"
     "             [--runway NAME:LAT1,LON1,LAT2,LON2[,WIDTH]]... [--report FILE] [--image FILE.png]\n"
-    "             [--size WIDTHxHEIGHT]\n"
+    "             [--size WIDTHxHEIGHT] [--summary FILE.json]\n"
     "The trace and scenario are the simulator stand-in's; the capture is what feedplay played; the airport\n"
-    "file gives the stands; a runway is its two thresholds in degrees and its width in metres (45).\n";
+    "file gives the stands; a runway is its two thresholds in degrees and its width in metres (45); the\n"
+    "summary holds every object's figures as JSON.\n";
 
 struct Options {
-  std::string trace, scenario, capture, airport, report, image;
+  std::string trace, scenario, capture, airport, report, image, summary;
   std::vector<std::string> runways;
   int width = 1200, height = 1200; // pixels
 };
@@ -46,6 +47,8 @@ Options lf_options(int argc, char** argv) {
       o.report = value;
     else if (name == "--image")
       o.image = value;
+    else if (name == "--summary")
+      o.summary = value;
     else if (name == "--runway")
       o.runways.push_back(value);
     else if (name != "--size" || std::sscanf(value.c_str(), "%dx%d", &o.width, &o.height) != 2)
@@ -83,6 +86,11 @@ int lf_run(const Options& o) {
     std::ofstream out(o.report);
     out << text;
     if (!out) throw std::runtime_error(fmt::format("can't write {}", o.report));
+  }
+  if (!o.summary.empty()) {
+    std::ofstream out(o.summary);
+    out << figuresJson(figures).dump(1) << '\n';
+    if (!out) throw std::runtime_error(fmt::format("can't write {}", o.summary));
   }
   if (!o.image.empty()) drawTraffic(objects, figures, context, o.image, o.width, o.height);
   return 0;

@@ -110,4 +110,41 @@ std::string overallText(const std::vector<ObjectFigures>& figures) {
   return text;
 }
 
+nlohmann::json figuresJson(const std::vector<ObjectFigures>& figures) {
+  nlohmann::json objects = nlohmann::json::array();
+  for (const ObjectFigures& f : figures) {
+    nlohmann::json touchDowns = nlohmann::json::array();
+    for (const TouchDown& t : f.touchDowns)
+      touchDowns.push_back(
+          {{"runway", t.runway}, {"onRunway", t.onRunway}, {"rollOutSeconds", t.rollOutSeconds}});
+    nlohmann::json parked = nlohmann::json::array();
+    for (const ParkedSpell& p : f.parked)
+      parked.push_back({{"stand", p.stand},
+                        {"metres", p.metres},
+                        {"headingErrorDegrees", p.headingErrorDegrees},
+                        {"seconds", p.seconds},
+                        {"onStand", lf_onStand(p)}});
+    const Spread ground = spreadOf(f.groundMetres);
+    const Spread air = spreadOf(f.airMetres);
+    objects.push_back(
+        {{"atcId", f.atcId},
+         {"frames", f.frames},
+         {"firstOnGround", f.firstOnGround},
+         {"openingKnots", f.openingKnots},
+         {"groundFrames", f.groundFrames},
+         {"jumps", f.jumps},
+         {"worstStepRatio", f.worstStepRatio},
+         {"groundTurnRate", f.groundTurnRate},
+         {"turnLimit", f.turnLimit},
+         {"worstGroundHeightFeet", f.worstGroundHeightFeet},
+         {"backwardsMetres", f.backwardsMetres},
+         {"taxiMetres", f.taxiMetres},
+         {"groundMedianMetres", ground.count ? nlohmann::json(ground.median) : nlohmann::json()},
+         {"airMedianMetres", air.count ? nlohmann::json(air.median) : nlohmann::json()},
+         {"touchDowns", touchDowns},
+         {"parked", parked}});
+  }
+  return objects;
+}
+
 } // namespace ory

@@ -3,6 +3,8 @@
 
 #include "judge.h"
 
+#include <nlohmann/json.hpp>
+
 #include <string>
 #include <vector>
 
@@ -18,5 +20,7 @@ inline constexpr double standLimitDegrees = 3;
 std::string objectText(const ObjectFigures& f);
 // Every object's figures together.
 std::string overallText(const std::vector<ObjectFigures>& figures);
+// Every object's figures as JSON, for scripts that check a run: the same figures and verdicts as the text.
+nlohmann::json figuresJson(const std::vector<ObjectFigures>& figures);
 
 } // namespace ory
