@@ -614,7 +614,7 @@ TEST_F(EngineProgramTest, aLiveArrivalTakesItsStaticTwinsStandAndAParkedAircraft
   };
   const bool arrived =
       eventually([&] { return log().find("KLM1853  arrived at stand") != std::string::npos; }, 200s, 1s);
-  std::this_thread::sleep_for(5s);
+  std::this_thread::sleep_for(25s); // standing still long enough for the judge to call it parked
   stopRun(*program, *player, stand, "apron");
   text = log();
   ASSERT_TRUE(arrived) << text;
@@ -655,6 +655,18 @@ TEST_F(EngineProgramTest, aLiveArrivalTakesItsStaticTwinsStandAndAParkedAircraft
   // Checked once a second, the parked one goes when the live one comes within 1.1 times their two half spans,
   // 39 metres for two 737s, and is gone a second later: 5 metres nearer at 10 knots.
   EXPECT_GT(closest, 30);
+
+  JudgeContext context;
+  context.stands = readStands((folder / "airports/my_thirdparty/EHAM.xml").string());
+  for (const FlownObject& object : flownObjects(trace)) {
+    if (object.id != live) continue;
+    const ObjectFigures f = judgeObject(object, context);
+    EXPECT_EQ(f.jumps, 0u);
+    ASSERT_FALSE(f.parked.empty());
+    EXPECT_EQ(f.parked.back().stand, "P1");
+    EXPECT_LE(f.parked.back().metres, 2);
+    EXPECT_LE(std::abs(f.parked.back().headingErrorDegrees), 3);
+  }
 }
 
 // Schiphol as the program's files would have it for static parking: nine stands 100 metres apart, S1 under
