@@ -39,7 +39,7 @@ windows: setup
 demo: native
 	@scripts/demo
 
-# A busy sky through restarts, memory watched: report in build/soak. SOAK_SECONDS (150) sets the length.
+# A busy sky through restarts, memory watched: report in build/soak. SOAK_SECONDS (200) sets the length.
 soak: native
 	@scripts/soak
 
