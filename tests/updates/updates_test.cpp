@@ -19,6 +19,7 @@
 #include <ctime>
 #include <memory>
 #include <optional>
+#include <random>
 
 namespace ory {
 namespace {
@@ -30,7 +31,8 @@ constexpr std::string_view installerBytes = "MZ\x90 the installer of version 9.0
 
 // The update server's files, made once by `dataprep serve-tree` from the real data: data version 2.0.0,
 // program version 9.0.0 with its installer.
-fs::path servedBase;
+fs::path servedRoot; // the suite's own folder below the system's temporary one
+fs::path servedBase; // the served tree in it
 
 // The update server on loopback, over a copy of the served files that the test may change.
 class UpdateServer {
@@ -60,19 +62,24 @@ private:
 class UpdatesTest : public test::InScratchFolder {
 protected:
   static void SetUpTestSuite() {
-    servedBase = fs::temp_directory_path() / fmt::format("trovalyn-served-{}", std::time(nullptr));
-    fs::create_directories(servedBase);
-    test::writeBytes(servedBase / "install.exe", installerBytes);
+    // Each test runs in a process of its own, several at once: each serves a tree of its own.
+    servedRoot = fs::temp_directory_path() / fmt::format("trovalyn-served-{:x}", std::random_device()());
+    servedBase = servedRoot / "tree";
+    fs::create_directories(servedRoot);
+    test::writeBytes(servedRoot / "install.exe", installerBytes);
     test::ChildProcess dataprep(DATAPREP_PROGRAM,
-                                {"serve-tree", (servedBase / "tree").string(), "--registrations",
+                                {"serve-tree", servedBase.string(), "--registrations",
                                  test::realData("adsb/sample_hex_registry_subset.csv").string(), "--version",
                                  "2.0.0", "--program-version", "9.0.0", "--installer",
-                                 (servedBase / "install.exe").string()},
-                                servedBase, servedBase, servedBase / "dataprep.out");
-    ASSERT_EQ(dataprep.waitExit(60s), 0) << test::readFile(servedBase / "dataprep.out");
-    servedBase /= "tree";
+                                 (servedRoot / "install.exe").string()},
+                                servedRoot, servedRoot, servedRoot / "dataprep.out");
+    // Minutes, for the sanitizer builds on a loaded machine.
+    ASSERT_EQ(dataprep.waitExit(300s), 0) << test::readFile(servedRoot / "dataprep.out");
   }
-  static void TearDownTestSuite() { fs::remove_all(servedBase.parent_path()); }
+  // Only the suite's own folder goes, whatever failed before.
+  static void TearDownTestSuite() {
+    if (!servedRoot.empty()) fs::remove_all(servedRoot);
+  }
 
   void SetUp() override {
     openLog();
