@@ -107,7 +107,14 @@ TEST_F(ProgramTest, AnotherSimulatorOrAnotherVersionIsRefusedWithError78) {
   start(lf_scenario(R"({"t": 60, "do": "quit"})", "KittyHawk"));
   expectEnd("SIM WAS CLOSED");
   EXPECT_TRUE(logHas("Error 78: KittyHawk, (MSFS 2020?) not being P3D connects ... ?\n")) << log();
-  // The session is taken down before the link closes, and only what it declared is taken back.
+  // The session is taken down before the link closes, and only what it declared is taken back. The stand-in
+  // may still be reading the last calls when the program has ended.
+  stand->waitForTrace(
+      [](const Json& line) {
+        return line.value("call", "") == "SimConnect_UnsubscribeFromSystemEvent" &&
+               line.value("event", 0u) == 206u;
+      },
+      std::chrono::seconds(10));
   std::vector<std::uint32_t> cleared, unsubscribed;
   for (const Json& line : stand->trace()) {
     EXPECT_NE(line.value("kind", ""), "exception") << line.dump();
