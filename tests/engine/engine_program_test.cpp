@@ -4,6 +4,7 @@
 #include "capture.h"
 #include "engine/aircraft.h"
 #include "engine/geometry.h"
+#include "feed/traffic_reader.h"
 #include "inputs.h"
 #include "judge.h"
 #include "os/sockets.h"
@@ -121,13 +122,8 @@ std::string lf_position(const std::string& line) {
 
 // The traffic line with the airports of the flight's route.
 std::string lf_withRoute(const std::string& line, const Flight& flight) {
-  std::vector<std::string> fields;
-  for (std::size_t from = 0;;) {
-    const std::size_t comma = line.find(',', from);
-    fields.push_back(line.substr(from, comma - from));
-    if (comma == std::string::npos) break;
-    from = comma + 1;
-  }
+  std::vector<std::string_view> fields;
+  splitFields(line, fields);
   fields.at(12) = flight.origin;
   fields.at(13) = flight.destination;
   return fmt::format("{}", fmt::join(fields, ","));
