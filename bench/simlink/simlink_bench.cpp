@@ -12,6 +12,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <chrono>
 #include <cstring>
 #include <thread>
 
@@ -51,7 +52,7 @@ BENCHMARK(BM_SetDataOnSimObject402);
 void lf_countFrames(const SIMCONNECT_RECV* data, std::uint32_t, void* context) {
   if (data->dwID != SIMCONNECT_RECV_ID_EVENT_FRAME) return;
   ++*static_cast<int*>(context);
-  sendBatches();
+  sendBatches(std::chrono::steady_clock::now());
 }
 
 // A whole frame as the simulator thread lives it: the frame record in, and sendBatches writing N positions,

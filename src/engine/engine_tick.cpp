@@ -215,10 +215,13 @@ void lf_stepAlive(LiveAircraft& aircraft) {
     aircraft.verticalSpeed = aircraft.targetVerticalSpeed / 60;
     aircraft.tas = aircraft.slots.front().stopped ? 0 : aircraft.targetTas;
   }
+  const double lat = aircraft.lat;
+  const double lon = aircraft.lon;
   if (aircraft.state == Alive && !aircraft.slots.front().stopped) stepAlongSegment(aircraft);
   positionBatch.engineHalf.push_back({aircraft.lat, aircraft.lon, aircraft.pitch, aircraft.bank,
                                       aircraft.heading, aircraft.altitude, aircraft.verticalSpeed,
-                                      aircraft.tas, aircraft.objectId});
+                                      aircraft.tas, aircraft.objectId, (aircraft.lat - lat) * ticksPerSecond,
+                                      lonDelta(lon, aircraft.lon) * ticksPerSecond});
 }
 
 void lf_swapPositions() {
@@ -231,6 +234,7 @@ void lf_swapPositions() {
     lock.lock();
   }
   std::swap(positionBatch.engineHalf, positionBatch.simulatorHalf);
+  positionBatch.simulatorTime = std::chrono::steady_clock::now();
   positionBatch.engineHalf.clear();
 }
 

@@ -48,6 +48,13 @@ double wrapHeading(double heading) {
   return h;
 }
 
+double lonDelta(double from, double to) {
+  double d = to - from;
+  if (d > 180) d -= 360;
+  if (d < -180) d += 360;
+  return d;
+}
+
 std::int32_t ticksFor(double nm, double knots) {
   return static_cast<std::int32_t>(std::lround(nm * ticksPerHour / knots));
 }

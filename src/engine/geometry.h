@@ -37,6 +37,8 @@ LatLon destination(double lat, double lon, double bearing, double feet);
 double headingDiff(double a, double b);
 // Into 0 to 2 pi.
 double wrapHeading(double heading);
+// Degrees of longitude from one to the other the short way round.
+double lonDelta(double from, double to);
 // Ticks to cover nm at knots, rounded.
 std::int32_t ticksFor(double nm, double knots);
 

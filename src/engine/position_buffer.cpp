@@ -498,14 +498,6 @@ void lf_stepStraight(LiveAircraft& aircraft) {
   aircraft.lon += aircraft.deltaLon;
 }
 
-// Degrees of longitude from a to b the short way round.
-double lf_lonDelta(double from, double to) {
-  double d = to - from;
-  if (d > 180) d -= 360;
-  if (d < -180) d += 360;
-  return d;
-}
-
 } // namespace
 
 void stepAlongSegment(LiveAircraft& aircraft) {
@@ -548,7 +540,7 @@ void segmentChange(LiveAircraft& aircraft) {
   } else {
     const std::int32_t dt = lf_ticksLeft(target);
     aircraft.deltaLat = (target.lat - aircraft.lat) / dt;
-    aircraft.deltaLon = lf_lonDelta(aircraft.lon, target.lon) / dt;
+    aircraft.deltaLon = lonDelta(aircraft.lon, target.lon) / dt;
     if (aircraft.onGround)
       groundSegmentSetup(aircraft, dt);
     else {

@@ -4,6 +4,8 @@
 // tells about aircraft comes back as a SimCommand under the command lock. Neither side ever waits long for
 // the other: the sections under both locks are a few pushes long.
 
+#include "simlink/frame_clock.h"
+
 #include <cstdint>
 #include <mutex>
 #include <string>
@@ -23,6 +25,8 @@ struct ObjectPosition {
   double verticalSpeed = 0; // feet per second
   double tas = 0;           // knots, true airspeed
   std::uint32_t objectId = 0;
+  double latRate = 0; // degrees per second over the last tick, to place the block at a frame's own time
+  double lonRate = 0; // degrees per second, the short way round
 };
 
 // An object to create: the simulator's init position and who it is.
@@ -78,6 +82,7 @@ enum SimCommandCode : std::uint32_t {
 struct PositionBatch {
   std::vector<ObjectPosition> engineHalf;    // the engine's alone
   std::vector<ObjectPosition> simulatorHalf; // under the batch lock
+  SteadyTime simulatorTime{}; // the tick that filled the simulator's half, under the batch lock
 };
 
 extern std::mutex batchLock;

@@ -154,6 +154,9 @@ constexpr std::array<std::uint32_t, 9> clearOrder = {
 constexpr double maxAboveGroundInRange = 2500; // feet; higher aircraft need no touch-down or altitude fix
 
 std::uint32_t lf_frameCount = 0;
+FrameClock lf_frameClock;
+// Farther than this from the frame's time, a tick's motion is no guide.
+constexpr double maxShiftSeconds = 0.1;
 bool lf_quitReceived = false;
 
 bool lf_stopWanted(const std::stop_token& stop) {
@@ -279,9 +282,13 @@ void lf_onEvent(const SIMCONNECT_RECV_EVENT& event) {
 
 void lf_onAddRemove(const SIMCONNECT_RECV_EVENT_OBJECT_ADDREMOVE& event) {
   if (event.eObjType != SIMCONNECT_SIMOBJECT_TYPE_AIRCRAFT) return;
-  if (event.uEventID == eventIdObjectAdded && event.dwData > userObjectId)
+  if (event.uEventID == eventIdObjectAdded && event.dwData > userObjectId) {
     addedObjectIds.push_back(event.dwData);
-  else if (event.uEventID == eventIdObjectRemoved)
+    // Until it is known and frozen, the simulator's own AI moves the new object: its "ATC ID" is asked for
+    // now rather than at the next round of the range.
+    requestObjectData(requestIdInRange, definitionIdInRange, event.dwData, SIMCONNECT_PERIOD_ONCE,
+                      "SimConnect request of a new object's data fails");
+  } else if (event.uEventID == eventIdObjectRemoved)
     pushSimCommand({event.dwData, 0, 0, commandRemoved, 0, 0});
 }
 
@@ -292,7 +299,7 @@ void lf_onFileName() {
 }
 
 void lf_onFrame(const SIMCONNECT_RECV_EVENT_FRAME& frame) {
-  sendBatches();
+  sendBatches(frameTime(lf_frameClock, std::chrono::steady_clock::now()));
   if (++lf_frameCount % 30 == 0) frameRate = frame.fFrameRate;
 }
 
@@ -310,28 +317,6 @@ void lf_onStaticData(const SIMCONNECT_RECV_SIMOBJECT_DATA& data) {
   if (!lf_dataLongEnough(data, 16)) return;
   const ByteReader block{simObjectData(&data), simObjectDataSize(&data)};
   pushSimCommand({data.dwObjectID, 0, 0, commandGeometry, block.f64(0), block.f64(8)});
-}
-
-void lf_onObjectData(const SIMCONNECT_RECV_SIMOBJECT_DATA& data) {
-  switch (data.dwRequestID) {
-  case requestIdStaticData:
-    lf_onStaticData(data);
-    return;
-  case requestIdUserTitle:
-    onUserTitle(&data);
-    return;
-  case requestIdUserModel:
-    onUserModel(&data);
-    return;
-  case requestIdUserOnGround:
-    onUserOnGround(&data);
-    return;
-  case requestIdUserPosition:
-    onUserPosition(&data);
-    return;
-  default:
-    return;
-  }
 }
 
 // A new object is ours when its "ATC ID" is the tail number of a create we sent; the first match counts.
@@ -369,6 +354,31 @@ void lf_onInRange(const SIMCONNECT_RECV_SIMOBJECT_DATA& data) {
   pushSimCommand({data.dwObjectID, onGround, 0, commandInRange, groundAltitude, aboveGround});
 }
 
+void lf_onObjectData(const SIMCONNECT_RECV_SIMOBJECT_DATA& data) {
+  switch (data.dwRequestID) {
+  case requestIdInRange: // a new object, asked for alone
+    lf_onInRange(data);
+    return;
+  case requestIdStaticData:
+    lf_onStaticData(data);
+    return;
+  case requestIdUserTitle:
+    onUserTitle(&data);
+    return;
+  case requestIdUserModel:
+    onUserModel(&data);
+    return;
+  case requestIdUserOnGround:
+    onUserOnGround(&data);
+    return;
+  case requestIdUserPosition:
+    onUserPosition(&data);
+    return;
+  default:
+    return;
+  }
+}
+
 // ------------------------------------------------------------------------------------------------------------
 // The session
 
@@ -402,6 +412,7 @@ void lf_dispatchLoop(const std::stop_token& stop) {
 bool lf_runSession(const std::stop_token& stop) {
   lf_quitReceived = false;
   lf_frameCount = 0;
+  lf_frameClock = {};
   declareSimObjects();
   try {
     lf_dispatchLoop(stop);
@@ -460,7 +471,7 @@ void requestObjectData(std::uint32_t request, std::uint32_t definition, std::uin
   reportRequestError();
 }
 
-void sendBatches() {
+void sendBatches(SteadyTime frame) {
   std::unique_lock lock(batchLock, std::try_to_lock);
   if (!lock.owns_lock()) return;
   if (linkFailed) {
@@ -472,9 +483,15 @@ void sendBatches() {
     return;
   }
   const std::uint32_t user = userObjectId;
-  for (const ObjectPosition& position : positionBatch.simulatorHalf)
-    if (position.objectId > user)
-      SimConnect_SetDataOnSimObject(simHandle, definitionIdPosition, position.objectId, 0, 0, 64, &position);
+  const double seconds =
+      std::clamp(std::chrono::duration<double>(frame - positionBatch.simulatorTime).count(), -maxShiftSeconds,
+                 maxShiftSeconds);
+  for (ObjectPosition& position : positionBatch.simulatorHalf) {
+    if (position.objectId <= user) continue;
+    position.lat += position.latRate * seconds;
+    position.lon += position.lonRate * seconds;
+    SimConnect_SetDataOnSimObject(simHandle, definitionIdPosition, position.objectId, 0, 0, 64, &position);
+  }
   positionBatch.simulatorHalf.clear();
   for (const ObjectEvent& event : eventBatch) {
     // The simulator hands an object back to its AI on a flaps event; it is released around it.

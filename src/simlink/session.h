@@ -4,6 +4,7 @@
 // writes to simulator objects leave here at "Frame" events, from the batches (batches.h); everything about
 // aircraft that comes back goes to the engine as a SimCommand.
 
+#include "simlink/frame_clock.h"
 #include "simlink/simconnect/simconnect.h"
 
 #include <atomic>
@@ -98,8 +99,9 @@ void reportRequestError();
 // RequestDataOnSimObject under the batch lock; a failure logs failure and counts in reportRequestError.
 void requestObjectData(std::uint32_t request, std::uint32_t definition, std::uint32_t objectId,
                        SIMCONNECT_PERIOD period, std::string_view failure);
-// At each "Frame": positions, events, creates and removes, unless the batch lock is busy.
-void sendBatches();
+// At each "Frame": positions, events, creates and removes, unless the batch lock is busy. The positions are
+// moved along their last tick's motion to the frame's time, at most a tenth of a second.
+void sendBatches(SteadyTime frame);
 // The dispatch function given to SimConnect_CallDispatch.
 void simDispatch(const SIMCONNECT_RECV* data, std::uint32_t size, void* context);
 // The state of the link back to that of a fresh start.

@@ -170,6 +170,12 @@ TEST_F(JudgeTest, eachFaultShowsInItsFigure) {
        -2,
        0.01},
       {"taxiing is not parking", 0, {taxi}, lf_parkedMetres, -1, 0},
+      {"standing still 60 m from the stand is a hold, not parking",
+       0,
+       {{6, 20}, {30, 0}},
+       [](const ObjectFigures& f) { return f.parked.empty() ? static_cast<double>(f.holds.size()) : -1.0; },
+       1,
+       0},
       // 3 s at 140 kt over the threshold and one frame before the wheels touch: 218.5 m.
       {"a touch-down 218 m past the threshold",
        0,

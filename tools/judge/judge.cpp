@@ -267,18 +267,21 @@ void lf_touchDowns(const std::vector<FlownPoint>& held, const std::vector<Runway
   }
 }
 
-ParkedSpell lf_parked(const FlownPoint& p, double seconds, const std::vector<Stand>& stands) {
+// Standing still at p: parked when within the nearest stand's circle, else a hold.
+void lf_stoodStill(const FlownPoint& p, double seconds, const std::vector<Stand>& stands, ObjectFigures& f) {
   ParkedSpell spell{p.lat, p.lon, seconds};
   double best = INFINITY;
+  double radiusMetres = INFINITY;
   for (const Stand& stand : stands) {
     const double metres = lf_metres(p.lat, p.lon, stand.lat, stand.lon);
     if (metres >= best) continue;
     best = metres;
+    radiusMetres = stand.radius * metresPerNm;
     spell.stand = stand.id;
     spell.metres = metres;
     spell.headingErrorDegrees = headingDiff(p.heading, stand.heading) * radToDeg;
   }
-  return spell;
+  (spell.metres <= radiusMetres ? f.parked : f.holds).push_back(spell);
 }
 
 void lf_parkedSpells(const std::vector<FlownPoint>& held, const std::vector<bool>& ground,
@@ -290,7 +293,7 @@ void lf_parkedSpells(const std::vector<FlownPoint>& held, const std::vector<bool
            lf_metres(held[i].lat, held[i].lon, held[j + 1].lat, held[j + 1].lon) < stillMetres)
       ++j;
     const double seconds = held[j].wall - held[i].wall;
-    if (ground[i] && seconds >= parkedSeconds) f.parked.push_back(lf_parked(held[j], seconds, stands));
+    if (ground[i] && seconds >= parkedSeconds) lf_stoodStill(held[j], seconds, stands, f);
     i = j + 1;
   }
 }

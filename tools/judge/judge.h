@@ -114,7 +114,8 @@ struct ObjectFigures {
   std::vector<double> groundMetres; // from the real track, each ground frame abreast of it
   std::vector<double> airMetres;    // the same in the air
   std::vector<TouchDown> touchDowns; //
-  std::vector<ParkedSpell> parked;   //
+  std::vector<ParkedSpell> parked;   // standing still within a stand's circle
+  std::vector<ParkedSpell> holds; // standing still off every stand: holding short, waiting after a push back
 };
 
 // A title as the stand-in matches it: case ignored.

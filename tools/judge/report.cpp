@@ -69,6 +69,9 @@ std::string objectText(const ObjectFigures& f) {
     text += lf_touchDown(t);
   for (const ParkedSpell& p : f.parked)
     text += lf_parked(p);
+  for (const ParkedSpell& p : f.holds)
+    text += fmt::format("  stood {:.0f} s at {:.6f},{:.6f}, off the stands: {:.1f} m from {}\n", p.seconds,
+                        p.lat, p.lon, p.metres, p.stand);
   return text;
 }
 
