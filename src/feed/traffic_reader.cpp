@@ -7,6 +7,7 @@
 #include "base/run.h"
 #include "engine/geometry.h"
 #include "feed/inbox.h"
+#include "feed/traffic_line.h"
 
 #include <fmt/format.h>
 
@@ -18,32 +19,8 @@ namespace ory {
 namespace {
 
 // Field numbers of RealTraffic's traffic line (RTTFC), counted from 0.
-enum Field : std::size_t {
-  hexidField = 1,
-  latField = 2,
-  lonField = 3,
-  altitudeField = 4,
-  verticalSpeedField = 5,
-  trackField = 7,
-  groundSpeedField = 8,
-  callsignField = 9,
-  typeField = 10,
-  registrationField = 11,
-  originField = 12,
-  destinationField = 13,
-  timestampField = 14,
-  sourceField = 15,
-  messageKindField = 17,
-  tasField = 20,
-  rollField = 23,
-  trueHeadingField = 25,
-  categoryField = 28,
-  fieldsOfALine = 29,
-};
-
-constexpr double millisecondsFrom = 171644617100.79; // a timestamp above this counts milliseconds
-constexpr std::uint32_t highestStaticHexid = 10000;  // made-up ids of the static parked aircraft
-constexpr std::int32_t feedLagTicks = 3000;          // live aircraft play 30 seconds behind the feed
+constexpr std::uint32_t highestStaticHexid = 10000; // made-up ids of the static parked aircraft
+constexpr std::int32_t feedLagTicks = 3000;         // live aircraft play 30 seconds behind the feed
 constexpr double groundRadiusNm = 5; // aircraft on the ground count only this near the park airport
 
 bool lf_isNull(std::string_view text) {

@@ -4,6 +4,7 @@
 #include "capture.h"
 #include "engine/aircraft.h"
 #include "engine/geometry.h"
+#include "feed/traffic_line.h"
 #include "feed/traffic_reader.h"
 #include "inputs.h"
 #include "judge.h"
@@ -124,8 +125,8 @@ std::string lf_position(const std::string& line) {
 std::string lf_withRoute(const std::string& line, const Flight& flight) {
   std::vector<std::string_view> fields;
   splitFields(line, fields);
-  fields.at(12) = flight.origin;
-  fields.at(13) = flight.destination;
+  fields.at(originField) = flight.origin;
+  fields.at(destinationField) = flight.destination;
   return fmt::format("{}", fmt::join(fields, ","));
 }
 

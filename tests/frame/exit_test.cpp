@@ -186,7 +186,14 @@ protected:
     test::presetEarlierRun(scratch.path(), "C:\\P3D v5");
     openLog();
   }
-  void TearDown() override { closeLog(); }
+  void TearDown() override {
+    // A failed step leaves the start-up running: it ends here rather than under the process's exit.
+    if (threadCount > 0) {
+      requestExit(ExitReason::userClosedSim, 0);
+      test::eventually([] { return threadCount == 0; }, 30s);
+    }
+    closeLog();
+  }
 
   static std::size_t count(const std::string& text, std::string_view part) {
     std::size_t found = 0;

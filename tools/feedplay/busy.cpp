@@ -2,6 +2,7 @@
 
 #include "capture.h"
 #include "engine/geometry.h"
+#include "feed/traffic_line.h"
 #include "feed/traffic_reader.h"
 
 #include <fmt/format.h>
@@ -18,12 +19,6 @@ namespace ory {
 
 namespace {
 
-constexpr std::size_t hexidField = 1;
-constexpr std::size_t latField = 2;
-constexpr std::size_t lonField = 3;
-constexpr std::size_t callsignField = 9;
-constexpr std::size_t registrationField = 11;
-constexpr std::size_t fieldsOfALine = 30;
 // Far above any real address of the sources, so a copy never takes a real aircraft's identity.
 constexpr std::uint32_t firstCopyHexid = 0xE00000;
 
@@ -48,7 +43,7 @@ std::vector<std::vector<Report>> lf_aircraft(const std::vector<CaptureEntry>& en
   for (const CaptureEntry& entry : entries) {
     if (entry.kind != CaptureKind::traffic) continue;
     splitFields(entry.payload, fields);
-    if (fields.size() < fieldsOfALine) continue;
+    if (fields.size() < fieldsWithChecksum) continue;
     const auto [slot, added] = indexByHexid.emplace(std::string(fields[hexidField]), aircraft.size());
     if (added) aircraft.emplace_back();
     aircraft[slot->second].push_back(

@@ -1,5 +1,6 @@
 #include "capture.h"
 
+#include "feed/traffic_line.h"
 #include "feed/traffic_reader.h"
 
 #include <fmt/format.h>
@@ -12,10 +13,6 @@
 namespace ory {
 
 namespace {
-
-constexpr std::size_t timestampField = 14;
-constexpr std::size_t fieldsOfALine = 30;
-constexpr double millisecondsFrom = 171644617100.79;
 
 std::string lf_optional(const std::optional<double>& value, std::string_view none, int decimals) {
   return value ? fmt::format("{:.{}f}", *value, decimals) : std::string(none);
@@ -103,7 +100,7 @@ std::string trafficLine(const TrackPoint& point) {
 std::string retimedLine(std::string_view rawLine, double nowSeconds) {
   std::vector<std::string_view> fields;
   splitFields(rawLine, fields);
-  if (fields.size() < fieldsOfALine) return std::string(rawLine);
+  if (fields.size() < fieldsWithChecksum) return std::string(rawLine);
   double old = 0;
   const std::string_view stamp = fields[timestampField];
   std::from_chars(stamp.data(), stamp.data() + stamp.size(), old);
