@@ -219,7 +219,8 @@ void lf_airSegmentSetUp(LiveAircraft& aircraft, std::int32_t dt) {
   const PositionSlot& front = aircraft.slots[0];
   const PositionSlot& second = aircraft.slots[1];
   const CategoryValues& values = valuesOf(aircraft.category);
-  aircraft.targetTas = second.tas;
+  // A ground slot has no airspeed of its own: into the touch-down, its ground speed stands for it.
+  aircraft.targetTas = second.tas > 0 ? second.tas : second.groundSpeed;
   aircraft.targetVerticalSpeed = second.verticalSpeed;
   if (aircraft.flareStage <= 0) {
     if (front.airborne && second.airborne) {

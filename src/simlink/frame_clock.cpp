@@ -7,8 +7,7 @@ namespace ory {
 namespace {
 
 constexpr double periodWeight = 0.05; // of each new interval in the average period
-constexpr double followWeight = 0.25; // of an event's lateness taken into the clock
-constexpr double gapPeriods = 3; // an event later than this: a pause or a slow frame, the clock starts anew
+constexpr double spreadFactor = 3; // an interval counts at most this many times the period, at least its part
 constexpr double shortestPeriod = 0.002; // seconds
 constexpr double longestPeriod = 0.5;    // seconds
 
@@ -22,23 +21,22 @@ SteadyTime::duration lf_duration(double seconds) {
 
 } // namespace
 
-SteadyTime frameTime(FrameClock& clock, SteadyTime arrival) {
+SteadyTime frameTime(FrameClock& clock, SteadyTime earliest, SteadyTime arrival) {
   if (!clock.started) {
     clock = {arrival, arrival, 0, true};
     return arrival;
   }
+  const double period = clock.periodSeconds;
   const double interval = std::clamp(lf_seconds(arrival - clock.arrival), shortestPeriod, longestPeriod);
   clock.arrival = arrival;
-  const double period = clock.periodSeconds;
+  const SteadyTime due = clock.frame + lf_duration(period == 0 ? interval : period);
+  clock.frame = std::clamp(due, std::min(earliest, arrival), arrival);
   // A pause or two events read at once move the average a little, and it finds its way back.
   clock.periodSeconds =
       period == 0
           ? interval
-          : period + periodWeight * (std::clamp(interval, period / gapPeriods, period * gapPeriods) - period);
-  // An event never comes before its frame; the earliest events tell where the frames fall.
-  const SteadyTime due = std::min(clock.frame + lf_duration(clock.periodSeconds), arrival);
-  const double late = lf_seconds(arrival - due);
-  clock.frame = late > gapPeriods * clock.periodSeconds ? arrival : due + lf_duration(late * followWeight);
+          : period +
+                periodWeight * (std::clamp(interval, period / spreadFactor, period * spreadFactor) - period);
   return clock.frame;
 }
 

@@ -21,6 +21,7 @@
 #include <span>
 #include <string_view>
 #include <thread>
+#include <utility>
 
 namespace ory {
 
@@ -155,6 +156,8 @@ constexpr double maxAboveGroundInRange = 2500; // feet; higher aircraft need no 
 
 std::uint32_t lf_frameCount = 0;
 FrameClock lf_frameClock;
+SteadyTime lf_lastLook{}; // when the dispatch before this one began to read
+SteadyTime lf_thisLook{};
 // Farther than this from the frame's time, a tick's motion is no guide.
 constexpr double maxShiftSeconds = 0.1;
 bool lf_quitReceived = false;
@@ -299,7 +302,7 @@ void lf_onFileName() {
 }
 
 void lf_onFrame(const SIMCONNECT_RECV_EVENT_FRAME& frame) {
-  sendBatches(frameTime(lf_frameClock, std::chrono::steady_clock::now()));
+  sendBatches(frameTime(lf_frameClock, lf_lastLook, std::chrono::steady_clock::now()));
   if (++lf_frameCount % 30 == 0) frameRate = frame.fFrameRate;
 }
 
@@ -402,6 +405,7 @@ void lf_announceWaiting() {
 void lf_dispatchLoop(const std::stop_token& stop) {
   const TimerPeriod millisecondSleeps;
   while (!stop.stop_requested()) {
+    lf_lastLook = std::exchange(lf_thisLook, std::chrono::steady_clock::now());
     SimConnect_CallDispatch(simHandle, simDispatch, nullptr);
     if (lf_quitReceived) return;
     std::this_thread::sleep_for(1ms);
