@@ -1,5 +1,6 @@
 #pragma once
-// The fields of a RealTraffic traffic line, by their index after splitFields (traffic_reader.h).
+// The fields of RealTraffic's traffic line (RTTFC), counted from 0 as splitFields (traffic_reader.h) gives
+// them.
 
 #include <cstddef>
 

@@ -26,17 +26,13 @@ SteadyTime frameTime(FrameClock& clock, SteadyTime earliest, SteadyTime arrival)
     clock = {arrival, arrival, 0, true};
     return arrival;
   }
-  const double period = clock.periodSeconds;
   const double interval = std::clamp(lf_seconds(arrival - clock.arrival), shortestPeriod, longestPeriod);
+  const double period = clock.periodSeconds == 0 ? interval : clock.periodSeconds;
   clock.arrival = arrival;
-  const SteadyTime due = clock.frame + lf_duration(period == 0 ? interval : period);
-  clock.frame = std::clamp(due, std::min(earliest, arrival), arrival);
+  clock.frame = std::clamp(clock.frame + lf_duration(period), std::min(earliest, arrival), arrival);
   // A pause or two events read at once move the average a little, and it finds its way back.
   clock.periodSeconds =
-      period == 0
-          ? interval
-          : period +
-                periodWeight * (std::clamp(interval, period / spreadFactor, period * spreadFactor) - period);
+      period + periodWeight * (std::clamp(interval, period / spreadFactor, period * spreadFactor) - period);
   return clock.frame;
 }
 
