@@ -10,7 +10,8 @@ WINDOWS := build/windows
 TEST_SERVER := -DORY_UPDATE_SERVER=http://127.0.0.1:9
 WINDOWS_SERVER := $(if $(UPDATE_SERVER),-DORY_UPDATE_SERVER=$(UPDATE_SERVER),)
 
-.PHONY: all setup test native windows tsan asan fuzz bench bench-build tidy smoke clean format demo soak
+.PHONY: all setup test native windows tsan tsan-build asan asan-build fuzz bench bench-build tidy tidy-built smoke clean \
+  format demo demo-windows soak
 
 all: native
 
@@ -39,19 +40,28 @@ windows: setup
 demo: native
 	@scripts/demo
 
+# The same with the Windows program under Wine: report and picture in build/demo-windows.
+demo-windows: native windows
+	@scripts/demo --windows
+
 # A busy sky through restarts, memory watched: report in build/soak. SOAK_SECONDS (200) sets the length.
 soak: native
 	@scripts/soak
 
-tsan: setup
-	@cmake -S . -B build/tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORY_SANITIZE=thread $(TEST_SERVER) >/dev/null
-	@cmake --build build/tsan -j $(JOBS)
+# Each sanitizer build compiles only the tests it runs (and the tools they start).
+tsan: tsan-build
 	@cd build/tsan && ctest --output-on-failure -j $(JOBS) -L threaded
 
-asan: setup
-	@cmake -S . -B build/asan -DCMAKE_BUILD_TYPE=Debug -DORY_SANITIZE=address $(TEST_SERVER) >/dev/null
-	@cmake --build build/asan -j $(JOBS)
+tsan-build: setup
+	@cmake -S . -B build/tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORY_SANITIZE=thread $(TEST_SERVER) >/dev/null
+	@cmake --build build/tsan -j $(JOBS) --target tests_threaded
+
+asan: asan-build
 	@cd build/asan && LSAN_OPTIONS=suppressions=$(CURDIR)/tests/lsan.supp ctest --output-on-failure -j $(JOBS) -LE flight
+
+asan-build: setup
+	@cmake -S . -B build/asan -DCMAKE_BUILD_TYPE=Debug -DORY_SANITIZE=address $(TEST_SERVER) >/dev/null
+	@cmake --build build/asan -j $(JOBS) --target tests_unit tests_threaded
 
 # Each libFuzzer target (clang) runs FUZZ_SECONDS on its corpus folder; new inputs stay in build/fuzz/corpus.
 FUZZ_SECONDS ?= 60
@@ -83,8 +93,12 @@ bench: bench-build
 smoke: windows
 	@scripts/wine-smoke
 
-# The naming rules of .clang-tidy over every source file of the native build; a fault fails.
+# The naming rules of .clang-tidy over every source file of the native build; a fault fails. tidy-built takes
+# the native build as it stands (CI runs it beside the tests).
 tidy: native
+	@$(MAKE) --no-print-directory tidy-built
+
+tidy-built:
 	@run-clang-tidy-14 -p $(NATIVE) -j $(JOBS) -quiet '$(CURDIR)/(src|tools|tests|bench)/' >$(NATIVE)/tidy.log 2>&1 \
 	  || { sed -E 's/\x1b\[[0-9;]*m//g' $(NATIVE)/tidy.log | grep -E '(error|warning):' | sort -u; echo "tidy: naming faults, see $(NATIVE)/tidy.log"; exit 1; }
 	@echo "tidy: no naming faults"

@@ -16,6 +16,7 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
 NATIVE = ROOT / "build/native"
+WINDOWS = ROOT / "build/windows"
 SIMSTAND = NATIVE / "tools/simstand/simstand"
 FEEDPLAY = NATIVE / "tools/feedplay/feedplay"
 JUDGE = NATIVE / "tools/judge/judge"
@@ -195,33 +196,84 @@ def learnedOptions(program):
     return {(p.get("id"), o.get("reg")) for p in root.iter("parkpos") for o in p.iter("opt")}
 
 
-def prepareProgram(work, rtPort, liveries):
-    """A program folder of its own (the native build's, with its data files), its user's folders below
-    work/home, and the SimObjects tree the program scans for liveries at its start."""
+class LinuxHost:
+    """The Linux program of the native build; its user's folders below work/home."""
+
+    def __init__(self, work):
+        self.programSource = NATIVE / "program"
+        self.home = work / "home"
+        self.appData = self.home / "AppData/Roaming"
+        self.simInstallPath = "/opt/Prepar3D v5"
+
+    def path(self, path):
+        return str(path)
+
+    def start(self, processes, program, name):
+        env = dict(os.environ, HOME=str(self.home))
+        return processes.start([program / "Trovalyn_P3D"], program, program.parent / f"{name}.out", env)
+
+    def stop(self, process, seconds):
+        return stop(process, seconds)
+
+
+class WineHost:
+    """The Windows program of build/windows under Wine, in a prefix of its own below work, on an X server of its
+    own; closed as a user closes it, by its window."""
+
+    def __init__(self, processes, work):
+        self.programSource = WINDOWS / "program"
+        display = f":{100 + os.getpid() % 100}"
+        self.env = dict(os.environ, WINEPREFIX=str(work / "prefix"), WINEDEBUG="-all",
+                        WINEDLLOVERRIDES="mscoree,mshtml=", DISPLAY=display)
+        processes.start(["Xvfb", display, "-screen", "0", "1280x800x24", "-nolisten", "tcp"], work, work / "xvfb.out")
+        result = subprocess.run(["wineboot", "-i"], env=self.env, capture_output=True, text=True)
+        if result.returncode != 0:
+            fail(f"wineboot could not make the prefix: {result.stderr[-500:]}")
+        users = work / "prefix/drive_c/users"
+        self.appData = next((p for p in users.glob("*/AppData/Roaming") if p.parent.parent.name != "Public"), None)
+        if not self.appData:
+            fail("no AppData/Roaming in the Wine prefix")
+        self.simInstallPath = "C:\\Prepar3D v5"
+
+    def path(self, path):
+        return "Z:" + str(path).replace("/", "\\")
+
+    def start(self, processes, program, name):
+        return processes.start(["wine", "Trovalyn_P3D.exe"], program, program.parent / f"{name}.out", self.env)
+
+    def stop(self, process, seconds):
+        if process.poll() is None:
+            subprocess.run(["wine", WINDOWS / "tools/wintools/post-close.exe"], env=self.env, capture_output=True)
+        try:
+            return process.wait(timeout=seconds)
+        except subprocess.TimeoutExpired:
+            return None
+
+    def end(self):
+        subprocess.run(["wineserver", "-k"], env=self.env, capture_output=True)
+
+
+def prepareProgram(work, rtPort, liveries, host):
+    """A program folder of its own (the build's, with its data files), its user's settings, and the SimObjects
+    tree the program scans for liveries at its start."""
     program = work / "program"
-    shutil.copytree(NATIVE / "program", program)
-    home = work / "home"
+    shutil.copytree(host.programSource, program)
     writeSimObjects(work / "SimObjects", liveries)
-    parameters = {"SIM_INSTALL_PATH": "/opt/Prepar3D v5", "SCAN_LIVERIES": "true", "LIG_AUTOMATIC": "false",
-                  "lfolder0": str(work / "SimObjects"), "SCAN_AIRPORTS": "false", "AUTO_RANGE": "false",
+    parameters = {"SIM_INSTALL_PATH": host.simInstallPath, "SCAN_LIVERIES": "true", "LIG_AUTOMATIC": "false",
+                  "lfolder0": host.path(work / "SimObjects"), "SCAN_AIRPORTS": "false", "AUTO_RANGE": "false",
                   "LOG": "true", "PORT_NUMBER": str(rtPort)}
-    settings = home / "AppData/Roaming/Trovalyn_P3D/parameters.xml"
+    settings = host.appData / "Trovalyn_P3D/parameters.xml"
     settings.parent.mkdir(parents=True)
     settings.write_text('<?xml version="1.0"?>\n<parameters>\n' + "".join(
         f'  <parameter name="{k}" value="{v}" />\n' for k, v in parameters.items()) + "</parameters>\n")
-    mark = home / "AppData/Roaming/InsideSystems/RealTraffic.jar"
+    mark = host.appData / "InsideSystems/RealTraffic.jar"
     mark.parent.mkdir(parents=True)
     mark.write_bytes(b"PK")
-    return program, home
+    return program
 
 
 def pointAt(program, port):
     (program / "SimConnect.cfg").write_text(f"[SimConnect]\r\nProtocol=IPv4\r\nAddress=127.0.0.1\r\nPort={port}\r\n")
-
-
-def startProgram(processes, program, home, name):
-    env = dict(os.environ, HOME=str(home))
-    return processes.start([program / "Trovalyn_P3D"], program, program.parent / f"{name}.out", env)
 
 
 def startPlayer(processes, work, capture, rtPort, name):
@@ -330,10 +382,12 @@ def convert(work, sources, output):
         fail(f"feedplay convert: {result.stderr}")
 
 
-def freshWork(name):
-    for tool in (SIMSTAND, FEEDPLAY, JUDGE, NATIVE / "program/Trovalyn_P3D"):
+def freshWork(name, windows=False):
+    needed = [SIMSTAND, FEEDPLAY, JUDGE, NATIVE / "program/Trovalyn_P3D"]
+    needed += [WINDOWS / "program/Trovalyn_P3D.exe", WINDOWS / "tools/wintools/post-close.exe"] if windows else []
+    for tool in needed:
         if not tool.exists():
-            fail(f"{tool} is not built (make native)")
+            fail(f"{tool} is not built (make native{', make windows' if windows else ''})")
     work = ROOT / "build" / name
     shutil.rmtree(work, ignore_errors=True)
     work.mkdir(parents=True)

