@@ -10,7 +10,7 @@ WINDOWS := build/windows
 TEST_SERVER := -DORY_UPDATE_SERVER=http://127.0.0.1:9
 WINDOWS_SERVER := $(if $(UPDATE_SERVER),-DORY_UPDATE_SERVER=$(UPDATE_SERVER),)
 
-.PHONY: all setup test native windows tsan tsan-build asan asan-build fuzz bench bench-build tidy tidy-built smoke clean \
+.PHONY: all setup test native windows tsan tsan-build asan asan-build fuzz bench tidy tidy-built smoke clean \
   format demo demo-windows soak
 
 all: native
@@ -82,13 +82,9 @@ fuzz: setup
 	  build/fuzz/corpus/aircraft_cfg
 	@scripts/fuzz-records build/fuzz
 
-# Benchmarks need an optimised build of their own.
-bench-build: setup
-	@cmake -S . -B build/bench -DCMAKE_BUILD_TYPE=Release $(TEST_SERVER) >/dev/null
-	@cmake --build build/bench -j $(JOBS) --target benchmarks
-
-bench: bench-build
-	@for b in $$(find build/bench/bench -path '*/CMakeFiles' -prune -o -type f -executable -print | sort); do echo "== $$b"; $$b; done
+# The native build is optimised (-O2) and builds the benchmarks with everything else.
+bench: native
+	@for b in $$(find $(NATIVE)/bench -path '*/CMakeFiles' -prune -o -type f -executable -print | sort); do echo "== $$b"; $$b; done
 
 smoke: windows
 	@scripts/wine-smoke
