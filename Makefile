@@ -25,7 +25,7 @@ native: setup
 # The real-speed flights load the machine little and wait on the wall clock: several at once.
 FLIGHT_JOBS ?= 4
 test: native
-	@cd $(NATIVE) && ctest --output-on-failure -j $(JOBS) -LE flight
+	@cd $(NATIVE) && ctest --output-on-failure -j $(JOBS) -L "unit|threaded"
 	@cd $(NATIVE) && ctest --output-on-failure -j $(FLIGHT_JOBS) -L flight
 
 windows: setup
@@ -57,7 +57,7 @@ tsan-build: setup
 	@cmake --build build/tsan -j $(JOBS) --target tests_threaded
 
 asan: asan-build
-	@cd build/asan && LSAN_OPTIONS=suppressions=$(CURDIR)/tests/lsan.supp ctest --output-on-failure -j $(JOBS) -LE flight
+	@cd build/asan && LSAN_OPTIONS=suppressions=$(CURDIR)/tests/lsan.supp ctest --output-on-failure -j $(JOBS) -L "unit|threaded"
 
 asan-build: setup
 	@cmake -S . -B build/asan -DCMAKE_BUILD_TYPE=Debug -DORY_SANITIZE=address $(TEST_SERVER) >/dev/null
