@@ -19,6 +19,7 @@
 
 #include <csignal>
 #include <fstream>
+#include <functional>
 #include <thread>
 
 namespace ory {
@@ -718,22 +719,59 @@ void lf_writeSchiphol(const std::filesystem::path& folder) {
   test::writeBytes(folder / "airports/learned/thirdparty/unknown/EHAM.xml", learned + "</parkpositions>");
 }
 
+// KLM4 takes off: the climb-out's reports from delay seconds later, as a KLM 737 with S4's callsign and
+// registration, added to the capture.
+void lf_addKlm4(const std::filesystem::path& folder, double delay) {
+  std::vector<CaptureEntry> window = readCapture((folder / "window.cap").string());
+  const std::size_t played = window.size();
+  const double end = window.back().offset;
+  for (std::size_t i = 0; i < played; ++i) {
+    if (window[i].kind != CaptureKind::traffic || window[i].offset + delay > end) continue;
+    std::vector<std::string_view> fields;
+    splitFields(window[i].payload, fields);
+    fields.at(hexidField) = "4736500";
+    fields.at(callsignField) = "KLM4";
+    fields.at(registrationField) = "PH-K4";
+    window.push_back(
+        {window[i].offset + delay, CaptureKind::traffic, fmt::format("{}", fmt::join(fields, ","))});
+  }
+  std::stable_sort(window.begin(), window.end(),
+                   [](const CaptureEntry& a, const CaptureEntry& b) { return a.offset < b.offset; });
+  std::ofstream out(folder / "window.cap");
+  for (const CaptureEntry& entry : window)
+    out << captureText(entry) << '\n';
+}
+
+// The simulator seconds of the first trace line that says so.
+double lf_simSecondsOf(const std::vector<json>& trace, const std::function<bool(const json&)>& which) {
+  const auto line = std::find_if(trace.begin(), trace.end(), which);
+  return line == trace.end() ? -1 : line->value("sim", -1.0);
+}
+
 // The user on a stand at Schiphol sees half the other stands filled, two creations a second at most, each
-// aircraft on its own stand, no registration twice and his own stand free; when he flies out of sight they
+// aircraft on its own stand, no registration twice and his own stand free. KLM4 takes off and its parked
+// twin goes; twenty simulator minutes later, the simulation rate raised to get there, the renewal keeps the
+// four that stay and parks S8's KLM 737 in the place of the one in the air. When he flies out of sight, all
 // go.
-TEST_F(EngineProgramTest, theStandsAroundTheUserAreFilledAndEmptiedWhenHeLeaves) {
-  prepare(climbOut, 400); // the feed must outlast the test: its end would be RealTraffic gone
+TEST_F(EngineProgramTest, theStandsAroundTheUserAreFilledRenewedAndEmptiedWhenHeLeaves) {
+  prepare(climbOut, 480); // the feed must outlast the test: its end would be RealTraffic gone
+  lf_addKlm4(folder, 40);
   lf_writeSchiphol(folder);
   const std::string klm = "KLM Boeing 737-800";
   test::writeBytes(folder / "output/LiveriesScanned.xml",
                    fmt::format(R"(<liveries><liv airl="TRA" type="B738" title="{}" atcid="" />
 <liv airl="KLM" type="B738" title="{}" atcid="" /></liveries>)",
                                flight.title, klm));
-  test::StandIn stand(lf_scenario(flight, "",
-                                  fmt::format(R"(, {{"t": 150, "lat": {0}, "lon": {1}, "heading": 90}},
-                     {{"t": 160, "lat": 52.75, "lon": {1}, "alt": 5000, "heading": 0, "speed": 250}})",
-                                              flight.userLat, flight.userLon),
-                                  {klm}));
+  // The simulation rate six times from wall second 60 to 248: the simulator's seconds, which drive the
+  // program's slow beat, run from 60 to 1188, just short of the renewal at 1,200 seconds of that beat and
+  // its 15-second collecting window, which run at the normal rate like the creation that follows.
+  const double leaves = 1320; // simulator seconds
+  test::StandIn stand(
+      lf_scenario(flight, R"({"t": 60, "do": "simRate", "rate": 6}, {"t": 248, "do": "simRate", "rate": 1})",
+                  fmt::format(R"(, {{"t": {2}, "lat": {0}, "lon": {1}, "heading": 90}},
+                     {{"t": {3}, "lat": 52.75, "lon": {1}, "alt": 5000, "heading": 0, "speed": 250}})",
+                              flight.userLat, flight.userLon, leaves, leaves + 10),
+                  {klm}));
   stand.writeSimConnectCfg();
   const auto player = startPlayer();
   const auto program = startProgram();
@@ -744,8 +782,7 @@ TEST_F(EngineProgramTest, theStandsAroundTheUserAreFilledAndEmptiedWhenHeLeaves)
         created.push_back(line);
     return created;
   };
-  const bool filled = eventually([&] { return parkedObjects(stand.trace()).size() >= 5; }, 150s, 1s);
-  std::this_thread::sleep_for(25s); // standing long enough for the judge to call them parked
+  const bool renewed = eventually([&] { return parkedObjects(stand.trace()).size() >= 6; }, 360s, 1s);
   const bool emptied = eventually(
       [&] {
         const std::vector<json> trace = stand.trace();
@@ -756,15 +793,32 @@ TEST_F(EngineProgramTest, theStandsAroundTheUserAreFilledAndEmptiedWhenHeLeaves)
       },
       180s, 1s);
   stopRun(*program, *player, stand, "statics");
-  ASSERT_TRUE(filled) << log();
-  EXPECT_TRUE(emptied) << "out of sight, the parked aircraft go\n" << log();
+  const std::string text = log();
+  ASSERT_TRUE(renewed) << text;
+  EXPECT_TRUE(emptied) << "out of sight, the parked aircraft go\n" << text;
+  EXPECT_THAT(text, HasSubstr("Parking adjustments: 0 to be removed, 1 to be added"));
 
   const std::vector<json> trace = stand.trace();
   const std::vector<json> created = parkedObjects(trace);
-  EXPECT_EQ(created.size(), 5u) << "half of nine stands, the user's and the doubled registration's left out";
+  ASSERT_EQ(created.size(), 6u) << "half of nine stands, the user's and the doubled registration's left out, "
+                                   "then one in the place of the one that took off";
   for (std::size_t i = 2; i < created.size(); ++i)
     EXPECT_GE(created[i].value("wall", 0.0) - created[i - 2].value("wall", 0.0), 800)
         << "two creations a second at most";
+  EXPECT_LT(created[4].value("sim", 0.0), 60) << "filled within a minute";
+  const double renewedAt = created[5].value("sim", 0.0);
+  EXPECT_EQ(created[5].value("tail", ""), "KLM8*");
+  EXPECT_GT(renewedAt, 1200) << "the renewal, twenty minutes on";
+  for (const json& c : created) {
+    const std::int64_t object = c.value("object", std::int64_t{-1});
+    const double gone = lf_simSecondsOf(trace, [&](const json& line) {
+      return lf_isCall(line, "SimConnect_AIRemoveObject") && line.value("object", std::int64_t{-1}) == object;
+    });
+    if (c.value("tail", "") == "KLM4*")
+      EXPECT_LT(gone, renewedAt) << "KLM4 in the air is parked no more";
+    else
+      EXPECT_GE(gone, leaves) << c.value("tail", "") << " stays until the user leaves";
+  }
 
   JudgeContext context;
   context.staticCg[titleKey(klm)] = 9.5;
@@ -782,9 +836,10 @@ TEST_F(EngineProgramTest, theStandsAroundTheUserAreFilledAndEmptiedWhenHeLeaves)
     used.push_back(spell.stand);
   }
   std::sort(used.begin(), used.end());
-  std::cout << fmt::format("statics: {} created, on stands {}\n", created.size(), fmt::join(used, " "));
-  EXPECT_EQ(used, (std::vector<std::string>{"S2", "S4", "S5", "S6", "S7"}))
-      << "one aircraft a stand, in stand order, not the user's S1 and not S3 with S2's registration";
+  std::cout << fmt::format("statics: {} created, on stands {}, the renewal's at {:.0f} simulator seconds\n",
+                           created.size(), fmt::join(used, " "), renewedAt);
+  EXPECT_EQ(used, (std::vector<std::string>{"S2", "S4", "S5", "S6", "S7", "S8"}))
+      << "one aircraft a stand, not the user's S1 and not S3 with S2's registration";
 }
 
 } // namespace

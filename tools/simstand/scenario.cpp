@@ -105,11 +105,14 @@ TimelineEntry lf_entry(const Json& e) {
   entry.what = e.at("do").get<std::string>();
   if (e.contains("lat")) entry.moveTo = lf_point(e);
   entry.text = lf_latin1(e.value("file", e.value("atcId", e.value("hex", std::string()))));
-  static const std::vector<std::string> known = {"pause",           "resume",       "teleport",
-                                                 "positionChanged", "flightLoaded", "removeObject",
-                                                 "garbage",         "cutRecord",    "quit"};
+  entry.rate = e.value("rate", 1.0);
+  static const std::vector<std::string> known = {
+      "pause",        "resume",       "simRate", "teleport",  "positionChanged",
+      "flightLoaded", "removeObject", "garbage", "cutRecord", "quit"};
   if (std::find(known.begin(), known.end(), entry.what) == known.end())
     throw std::runtime_error(fmt::format("timeline: unknown \"do\": \"{}\"", entry.what));
+  if (entry.what == "simRate" && !(entry.rate >= 0.25 && entry.rate <= 128))
+    throw std::runtime_error("timeline: a simRate's rate must lie in 0.25 to 128");
   if (entry.what == "teleport" && !entry.moveTo)
     throw std::runtime_error("timeline: a teleport needs lat and lon");
   return entry;

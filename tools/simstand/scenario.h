@@ -55,10 +55,11 @@ struct TrafficObject {
 };
 
 struct TimelineEntry {
-  double t = 0; // seconds of scenario time (wall clock since the first accepted Open)
-  std::string
-      what; // pause, resume, teleport, positionChanged, flightLoaded, removeObject, garbage, cutRecord, quit
+  double t = 0;     // seconds of scenario time (wall clock since the first accepted Open)
+  std::string what; // pause, resume, simRate, teleport, positionChanged, flightLoaded, removeObject, garbage,
+                    // cutRecord, quit
   std::optional<TrackPoint> moveTo; // teleport, positionChanged, flightLoaded: where the user goes
+  double rate = 1;                  // simRate: simulator seconds per second of wall clock
   std::string text; // flightLoaded: the file name; removeObject: the "ATC ID"; garbage: hex bytes
 };
 

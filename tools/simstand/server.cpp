@@ -748,12 +748,12 @@ void lf_frame(Server& s) {
   const auto secondBefore = static_cast<std::int64_t>(std::floor(s.world.simTime));
   s.scenarioTime += dt;
   ++s.frames;
-  stepWorld(s.world, dt);
+  stepWorld(s.world, dt * s.world.simRate);
   lf_makeObjects(s);
   Bytes rates;
   ByteWriter w{rates};
   w.f32(static_cast<float>(s.scenario.reportedFrameRate));
-  w.f32(1.0f);
+  w.f32(static_cast<float>(s.world.simRate));
   lf_systemEvent(s, "frame", SIMCONNECT_RECV_ID_EVENT_FRAME, 0, rates);
   const bool newSecond = static_cast<std::int64_t>(std::floor(s.world.simTime)) != secondBefore;
   if (newSecond) lf_systemEvent(s, "1sec", SIMCONNECT_RECV_ID_EVENT, 0);
@@ -809,6 +809,8 @@ void lf_play(Server& s, const TimelineEntry& e) {
   if (e.what == "pause" || e.what == "resume") {
     s.world.paused = e.what == "pause";
     lf_simState(s);
+  } else if (e.what == "simRate") {
+    s.world.simRate = e.rate;
   } else if (e.what == "teleport") {
     moveUser(s.world, *e.moveTo);
   } else if (e.what == "positionChanged") {

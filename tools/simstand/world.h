@@ -53,6 +53,7 @@ struct World {
   const Scenario& scenario;
   double simTime = 0; // seconds; stands still while paused
   bool paused = false;
+  double simRate = 1;             // simulator seconds per second of wall clock, as the user set it
   std::vector<TrackPoint> track;  // the user's; a teleport replaces it
   std::vector<SimObject> objects; // the user first
   std::uint32_t nextObjectId = 100;
