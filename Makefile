@@ -24,8 +24,10 @@ native: setup
 
 # The real-speed flights load the machine little and wait on the wall clock: several at once.
 FLIGHT_JOBS ?= 4
+# Every test but the flights.
+FAST_TESTS = -L "unit|threaded"
 test: native
-	@cd $(NATIVE) && ctest --output-on-failure -j $(JOBS) -L "unit|threaded"
+	@cd $(NATIVE) && ctest --output-on-failure -j $(JOBS) $(FAST_TESTS)
 	@cd $(NATIVE) && ctest --output-on-failure -j $(FLIGHT_JOBS) -L flight
 
 windows: setup
@@ -57,7 +59,7 @@ tsan-build: setup
 	@cmake --build build/tsan -j $(JOBS) --target tests_threaded
 
 asan: asan-build
-	@cd build/asan && LSAN_OPTIONS=suppressions=$(CURDIR)/tests/lsan.supp ctest --output-on-failure -j $(JOBS) -L "unit|threaded"
+	@cd build/asan && LSAN_OPTIONS=suppressions=$(CURDIR)/tests/lsan.supp ctest --output-on-failure -j $(JOBS) $(FAST_TESTS)
 
 asan-build: setup
 	@cmake -S . -B build/asan -DCMAKE_BUILD_TYPE=Debug -DORY_SANITIZE=address $(TEST_SERVER) >/dev/null

@@ -215,6 +215,9 @@ class LinuxHost:
     def stop(self, process, seconds):
         return stop(process, seconds)
 
+    def end(self):
+        pass  # nothing of the program outlives it here
+
 
 class WineHost:
     """The Windows program of build/windows under Wine, in a prefix of its own below work, on an X server of its
