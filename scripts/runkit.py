@@ -13,6 +13,7 @@ import subprocess
 import sys
 import time
 from pathlib import Path
+from xml.etree import ElementTree
 
 ROOT = Path(__file__).resolve().parent.parent
 NATIVE = ROOT / "build/native"
@@ -337,11 +338,20 @@ def runwayArgs(icao):
     return args
 
 
+def parkArgs(icao):
+    """The park airport's reference point and elevation from the program's airport list, as the judge's --park:
+    the ground reports that the program refuses away from it leave the real tracks."""
+    for a in ElementTree.parse(NATIVE / "data/airports_p3d.xml").getroot().iter("airport"):
+        if a.get("code") == icao:
+            return ["--park", f'{a.get("lat")},{a.get("lon")},{a.get("alt")}']
+    return []
+
+
 def judge(work, name, capture, airport, image=None):
     """The judge's figures of a run's trace, as the list of its summary."""
     args = [JUDGE, "--trace", work / f"{name}.jsonl", "--scenario", work / f"{name}.json", "--capture", capture,
             "--airport", airport, "--report", work / f"{name}-judge.txt", "--summary", work / f"{name}-judge.json",
-            *runwayArgs("KMSP")]
+            *runwayArgs("KMSP"), *parkArgs("KMSP")]
     if image:
         args += ["--image", image]
     result = subprocess.run([str(a) for a in args], capture_output=True, text=True)

@@ -20,7 +20,6 @@ namespace {
 
 constexpr std::uint32_t highestStaticHexid = 10000; // made-up ids of the static parked aircraft
 constexpr std::int32_t feedLagTicks = 3000;         // live aircraft play 30 seconds behind the feed
-constexpr double groundRadiusNm = 5; // aircraft on the ground count only this near the park airport
 
 bool lf_isNull(std::string_view text) {
   return text == "null";

@@ -52,6 +52,8 @@ public:
 
 // Splits line at every comma, keeping empty fields; the rest after the last comma only when not empty.
 void splitFields(std::string_view line, std::vector<std::string_view>& fields);
+// Reports on the ground are taken only this near the park airport, nautical miles.
+inline constexpr double groundRadiusNm = 5;
 // On the ground by altitude, ground speed and the park airport's elevation (-1000 when there is none).
 bool isOnGround(double altitudeFt, double groundSpeedKt, double elevationFt);
 // True air speed when the feed has none, by altitude.

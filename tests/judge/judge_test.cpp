@@ -199,6 +199,43 @@ TEST_F(JudgeTest, eachFaultShowsInItsFigure) {
   }
 }
 
+// Away from the park airport the reader refuses what it takes for ground traffic, by height and speed, and
+// the engine dead-reckons from the last report it took.
+TEST(JudgeRealTrack, groundReportsAwayFromTheParkAirportLeaveIt) {
+  const ParkAirport park{originLat, originLon, 100};
+  const LatLon near = lf_moved(originLat, originLon, 90, 9000);
+  const LatLon away = lf_moved(originLat, originLon, 90, 9400);
+  std::vector<RealAircraft> real{{0x4b43ac,
+                                  "REGA1",
+                                  "HB-ZQI",
+                                  5,
+                                  {{0, away.lat, away.lon, 300, false, 60},    // flying
+                                   {1, away.lat, away.lon, 200, false, 40},    // 100 ft up, 40 kt: ground
+                                   {2, away.lat, away.lon, 0, true, 0},        // on the ground
+                                   {3, near.lat, near.lon, 200, false, 40}}}}; // the same inside 5 nm
+  dropGroundReportsAway(real, park);
+  std::vector<double> offsets;
+  for (const RealPoint& p : real[0].track)
+    offsets.push_back(p.offset);
+  EXPECT_THAT(offsets, testing::ElementsAre(0, 3));
+}
+
+// The real aircraft turns back and its reports end halfway; the engine flies on by dead reckoning over the
+// track's first half, where every frame would lie on it.
+TEST_F(JudgeTest, framesAfterTheLastReportAreNotJudged) {
+  const LatLon top = lf_moved(originLat, originLon, 0, 200);
+  const LatLon half = lf_moved(originLat, originLon, 0, 100);
+  context.real[0].track = {{0, originLat, originLon, 0, true, 10},
+                           {40, top.lat, top.lon, 0, true, 10},
+                           {60, half.lat, half.lon, 0, true, 10}};
+  const double northSeconds = 200 / (10 * metresPerNm / 3600);
+  const Row row{"", 0, {{northSeconds, 10}, {6, 0, 30}, {northSeconds, 10}}, nullptr, 0, 0};
+  const ObjectFigures figures = judgeObject(flownObjects(lf_trace(row)).at(0), context);
+  // Up to the top, the spin, and back to the half; give or take the 2 metres of reach, 0.4 s at 10 knots.
+  EXPECT_NEAR(static_cast<double>(figures.groundMetres.size()) / frameRate, 1.5 * northSeconds + 6, 0.5);
+  EXPECT_LT(spreadOf(figures.groundMetres).p95, 0.5);
+}
+
 TEST_F(JudgeTest, badInputIsNamedAndABrokenTraceLineIsSkipped) {
   test::writeBytes(
       "trace.jsonl",

@@ -4,6 +4,7 @@
 #include "engine/aircraft.h"
 #include "engine/categories.h"
 #include "engine/geometry.h"
+#include "feed/traffic_reader.h"
 
 #include <fmt/format.h>
 
@@ -31,6 +32,10 @@ constexpr double openingSeconds = 5;
 // A ground run slower than this is a taxi, not a take-off or landing roll.
 constexpr double taxiKnots = 35;
 constexpr auto helicopter = static_cast<std::int32_t>(categoryHelicopter);
+// A frame this near a report, or nearer than its step from the frame before, is at it.
+constexpr double reachMetres = 2;
+// The engine drops a report that follows the one it took this soon.
+constexpr double tooSoonSeconds = 1;
 
 double lf_metres(double lat1, double lon1, double lat2, double lon2) {
   return distanceNm(lat1, lon1, lat2, lon2) * metresPerNm;
@@ -49,6 +54,23 @@ Nearest lf_segmentMetres(const FlownPoint& p, const RealPoint& a, const RealPoin
   const double along = length > 0 ? (at.x * to.x + at.y * to.y) / length : 0.0;
   const double t = std::clamp(along, 0.0, 1.0);
   return {std::hypot(at.x - t * to.x, at.y - t * to.y), along > 1};
+}
+
+// The last frame at the real track's last report, or at the one before when the engine dropped the last as
+// too soon after it. After it the engine dead-reckons, also where that passes near the track's earlier
+// parts; the frame count when the flown path never gets there.
+std::size_t lf_endOfTrack(const std::vector<FlownPoint>& held, const std::vector<RealPoint>& real) {
+  std::vector<const RealPoint*> ends{&real.back()};
+  if (real.size() >= 2 && real.back().offset - real[real.size() - 2].offset <= tooSoonSeconds)
+    ends.push_back(&real[real.size() - 2]);
+  std::size_t last = held.size();
+  for (std::size_t i = 0; i < held.size(); ++i) {
+    const FlownPoint& p = held[i];
+    const double step = i > 0 ? lf_metres(held[i - 1].lat, held[i - 1].lon, p.lat, p.lon) : 0.0;
+    for (const RealPoint* end : ends)
+      if (lf_metres(p.lat, p.lon, end->lat, end->lon) <= std::max(reachMetres, step)) last = i;
+  }
+  return last;
 }
 
 Nearest lf_nearest(const FlownPoint& p, const std::vector<RealPoint>& real) {
@@ -348,12 +370,21 @@ std::vector<RealAircraft> realAircraft(const std::string& capturePath) {
     if (const std::int32_t category = lf_category(lf_text(entry.payload, 28)); category >= 0)
       aircraft.category = category;
     aircraft.track.push_back({entry.offset, lf_field(entry.payload, 2), lf_field(entry.payload, 3),
-                              lf_field(entry.payload, 4), lf_field(entry.payload, 6) == 1});
+                              lf_field(entry.payload, 4), lf_field(entry.payload, 6) == 1,
+                              lf_field(entry.payload, 8)});
   }
   std::vector<RealAircraft> list;
   for (auto& [hexid, aircraft] : byHexid)
     list.push_back(std::move(aircraft));
   return list;
+}
+
+void dropGroundReportsAway(std::vector<RealAircraft>& real, const ParkAirport& park) {
+  for (RealAircraft& aircraft : real)
+    std::erase_if(aircraft.track, [&park](const RealPoint& p) {
+      return isOnGround(p.altitude, p.knots, park.elevation) &&
+             distanceNm(park.lat, park.lon, p.lat, p.lon) > groundRadiusNm;
+    });
 }
 
 std::vector<RealPoint> realTrack(const std::string& capturePath, std::uint32_t hexid) {
@@ -373,8 +404,9 @@ TrackFigures judgeTrack(const std::vector<FlownPoint>& flown, const std::vector<
   if (flown.empty() || real.size() < 2) return figures;
   const std::vector<FlownPoint> held = lf_held(flown);
   std::vector<double> distances;
-  for (const FlownPoint& p : held) {
-    const Nearest nearest = lf_nearest(p, real);
+  const std::size_t end = lf_endOfTrack(held, real);
+  for (std::size_t i = 0; i <= end && i < held.size(); ++i) {
+    const Nearest nearest = lf_nearest(held[i], real);
     if (!nearest.beyondEnd) distances.push_back(nearest.metres);
   }
   ObjectFigures steps;
@@ -410,6 +442,8 @@ ObjectFigures judgeObject(const FlownObject& object, const JudgeContext& context
   const double staticCg = f.staticCgKnown ? cg->second : 0.0;
 
   std::vector<bool> ground(held.size());
+  const bool tracked = real && real->track.size() >= 2;
+  const std::size_t end = tracked ? lf_endOfTrack(held, real->track) : 0;
   for (std::size_t i = 0; i < held.size(); ++i) {
     const FlownPoint& p = held[i];
     ground[i] = lf_onGround(p, staticCg, f.category);
@@ -418,7 +452,7 @@ ObjectFigures judgeObject(const FlownObject& object, const JudgeContext& context
       const double height = p.agl - staticCg;
       if (std::abs(height) > std::abs(f.worstGroundHeightFeet)) f.worstGroundHeightFeet = height;
     }
-    if (!real || real->track.size() < 2) continue;
+    if (!tracked || i > end) continue;
     const Nearest nearest = lf_nearest(p, real->track);
     if (!nearest.beyondEnd) (ground[i] ? f.groundMetres : f.airMetres).push_back(nearest.metres);
   }

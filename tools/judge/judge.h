@@ -38,6 +38,7 @@ struct RealPoint {
   double lon = 0;        // degrees
   double altitude = 0;   // feet
   bool onGround = false; // the feed's flag
+  double knots = 0;      // ground speed
 };
 
 // One real aircraft of a capture.
@@ -144,6 +145,16 @@ std::vector<FlownObject> flownObjects(const std::vector<nlohmann::json>& trace);
 std::vector<RealPoint> realTrack(const std::string& capturePath, std::uint32_t hexid);
 // Every aircraft of a feedplay capture file.
 std::vector<RealAircraft> realAircraft(const std::string& capturePath);
+// The airport the program parks at, as its airport list gives it.
+struct ParkAirport {
+  double lat = 0;       // degrees
+  double lon = 0;       // degrees
+  double elevation = 0; // feet
+};
+// Leaves out the reports that the program's reader refuses as ground traffic away from the park airport: low
+// and slow is on the ground to it, whatever the feed's flag. Past the last report it took, the engine
+// dead-reckons, and frames past the end of a real track are not judged against it.
+void dropGroundReportsAway(std::vector<RealAircraft>& real, const ParkAirport& park);
 // The real aircraft an object was made for, by callsign or registration; nullptr when none.
 const RealAircraft* realFor(const std::vector<RealAircraft>& real, std::string_view atcId);
 

@@ -10,22 +10,25 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <optional>
 #include <stdexcept>
 
 namespace ory {
 namespace {
 
 constexpr std::string_view usage =
-    "usage: judge --trace FILE --scenario FILE [--capture FILE] [--airport FILE]\n"
+    "usage: judge --trace FILE --scenario FILE [--capture FILE] [--airport FILE] [--park LAT,LON,FEET]\n"
     "             [--runway NAME:LAT1,LON1,LAT2,LON2[,WIDTH]]... [--report FILE] [--image FILE.png]\n"
     "             [--size WIDTHxHEIGHT] [--summary FILE.json]\n"
     "The trace and scenario are the simulator stand-in's; the capture is what feedplay played; the airport\n"
-    "file gives the stands; a runway is its two thresholds in degrees and its width in metres (45); the\n"
-    "summary holds every object's figures as JSON.\n";
+    "file gives the stands; the park airport's reference point and elevation leave out the ground reports\n"
+    "that the program refuses away from it; a runway is its two thresholds in degrees and its width in\n"
+    "metres (45); the summary holds every object's figures as JSON.\n";
 
 struct Options {
   std::string trace, scenario, capture, airport, report, image, summary;
   std::vector<std::string> runways;
+  std::optional<ParkAirport> park;
   int width = 1200, height = 1200; // pixels
 };
 
@@ -51,6 +54,9 @@ Options lf_options(int argc, char** argv) {
       o.summary = value;
     else if (name == "--runway")
       o.runways.push_back(value);
+    else if (ParkAirport park; name == "--park" && std::sscanf(value.c_str(), "%lf,%lf,%lf", &park.lat,
+                                                               &park.lon, &park.elevation) == 3)
+      o.park = park;
     else if (name != "--size" || std::sscanf(value.c_str(), "%dx%d", &o.width, &o.height) != 2)
       throw std::runtime_error(fmt::format("unknown option or bad value: {} {}", name, value));
   }
@@ -67,6 +73,7 @@ int lf_run(const Options& o) {
   JudgeContext context;
   context.staticCg = readStaticCg(o.scenario);
   if (!o.capture.empty()) context.real = realAircraft(o.capture);
+  if (o.park) dropGroundReportsAway(context.real, *o.park);
   if (!o.airport.empty()) context.stands = readStands(o.airport);
   for (const std::string& runway : o.runways)
     context.runways.push_back(parseRunway(runway));
