@@ -562,10 +562,9 @@ TEST_F(EngineProgramTest, aTakeOffAnApproachAndAHelicopterAtZurichFollowTheirRea
     EXPECT_EQ(f->jumps, 0u) << f->atcId;
     EXPECT_LT(spreadOf(f->airMetres).median, 150) << f->atcId;
   }
-  // Low and slow over Dubendorf, 5.3 miles from Zurich, the helicopter is on the ground to the reader, which
-  // takes no ground reports that far out: it lands by dead reckoning, and that is not judged against the
-  // real path.
-  EXPECT_LT(spreadOf(helicopter.groundMetres).median, 30);
+  // The helicopter's ground is not checked: low and slow over Dubendorf, 5.3 miles from Zurich, it is on the
+  // ground to the reader, which takes no ground reports that far out. It lands by dead reckoning, which is not
+  // judged against the real path, and the recording has no other ground.
   const Spread ground = spreadOf(takeOff.groundMetres);
   EXPECT_GT(ground.count, 30u * 30) << "half a minute and more of the taxi and the take-off roll";
   EXPECT_LT(ground.median, 30);
