@@ -340,373 +340,8 @@ std::vector<std::string> lf_callsOf(const std::vector<json>& trace, std::int64_t
   return calls;
 }
 
-TEST_F(EngineProgramTest, aRealFlightIsFlownOnItsTrackThirtySecondsLateAndLeavesWhenTheFeedEnds) {
-  prepare(climbOut, 60);
-  test::StandIn stand(lf_scenario(flight, ""));
-  stand.writeSimConnectCfg();
-  const auto player = startPlayer();
-  const auto program = startProgram();
-  std::optional<std::int64_t> object;
-  const bool gone = eventually(
-      [&] {
-        const std::vector<json> trace = stand.trace();
-        object = createdObject(trace);
-        return object && removed(trace, *object);
-      },
-      240s, 1s);
-  // The feed named both airports: the object was given a plan, whose file went with it.
-  std::filesystem::path plan;
-  for (const json& line : stand.trace())
-    if (object && lf_isCall(line, "SimConnect_AISetAircraftFlightPlan") &&
-        line.value("object", std::int64_t{-1}) == *object)
-      plan = line.value("path", "") + ".pln";
-  const bool planGone = eventually([&] { return !plan.empty() && !std::filesystem::exists(plan); }, 5s);
-  program->signal(SIGTERM);
-  EXPECT_EQ(program->waitExit(20s), 0);
-  EXPECT_EQ(player->waitExit(10s), 0);
-  stand.stop(SIGTERM);
-  const std::vector<json> trace = stand.trace();
-  lf_keepForJudge(folder, "realflight");
-  EXPECT_FALSE(plan.empty()) << "a flight plan for the object";
-  EXPECT_TRUE(planGone) << plan;
-  EXPECT_FALSE(std::any_of(trace.begin(), trace.end(), [](const json& line) {
-    return line.value("kind", "") == "exception" && line.value("exception", 0) == 23;
-  })) << "the simulator found the plan's file";
-  ASSERT_TRUE(object) << readFile(folder / "program.out") << log();
-  EXPECT_TRUE(gone) << "dead reckoning ran out and the object was removed\n" << log();
-
-  const auto create = std::find_if(trace.begin(), trace.end(), [&](const json& l) {
-    return lf_isCall(l, "SimConnect_AICreateNonATCAircraft") && l.value("tail", "") == flight.callsign;
-  });
-  ASSERT_NE(create, trace.end());
-  EXPECT_EQ(create->value("title", ""), flight.title) << "the livery of its airline and type";
-
-  // Released and frozen before anything moves it; removed last.
-  const std::vector<std::string> calls = lf_callsOf(trace, *object);
-  const auto firstPosition = std::find(calls.begin(), calls.end(), "SetDataOnSimObject:0");
-  ASSERT_NE(firstPosition, calls.end());
-  const std::vector<std::string> before(calls.begin(), firstPosition);
-  EXPECT_THAT(before, testing::IsSupersetOf({"AIReleaseControl:0", "TransmitClientEvent:215",
-                                             "TransmitClientEvent:216", "TransmitClientEvent:217"}));
-  EXPECT_EQ(calls.back(), "AIRemoveObject:0");
-
-  const TrackFigures figures = judgeTrack(flownPath(trace, flight.callsign),
-                                          realTrack((folder / "window.cap").string(), flight.hexid));
-  RecordProperty("track", figuresText(figures));
-  std::cout << figuresText(figures) << '\n';
-  EXPECT_GT(figures.onTrack, 30u * 50) << "about a minute of flight at 30 frames a second";
-  EXPECT_LT(figures.medianMetres, 150);
-  EXPECT_LT(figures.p95Metres, 300);
-  EXPECT_EQ(figures.jumps, 0u);
-
-  const std::string text = readFile(folder / "link.txt");
-  const auto positions = static_cast<std::size_t>(std::count(text.begin(), text.end(), 'Q'));
-  EXPECT_GE(positions, 100u) << "RealTraffic hears of the user once a second";
-}
-
-TEST_F(EngineProgramTest, aLostRealTrafficTakesTheAircraftAwayAndATeleportRestarts) {
-  prepare(climbOut, 50, 40);
-  test::StandIn stand(
-      lf_scenario(flight, R"({"t": 75, "do": "teleport", "lat": 51.4706, "lon": -0.4619, "heading": 270})"));
-  stand.writeSimConnectCfg();
-  const auto player = startPlayer();
-  const auto program = startProgram();
-  const bool restarted =
-      eventually([&] { return log().find("Exiting: RESTART") != std::string::npos; }, 150s);
-  program->signal(SIGTERM);
-  program->waitExit(30s);
-  player->waitExit(10s);
-  stand.stop(SIGTERM);
-  const std::vector<json> trace = stand.trace();
-  const std::string text = log();
-  ASSERT_TRUE(restarted) << text;
-  const std::optional<std::int64_t> object = createdObject(trace);
-  ASSERT_TRUE(object) << text;
-  EXPECT_TRUE(removed(trace, *object)) << text;
-  const std::size_t gone = text.find("RealTraffic gone?");
-  const std::size_t teleport = text.find("Teleport\n");
-  ASSERT_NE(gone, std::string::npos) << text;
-  EXPECT_LT(gone, teleport) << text;
-  EXPECT_THAT(text.substr(teleport), HasSubstr("Exiting: RESTART"));
-}
-
-// Minneapolis as the program's airport files would have it: the stand the real 737-900 parked on, with a
-// neighbour on each side.
-void lf_writeMinneapolis(const std::filesystem::path& folder) {
-  AirportFile airport;
-  airport.code = "KMSP";
-  airport.airportName = "Minneapolis-St Paul Intl";
-  airport.publisher = "unknown";
-  airport.altitude = 841;
-  const double lons[] = {-93.21055, -93.2099, -93.20925};
-  for (std::uint32_t i = 0; i < 3; ++i) {
-    Stand& stand = airport.stands.emplace_back();
-    stand.id = fmt::format("G{}", i + 1);
-    stand.lat = 44.880384;
-    stand.lon = lons[i];
-    stand.heading = 31 * degToRad;
-    stand.radius = 20 * nmPerMetre;
-  }
-  std::filesystem::create_directories(folder / "airports/my_thirdparty");
-  ASSERT_TRUE(writeAirportFile(airport, folder / "airports/my_thirdparty/KMSP.xml", false));
-}
-
-// From three and a half miles out on the approach.
-TEST_F(EngineProgramTest, aLandingTouchesDownOnItsRunwayRollsOutTaxiesAndParksOnItsStand) {
-  prepare(landing, 265, -1, 2);
-  // 12R/30L of OurAirports' runways.csv, 200 ft wide.
-  runways = {parseRunway("12R/30L:44.8877983,-93.2341003,44.8735008,-93.2012024,61")};
-  ASSERT_NO_FATAL_FAILURE(lf_writeMinneapolis(folder));
-  test::StandIn stand(lf_scenario(flight, ""));
-  stand.writeSimConnectCfg();
-  const auto player = startPlayer();
-  const auto program = startProgram();
-  // Arrived on a stand, the engines are shut down.
-  const bool parked = eventually(
-      [&] {
-        const std::vector<json> trace = stand.trace();
-        return std::any_of(trace.begin(), trace.end(), [](const json& line) {
-          return lf_isCall(line, "SimConnect_TransmitClientEvent") && line.value("event", 0) == 222;
-        });
-      },
-      380s, 1s);
-  std::this_thread::sleep_for(25s); // standing still long enough for the judge to call it parked
-  stopRun(*program, *player, stand, "landing");
-  ASSERT_TRUE(parked) << log();
-  EXPECT_THAT(log(), HasSubstr("G2      : DAL1812  arrived at stand"));
-  // The arrival taught its stand, and the program's end saved it.
-  EXPECT_THAT(readFile(folder / "airports/learned/thirdparty/unknown/KMSP.xml"),
-              ContainsRegex("<parkpos id=\"G2\"[^>]*>[[:space:]]*<opt reg=\"N899DN\"[^>]* day=\"[1-7]\" "
-                            "hh=\"[0-9]+(,[0-9]+)?\" cs=\"DAL1812\""));
-
-  const ObjectFigures f = judgeAtMinneapolis("landing", stand.trace());
-  const Spread ground = spreadOf(f.groundMetres);
-  EXPECT_FALSE(f.firstOnGround) << "it appears in the air";
-  ASSERT_EQ(f.touchDowns.size(), 1u) << "one touch-down, no bounce";
-  const TouchDown& touchDown = f.touchDowns.front();
-  EXPECT_TRUE(touchDown.onRunway) << touchDown.runway << " " << touchDown.alongMetres << " m along, "
-                                  << touchDown.acrossMetres << " m across";
-  EXPECT_GT(touchDown.rollOutSeconds, 60) << "rolls out and taxies";
-  EXPECT_LT(spreadOf(f.airMetres).median, 150);
-  EXPECT_EQ(f.jumps, 0u);
-  EXPECT_GT(f.turnLimit, 0) << "the category is known from the feed";
-  // The turn off the runway is faster than the category's rate, by the ground segment's own timing, which
-  // lets a turn that is large for its curve's length go faster. While it still rolls out, the turn-off's
-  // reports that point 90 degrees or more off its heading are dropped, and the one curve left turns 50
-  // degrees at 50 / 30 of the rate: 34 degrees in 3 seconds at 5 knots, where the real aircraft took 10.
-  EXPECT_LE(f.groundTurnRate, 2 * f.turnLimit);
-  EXPECT_LE(std::abs(f.worstGroundHeightFeet), 1.0);
-  EXPECT_GT(ground.count, 30u * 60) << "a minute and more on the ground";
-  EXPECT_LT(ground.median, 30);
-  const auto onStand = std::find_if(f.parked.begin(), f.parked.end(), [](const ParkedSpell& p) {
-    return p.stand == "G2" && p.metres <= 2 && std::abs(p.headingErrorDegrees) <= 3;
-  });
-  EXPECT_NE(onStand, f.parked.end()) << "parked on its stand within 2 metres and 3 degrees";
-}
-
-// The next morning the same aircraft, now DAL2418, is pushed back from the stand, tail first, and stops.
-TEST_F(EngineProgramTest, aDepartureIsPushedBackTailFirstFromItsStand) {
-  prepare(pushBack, 135);
-  ASSERT_NO_FATAL_FAILURE(lf_writeMinneapolis(folder));
-  test::StandIn stand(lf_scenario(flight, ""));
-  stand.writeSimConnectCfg();
-  const auto player = startPlayer();
-  const auto program = startProgram();
-  // The push back ends 156 seconds into the run, 30 seconds behind the feed.
-  std::this_thread::sleep_for(165s);
-  stopRun(*program, *player, stand, "pushback");
-
-  const ObjectFigures f = judgeAtMinneapolis("push back", stand.trace());
-  const Spread ground = spreadOf(f.groundMetres);
-  EXPECT_EQ(f.jumps, 0u);
-  // The turn onto the taxiway is timed by the push back's own curve rule, which turns faster than the
-  // category's rate on the ground: 90 degrees in 737 ticks for a 737.
-  EXPECT_LE(f.groundTurnRate, 90 / 7.37);
-  EXPECT_LE(std::abs(f.worstGroundHeightFeet), 1.0);
-  EXPECT_LT(ground.median, 30);
-  EXPECT_GT(f.backwardsMetres, 50) << "the straight leg alone is 2.5 stand radii, tail first\n" << log();
-  ASSERT_FALSE(f.parked.empty()) << log();
-  EXPECT_EQ(f.parked.front().stand, "G2");
-  EXPECT_LE(f.parked.front().metres, 2);
-  EXPECT_LE(std::abs(f.parked.front().headingErrorDegrees), 3);
-}
-
-// Zurich with the user's stand and the Air France A319's gate, the first point of its real taxi.
-void lf_writeZurich(const std::filesystem::path& folder) {
-  test::writeBytes(folder / "airports/my_thirdparty/LSZH.xml", R"(<parameters>
-<parameter name="airport_name" value="Zurich"/><parameter name="publisher" value="unknown"/>
-<parameter name="altitude" value="1416"/></parameters><parkpositions>
-<parkpos id="U1" latitude="47.451000" longitude="8.560000" heading="0" radius="20"/>
-<parkpos id="E1" latitude="47.456646" longitude="8.555019" heading="320" radius="20"/></parkpositions>)");
-}
-
-// Three kinds of flight at once, each judged from the trace: no step an aircraft could not fly, on the ground
-// within a foot of it and turning no faster than its kind, near the real paths 30 seconds earlier.
-TEST_F(EngineProgramTest, aTakeOffAnApproachAndAHelicopterAtZurichFollowTheirRealPaths) {
-  prepareAll(zurich, 200);
-  lf_writeZurich(folder);
-  test::StandIn stand(lf_scenario(flight, "", "", {zurich[1].title, zurich[2].title}));
-  stand.writeSimConnectCfg();
-  const auto player = startPlayer();
-  const auto program = startProgram();
-  std::this_thread::sleep_for(240s);
-  stopRun(*program, *player, stand, "zurich");
-  const std::vector<json> trace = stand.trace();
-
-  const ObjectFigures takeOff = judgeFlight("take-off", trace, zurich[0], "LSZH.xml", zurichPark, 2);
-  const ObjectFigures approach = judgeFlight("approach", trace, zurich[1], "LSZH.xml", zurichPark, 2);
-  const ObjectFigures helicopter = judgeFlight("helicopter", trace, zurich[2], "LSZH.xml", zurichPark,
-                                               static_cast<std::int32_t>(categoryHelicopter));
-  for (const ObjectFigures* f : {&takeOff, &approach, &helicopter}) {
-    EXPECT_GT(f->frames, 30u * 60) << f->atcId << " flew a minute and more\n" << log();
-    EXPECT_EQ(f->jumps, 0u) << f->atcId;
-    EXPECT_LT(spreadOf(f->airMetres).median, 150) << f->atcId;
-  }
-  // The helicopter's ground is not checked: low and slow over Dubendorf, 5.3 miles from Zurich, it is on the
-  // ground to the reader, which takes no ground reports that far out. It lands by dead reckoning, which is not
-  // judged against the real path, and the recording has no other ground.
-  const Spread ground = spreadOf(takeOff.groundMetres);
-  EXPECT_GT(ground.count, 30u * 30) << "half a minute and more of the taxi and the take-off roll";
-  EXPECT_LT(ground.median, 30);
-  EXPECT_GT(takeOff.turnLimit, 0);
-  // The noisy feed lines it up at the holding point faster than its kind turns: 58 degrees in 4 seconds. The
-  // engine follows it there, and may turn a quarter faster than that over one second of it, not more.
-  EXPECT_LE(takeOff.groundTurnRate, 1.25 * 58 / 4);
-  EXPECT_LE(std::abs(takeOff.worstGroundHeightFeet), 1.0);
-  EXPECT_GT(spreadOf(takeOff.airMetres).count, 30u * 30) << "it lifted off and climbed";
-}
-
-// An apron at Schiphol: the user on S1; P1, where the static twin of the arriving KLM1853 stands, and P2, 150
-// metres east of it on its way in, where another KLM 737 is parked. The learned file fills both.
-constexpr double apronLat = 52.3120;
-constexpr double apronP1Lon = 4.7600;
-constexpr double apronMetresPerDegreeLon = 68060; // at 52.3 degrees north
-
-void lf_writeApron(const std::filesystem::path& folder) {
-  std::string allDay;
-  for (int h = 0; h < 48; ++h)
-    allDay += fmt::format("{}{}", h == 0 ? "" : ",", h);
-  test::writeBytes(folder / "airports/my_thirdparty/EHAM.xml",
-                   fmt::format(R"(<parameters><parameter name="airport_name" value="Schiphol"/>
-<parameter name="publisher" value="unknown"/><parameter name="altitude" value="-11"/></parameters><parkpositions>
-<parkpos id="S1" latitude="{:.6f}" longitude="{:.6f}" heading="90" radius="20"/>
-<parkpos id="P1" latitude="{:.6f}" longitude="{:.6f}" heading="270" radius="20"/>
-<parkpos id="P2" latitude="{:.6f}" longitude="{:.6f}" heading="0" radius="20"/></parkpositions>)",
-                               climbOut.userLat, climbOut.userLon, apronLat, apronP1Lon, apronLat,
-                               apronP1Lon + 150 / apronMetresPerDegreeLon));
-  test::writeBytes(folder / "airports/learned/thirdparty/unknown/EHAM.xml",
-                   fmt::format(R"(<parameters><parameter name="airport_name" value="Schiphol"/>
-<parameter name="WEEK" value="true"/><parameter name="parking_percentage" value="100"/></parameters><parkpositions>
-<parkpos id="P1"><opt reg="PH-BXA" airl="KLM" type="B738" day="1" hh="{0}" cs="KLM1853"/></parkpos>
-<parkpos id="P2"><opt reg="PH-BXB" airl="KLM" type="B738" day="1" hh="{0}" cs="KLM1000"/></parkpos>
-</parkpositions>)",
-                               allDay));
-}
-
-// KLM1853 taxies west at 10 knots from 300 metres east of P1, through P2, and stops on P1, where it stands
-// with its transponder on. Its reports begin after the apron has been filled.
-void lf_writeArrival(const std::filesystem::path& folder, double firstReport) {
-  std::ofstream out(folder / "window.cap");
-  TrackPoint point;
-  point.hexid = 0x485853;
-  point.onGround = true;
-  point.callsign = "KLM1853";
-  point.type = "B738";
-  point.registration = "PH-BXA";
-  point.category = "A3";
-  point.track = 270;
-  for (int t = 0; t <= 120; ++t) {
-    const double metres = std::max(0.0, 300 - t * 10 * metresPerNm / 3600);
-    point.time = 1.7e9 + t;
-    point.lat = apronLat;
-    point.lon = apronP1Lon + metres / apronMetresPerDegreeLon;
-    point.groundSpeed = metres > 0 ? 10 : 0;
-    out << captureText({firstReport + t, CaptureKind::traffic, trafficLine(point)}) << '\n';
-  }
-}
-
-// Who gives way on the apron, judged from the trace: the static twin of an arriving flight leaves its stand
-// to the live aircraft, never standing there with it, and a parked aircraft in a taxiing one's way goes
-// before it is reached.
-TEST_F(EngineProgramTest, aLiveArrivalTakesItsStaticTwinsStandAndAParkedAircraftInItsWayGoes) {
-  flight = climbOut;
-  const std::string klm = "KLM Boeing 737-800";
-  test::writeBytes(
-      folder / "output/LiveriesScanned.xml",
-      fmt::format(R"(<liveries><liv airl="KLM" type="B738" title="{}" atcid="" /></liveries>)", klm));
-  const std::filesystem::path parameters = folder / "AppData/Roaming/Trovalyn_P3D/parameters.xml";
-  std::string text = readFile(parameters);
-  text.insert(text.find("</parameters>"),
-              "  <parameter name=\"COLLISION_LIVE_PARKED_GND\" value=\"true\" />\n");
-  test::writeBytes(parameters, text);
-  lf_writeApron(folder);
-  lf_writeArrival(folder, 40); // after the first calculation, which leaves out what the feed shows
-  test::StandIn stand(lf_scenario(flight, "", "", {klm}));
-  stand.writeSimConnectCfg();
-  const auto player = startPlayer();
-  const auto program = startProgram();
-  const auto objectOf = [](const std::vector<json>& trace, std::string_view tail) -> std::int64_t {
-    for (const json& line : trace)
-      if (line.value("kind", "") == "created" && line.value("tail", "") == tail)
-        return line.value("object", std::int64_t{0});
-    return 0;
-  };
-  const bool arrived =
-      eventually([&] { return log().find("KLM1853  arrived at stand") != std::string::npos; }, 200s, 1s);
-  std::this_thread::sleep_for(25s); // standing still long enough for the judge to call it parked
-  stopRun(*program, *player, stand, "apron");
-  text = log();
-  ASSERT_TRUE(arrived) << text;
-  EXPECT_THAT(text, HasSubstr("P1      : KLM1853  arrived at stand"));
-  EXPECT_THAT(text,
-              ContainsRegex("P2      : KLM1000\\*? *removed for collision avoidance with live KLM1853"));
-
-  const std::vector<json> trace = stand.trace();
-  const std::int64_t live = objectOf(trace, "KLM1853");
-  const std::int64_t twin = objectOf(trace, "KLM1853*");
-  const std::int64_t inTheWay = objectOf(trace, "KLM1000*");
-  ASSERT_NE(live, 0);
-  ASSERT_NE(twin, 0) << "the apron was filled before the arrival";
-  ASSERT_NE(inTheWay, 0);
-  EXPECT_TRUE(removed(trace, twin));
-  EXPECT_TRUE(removed(trace, inTheWay));
-  // Frame by frame: the twin and the live aircraft never both near P1, nor the live one on the aircraft in
-  // its way.
-  std::size_t together = 0;
-  double closest = 1e9;
-  for (const json& line : trace) {
-    if (line.value("kind", "") != "state") continue;
-    std::map<std::int64_t, std::pair<double, double>> at;
-    for (const json& o : line.at("objects"))
-      at[o.value("id", std::int64_t{0})] = {o.value("lat", 0.0), o.value("lon", 0.0)};
-    if (!at.contains(live)) continue;
-    const std::pair<double, double> here = at[live];
-    const auto metresTo = [&](std::pair<double, double> p) {
-      return distanceNm(here.first, here.second, p.first, p.second) * metresPerNm;
-    };
-    if (at.contains(twin) && metresTo({apronLat, apronP1Lon}) < 40) ++together;
-    if (at.contains(inTheWay)) closest = std::min(closest, metresTo(at[inTheWay]));
-  }
-  std::cout << fmt::format(
-      "apron: twin and live together near P1 in {} frames; closest to the one in the way {:.0f} m\n",
-      together, closest);
-  EXPECT_LE(together, 1u);
-  // Checked once a second, the parked one goes when the live one comes within 1.1 times their two half spans,
-  // 39 metres for two 737s, and is gone a second later: 5 metres nearer at 10 knots.
-  EXPECT_GT(closest, 30);
-
-  JudgeContext context;
-  context.stands = readStands((folder / "airports/my_thirdparty/EHAM.xml").string());
-  for (const FlownObject& object : flownObjects(trace)) {
-    if (object.id != live) continue;
-    const ObjectFigures f = judgeObject(object, context);
-    EXPECT_EQ(f.jumps, 0u);
-    ASSERT_FALSE(f.parked.empty());
-    EXPECT_EQ(f.parked.back().stand, "P1");
-    EXPECT_LE(f.parked.back().metres, 2);
-    EXPECT_LE(std::abs(f.parked.back().headingErrorDegrees), 3);
-  }
-}
+// CTest starts the tests of a program in the order they are listed here, four at a time: the longest first,
+// so that they end together.
 
 // Schiphol as the program's files would have it for static parking: nine stands 100 metres apart, S1 under
 // the user, each with a KLM 737 at every half hour of the week; S3's registration is S2's as well. The
@@ -852,6 +487,374 @@ TEST_F(EngineProgramTest, theStandsAroundTheUserAreFilledRenewedAndEmptiedWhenHe
                            created.size(), fmt::join(used, " "), renewedAt);
   EXPECT_EQ(used, (std::vector<std::string>{"S2", "S4", "S5", "S6", "S7", "S8"}))
       << "one aircraft a stand, not the user's S1 and not S3 with S2's registration";
+}
+
+// Minneapolis as the program's airport files would have it: the stand the real 737-900 parked on, with a
+// neighbour on each side.
+void lf_writeMinneapolis(const std::filesystem::path& folder) {
+  AirportFile airport;
+  airport.code = "KMSP";
+  airport.airportName = "Minneapolis-St Paul Intl";
+  airport.publisher = "unknown";
+  airport.altitude = 841;
+  const double lons[] = {-93.21055, -93.2099, -93.20925};
+  for (std::uint32_t i = 0; i < 3; ++i) {
+    Stand& stand = airport.stands.emplace_back();
+    stand.id = fmt::format("G{}", i + 1);
+    stand.lat = 44.880384;
+    stand.lon = lons[i];
+    stand.heading = 31 * degToRad;
+    stand.radius = 20 * nmPerMetre;
+  }
+  std::filesystem::create_directories(folder / "airports/my_thirdparty");
+  ASSERT_TRUE(writeAirportFile(airport, folder / "airports/my_thirdparty/KMSP.xml", false));
+}
+
+// From three and a half miles out on the approach.
+TEST_F(EngineProgramTest, aLandingTouchesDownOnItsRunwayRollsOutTaxiesAndParksOnItsStand) {
+  prepare(landing, 265, -1, 2);
+  // 12R/30L of OurAirports' runways.csv, 200 ft wide.
+  runways = {parseRunway("12R/30L:44.8877983,-93.2341003,44.8735008,-93.2012024,61")};
+  ASSERT_NO_FATAL_FAILURE(lf_writeMinneapolis(folder));
+  test::StandIn stand(lf_scenario(flight, ""));
+  stand.writeSimConnectCfg();
+  const auto player = startPlayer();
+  const auto program = startProgram();
+  // Arrived on a stand, the engines are shut down.
+  const bool parked = eventually(
+      [&] {
+        const std::vector<json> trace = stand.trace();
+        return std::any_of(trace.begin(), trace.end(), [](const json& line) {
+          return lf_isCall(line, "SimConnect_TransmitClientEvent") && line.value("event", 0) == 222;
+        });
+      },
+      380s, 1s);
+  std::this_thread::sleep_for(25s); // standing still long enough for the judge to call it parked
+  stopRun(*program, *player, stand, "landing");
+  ASSERT_TRUE(parked) << log();
+  EXPECT_THAT(log(), HasSubstr("G2      : DAL1812  arrived at stand"));
+  // The arrival taught its stand, and the program's end saved it.
+  EXPECT_THAT(readFile(folder / "airports/learned/thirdparty/unknown/KMSP.xml"),
+              ContainsRegex("<parkpos id=\"G2\"[^>]*>[[:space:]]*<opt reg=\"N899DN\"[^>]* day=\"[1-7]\" "
+                            "hh=\"[0-9]+(,[0-9]+)?\" cs=\"DAL1812\""));
+
+  const ObjectFigures f = judgeAtMinneapolis("landing", stand.trace());
+  const Spread ground = spreadOf(f.groundMetres);
+  EXPECT_FALSE(f.firstOnGround) << "it appears in the air";
+  ASSERT_EQ(f.touchDowns.size(), 1u) << "one touch-down, no bounce";
+  const TouchDown& touchDown = f.touchDowns.front();
+  EXPECT_TRUE(touchDown.onRunway) << touchDown.runway << " " << touchDown.alongMetres << " m along, "
+                                  << touchDown.acrossMetres << " m across";
+  EXPECT_GT(touchDown.rollOutSeconds, 60) << "rolls out and taxies";
+  EXPECT_LT(spreadOf(f.airMetres).median, 150);
+  EXPECT_EQ(f.jumps, 0u);
+  EXPECT_GT(f.turnLimit, 0) << "the category is known from the feed";
+  // The turn off the runway is faster than the category's rate, by the ground segment's own timing, which
+  // lets a turn that is large for its curve's length go faster. While it still rolls out, the turn-off's
+  // reports that point 90 degrees or more off its heading are dropped, and the one curve left turns 50
+  // degrees at 50 / 30 of the rate: 34 degrees in 3 seconds at 5 knots, where the real aircraft took 10.
+  EXPECT_LE(f.groundTurnRate, 2 * f.turnLimit);
+  EXPECT_LE(std::abs(f.worstGroundHeightFeet), 1.0);
+  EXPECT_GT(ground.count, 30u * 60) << "a minute and more on the ground";
+  EXPECT_LT(ground.median, 30);
+  const auto onStand = std::find_if(f.parked.begin(), f.parked.end(), [](const ParkedSpell& p) {
+    return p.stand == "G2" && p.metres <= 2 && std::abs(p.headingErrorDegrees) <= 3;
+  });
+  EXPECT_NE(onStand, f.parked.end()) << "parked on its stand within 2 metres and 3 degrees";
+}
+
+// Zurich with the user's stand and the Air France A319's gate, the first point of its real taxi.
+void lf_writeZurich(const std::filesystem::path& folder) {
+  test::writeBytes(folder / "airports/my_thirdparty/LSZH.xml", R"(<parameters>
+<parameter name="airport_name" value="Zurich"/><parameter name="publisher" value="unknown"/>
+<parameter name="altitude" value="1416"/></parameters><parkpositions>
+<parkpos id="U1" latitude="47.451000" longitude="8.560000" heading="0" radius="20"/>
+<parkpos id="E1" latitude="47.456646" longitude="8.555019" heading="320" radius="20"/></parkpositions>)");
+}
+
+// Three kinds of flight at once, each judged from the trace: no step an aircraft could not fly, on the ground
+// within a foot of it and turning no faster than its kind, near the real paths 30 seconds earlier.
+TEST_F(EngineProgramTest, aTakeOffAnApproachAndAHelicopterAtZurichFollowTheirRealPaths) {
+  prepareAll(zurich, 200);
+  lf_writeZurich(folder);
+  test::StandIn stand(lf_scenario(flight, "", "", {zurich[1].title, zurich[2].title}));
+  stand.writeSimConnectCfg();
+  const auto player = startPlayer();
+  const auto program = startProgram();
+  std::this_thread::sleep_for(240s);
+  stopRun(*program, *player, stand, "zurich");
+  const std::vector<json> trace = stand.trace();
+
+  const ObjectFigures takeOff = judgeFlight("take-off", trace, zurich[0], "LSZH.xml", zurichPark, 2);
+  const ObjectFigures approach = judgeFlight("approach", trace, zurich[1], "LSZH.xml", zurichPark, 2);
+  const ObjectFigures helicopter = judgeFlight("helicopter", trace, zurich[2], "LSZH.xml", zurichPark,
+                                               static_cast<std::int32_t>(categoryHelicopter));
+  for (const ObjectFigures* f : {&takeOff, &approach, &helicopter}) {
+    EXPECT_GT(f->frames, 30u * 60) << f->atcId << " flew a minute and more\n" << log();
+    EXPECT_EQ(f->jumps, 0u) << f->atcId;
+    EXPECT_LT(spreadOf(f->airMetres).median, 150) << f->atcId;
+  }
+  // The helicopter's ground is not checked: low and slow over Dubendorf, 5.3 miles from Zurich, it is on the
+  // ground to the reader, which takes no ground reports that far out. It lands by dead reckoning, which is
+  // not judged against the real path, and the recording has no other ground.
+  const Spread ground = spreadOf(takeOff.groundMetres);
+  EXPECT_GT(ground.count, 30u * 30) << "half a minute and more of the taxi and the take-off roll";
+  EXPECT_LT(ground.median, 30);
+  EXPECT_GT(takeOff.turnLimit, 0);
+  // The noisy feed lines it up at the holding point faster than its kind turns: 58 degrees in 4 seconds. The
+  // engine follows it there, and may turn a quarter faster than that over one second of it, not more.
+  EXPECT_LE(takeOff.groundTurnRate, 1.25 * 58 / 4);
+  EXPECT_LE(std::abs(takeOff.worstGroundHeightFeet), 1.0);
+  EXPECT_GT(spreadOf(takeOff.airMetres).count, 30u * 30) << "it lifted off and climbed";
+}
+
+// The next morning the same aircraft, now DAL2418, is pushed back from the stand, tail first, and stops.
+TEST_F(EngineProgramTest, aDepartureIsPushedBackTailFirstFromItsStand) {
+  prepare(pushBack, 135);
+  ASSERT_NO_FATAL_FAILURE(lf_writeMinneapolis(folder));
+  test::StandIn stand(lf_scenario(flight, ""));
+  stand.writeSimConnectCfg();
+  const auto player = startPlayer();
+  const auto program = startProgram();
+  // The push back ends 156 seconds into the run, 30 seconds behind the feed.
+  std::this_thread::sleep_for(165s);
+  stopRun(*program, *player, stand, "pushback");
+
+  const ObjectFigures f = judgeAtMinneapolis("push back", stand.trace());
+  const Spread ground = spreadOf(f.groundMetres);
+  EXPECT_EQ(f.jumps, 0u);
+  // The turn onto the taxiway is timed by the push back's own curve rule, which turns faster than the
+  // category's rate on the ground: 90 degrees in 737 ticks for a 737.
+  EXPECT_LE(f.groundTurnRate, 90 / 7.37);
+  EXPECT_LE(std::abs(f.worstGroundHeightFeet), 1.0);
+  EXPECT_LT(ground.median, 30);
+  EXPECT_GT(f.backwardsMetres, 50) << "the straight leg alone is 2.5 stand radii, tail first\n" << log();
+  ASSERT_FALSE(f.parked.empty()) << log();
+  EXPECT_EQ(f.parked.front().stand, "G2");
+  EXPECT_LE(f.parked.front().metres, 2);
+  EXPECT_LE(std::abs(f.parked.front().headingErrorDegrees), 3);
+}
+
+// An apron at Schiphol: the user on S1; P1, where the static twin of the arriving KLM1853 stands, and P2, 150
+// metres east of it on its way in, where another KLM 737 is parked. The learned file fills both.
+constexpr double apronLat = 52.3120;
+constexpr double apronP1Lon = 4.7600;
+constexpr double apronMetresPerDegreeLon = 68060; // at 52.3 degrees north
+
+void lf_writeApron(const std::filesystem::path& folder) {
+  std::string allDay;
+  for (int h = 0; h < 48; ++h)
+    allDay += fmt::format("{}{}", h == 0 ? "" : ",", h);
+  test::writeBytes(folder / "airports/my_thirdparty/EHAM.xml",
+                   fmt::format(R"(<parameters><parameter name="airport_name" value="Schiphol"/>
+<parameter name="publisher" value="unknown"/><parameter name="altitude" value="-11"/></parameters><parkpositions>
+<parkpos id="S1" latitude="{:.6f}" longitude="{:.6f}" heading="90" radius="20"/>
+<parkpos id="P1" latitude="{:.6f}" longitude="{:.6f}" heading="270" radius="20"/>
+<parkpos id="P2" latitude="{:.6f}" longitude="{:.6f}" heading="0" radius="20"/></parkpositions>)",
+                               climbOut.userLat, climbOut.userLon, apronLat, apronP1Lon, apronLat,
+                               apronP1Lon + 150 / apronMetresPerDegreeLon));
+  test::writeBytes(folder / "airports/learned/thirdparty/unknown/EHAM.xml",
+                   fmt::format(R"(<parameters><parameter name="airport_name" value="Schiphol"/>
+<parameter name="WEEK" value="true"/><parameter name="parking_percentage" value="100"/></parameters><parkpositions>
+<parkpos id="P1"><opt reg="PH-BXA" airl="KLM" type="B738" day="1" hh="{0}" cs="KLM1853"/></parkpos>
+<parkpos id="P2"><opt reg="PH-BXB" airl="KLM" type="B738" day="1" hh="{0}" cs="KLM1000"/></parkpos>
+</parkpositions>)",
+                               allDay));
+}
+
+// KLM1853 taxies west at 10 knots from 300 metres east of P1, through P2, and stops on P1, where it stands
+// with its transponder on. Its reports begin after the apron has been filled.
+void lf_writeArrival(const std::filesystem::path& folder, double firstReport) {
+  std::ofstream out(folder / "window.cap");
+  TrackPoint point;
+  point.hexid = 0x485853;
+  point.onGround = true;
+  point.callsign = "KLM1853";
+  point.type = "B738";
+  point.registration = "PH-BXA";
+  point.category = "A3";
+  point.track = 270;
+  for (int t = 0; t <= 120; ++t) {
+    const double metres = std::max(0.0, 300 - t * 10 * metresPerNm / 3600);
+    point.time = 1.7e9 + t;
+    point.lat = apronLat;
+    point.lon = apronP1Lon + metres / apronMetresPerDegreeLon;
+    point.groundSpeed = metres > 0 ? 10 : 0;
+    out << captureText({firstReport + t, CaptureKind::traffic, trafficLine(point)}) << '\n';
+  }
+}
+
+// Who gives way on the apron, judged from the trace: the static twin of an arriving flight leaves its stand
+// to the live aircraft, never standing there with it, and a parked aircraft in a taxiing one's way goes
+// before it is reached.
+TEST_F(EngineProgramTest, aLiveArrivalTakesItsStaticTwinsStandAndAParkedAircraftInItsWayGoes) {
+  flight = climbOut;
+  const std::string klm = "KLM Boeing 737-800";
+  test::writeBytes(
+      folder / "output/LiveriesScanned.xml",
+      fmt::format(R"(<liveries><liv airl="KLM" type="B738" title="{}" atcid="" /></liveries>)", klm));
+  const std::filesystem::path parameters = folder / "AppData/Roaming/Trovalyn_P3D/parameters.xml";
+  std::string text = readFile(parameters);
+  text.insert(text.find("</parameters>"),
+              "  <parameter name=\"COLLISION_LIVE_PARKED_GND\" value=\"true\" />\n");
+  test::writeBytes(parameters, text);
+  lf_writeApron(folder);
+  lf_writeArrival(folder, 40); // after the first calculation, which leaves out what the feed shows
+  test::StandIn stand(lf_scenario(flight, "", "", {klm}));
+  stand.writeSimConnectCfg();
+  const auto player = startPlayer();
+  const auto program = startProgram();
+  const auto objectOf = [](const std::vector<json>& trace, std::string_view tail) -> std::int64_t {
+    for (const json& line : trace)
+      if (line.value("kind", "") == "created" && line.value("tail", "") == tail)
+        return line.value("object", std::int64_t{0});
+    return 0;
+  };
+  const bool arrived =
+      eventually([&] { return log().find("KLM1853  arrived at stand") != std::string::npos; }, 200s, 1s);
+  std::this_thread::sleep_for(25s); // standing still long enough for the judge to call it parked
+  stopRun(*program, *player, stand, "apron");
+  text = log();
+  ASSERT_TRUE(arrived) << text;
+  EXPECT_THAT(text, HasSubstr("P1      : KLM1853  arrived at stand"));
+  EXPECT_THAT(text,
+              ContainsRegex("P2      : KLM1000\\*? *removed for collision avoidance with live KLM1853"));
+
+  const std::vector<json> trace = stand.trace();
+  const std::int64_t live = objectOf(trace, "KLM1853");
+  const std::int64_t twin = objectOf(trace, "KLM1853*");
+  const std::int64_t inTheWay = objectOf(trace, "KLM1000*");
+  ASSERT_NE(live, 0);
+  ASSERT_NE(twin, 0) << "the apron was filled before the arrival";
+  ASSERT_NE(inTheWay, 0);
+  EXPECT_TRUE(removed(trace, twin));
+  EXPECT_TRUE(removed(trace, inTheWay));
+  // Frame by frame: the twin and the live aircraft never both near P1, nor the live one on the aircraft in
+  // its way.
+  std::size_t together = 0;
+  double closest = 1e9;
+  for (const json& line : trace) {
+    if (line.value("kind", "") != "state") continue;
+    std::map<std::int64_t, std::pair<double, double>> at;
+    for (const json& o : line.at("objects"))
+      at[o.value("id", std::int64_t{0})] = {o.value("lat", 0.0), o.value("lon", 0.0)};
+    if (!at.contains(live)) continue;
+    const std::pair<double, double> here = at[live];
+    const auto metresTo = [&](std::pair<double, double> p) {
+      return distanceNm(here.first, here.second, p.first, p.second) * metresPerNm;
+    };
+    if (at.contains(twin) && metresTo({apronLat, apronP1Lon}) < 40) ++together;
+    if (at.contains(inTheWay)) closest = std::min(closest, metresTo(at[inTheWay]));
+  }
+  std::cout << fmt::format(
+      "apron: twin and live together near P1 in {} frames; closest to the one in the way {:.0f} m\n",
+      together, closest);
+  EXPECT_LE(together, 1u);
+  // Checked once a second, the parked one goes when the live one comes within 1.1 times their two half spans,
+  // 39 metres for two 737s, and is gone a second later: 5 metres nearer at 10 knots.
+  EXPECT_GT(closest, 30);
+
+  JudgeContext context;
+  context.stands = readStands((folder / "airports/my_thirdparty/EHAM.xml").string());
+  for (const FlownObject& object : flownObjects(trace)) {
+    if (object.id != live) continue;
+    const ObjectFigures f = judgeObject(object, context);
+    EXPECT_EQ(f.jumps, 0u);
+    ASSERT_FALSE(f.parked.empty());
+    EXPECT_EQ(f.parked.back().stand, "P1");
+    EXPECT_LE(f.parked.back().metres, 2);
+    EXPECT_LE(std::abs(f.parked.back().headingErrorDegrees), 3);
+  }
+}
+
+TEST_F(EngineProgramTest, aRealFlightIsFlownOnItsTrackThirtySecondsLateAndLeavesWhenTheFeedEnds) {
+  prepare(climbOut, 60);
+  test::StandIn stand(lf_scenario(flight, ""));
+  stand.writeSimConnectCfg();
+  const auto player = startPlayer();
+  const auto program = startProgram();
+  std::optional<std::int64_t> object;
+  const bool gone = eventually(
+      [&] {
+        const std::vector<json> trace = stand.trace();
+        object = createdObject(trace);
+        return object && removed(trace, *object);
+      },
+      240s, 1s);
+  // The feed named both airports: the object was given a plan, whose file went with it.
+  std::filesystem::path plan;
+  for (const json& line : stand.trace())
+    if (object && lf_isCall(line, "SimConnect_AISetAircraftFlightPlan") &&
+        line.value("object", std::int64_t{-1}) == *object)
+      plan = line.value("path", "") + ".pln";
+  const bool planGone = eventually([&] { return !plan.empty() && !std::filesystem::exists(plan); }, 5s);
+  program->signal(SIGTERM);
+  EXPECT_EQ(program->waitExit(20s), 0);
+  EXPECT_EQ(player->waitExit(10s), 0);
+  stand.stop(SIGTERM);
+  const std::vector<json> trace = stand.trace();
+  lf_keepForJudge(folder, "realflight");
+  EXPECT_FALSE(plan.empty()) << "a flight plan for the object";
+  EXPECT_TRUE(planGone) << plan;
+  EXPECT_FALSE(std::any_of(trace.begin(), trace.end(), [](const json& line) {
+    return line.value("kind", "") == "exception" && line.value("exception", 0) == 23;
+  })) << "the simulator found the plan's file";
+  ASSERT_TRUE(object) << readFile(folder / "program.out") << log();
+  EXPECT_TRUE(gone) << "dead reckoning ran out and the object was removed\n" << log();
+
+  const auto create = std::find_if(trace.begin(), trace.end(), [&](const json& l) {
+    return lf_isCall(l, "SimConnect_AICreateNonATCAircraft") && l.value("tail", "") == flight.callsign;
+  });
+  ASSERT_NE(create, trace.end());
+  EXPECT_EQ(create->value("title", ""), flight.title) << "the livery of its airline and type";
+
+  // Released and frozen before anything moves it; removed last.
+  const std::vector<std::string> calls = lf_callsOf(trace, *object);
+  const auto firstPosition = std::find(calls.begin(), calls.end(), "SetDataOnSimObject:0");
+  ASSERT_NE(firstPosition, calls.end());
+  const std::vector<std::string> before(calls.begin(), firstPosition);
+  EXPECT_THAT(before, testing::IsSupersetOf({"AIReleaseControl:0", "TransmitClientEvent:215",
+                                             "TransmitClientEvent:216", "TransmitClientEvent:217"}));
+  EXPECT_EQ(calls.back(), "AIRemoveObject:0");
+
+  const TrackFigures figures = judgeTrack(flownPath(trace, flight.callsign),
+                                          realTrack((folder / "window.cap").string(), flight.hexid));
+  RecordProperty("track", figuresText(figures));
+  std::cout << figuresText(figures) << '\n';
+  EXPECT_GT(figures.onTrack, 30u * 50) << "about a minute of flight at 30 frames a second";
+  EXPECT_LT(figures.medianMetres, 150);
+  EXPECT_LT(figures.p95Metres, 300);
+  EXPECT_EQ(figures.jumps, 0u);
+
+  const std::string text = readFile(folder / "link.txt");
+  const auto positions = static_cast<std::size_t>(std::count(text.begin(), text.end(), 'Q'));
+  EXPECT_GE(positions, 100u) << "RealTraffic hears of the user once a second";
+}
+
+TEST_F(EngineProgramTest, aLostRealTrafficTakesTheAircraftAwayAndATeleportRestarts) {
+  prepare(climbOut, 50, 40);
+  test::StandIn stand(
+      lf_scenario(flight, R"({"t": 75, "do": "teleport", "lat": 51.4706, "lon": -0.4619, "heading": 270})"));
+  stand.writeSimConnectCfg();
+  const auto player = startPlayer();
+  const auto program = startProgram();
+  const bool restarted =
+      eventually([&] { return log().find("Exiting: RESTART") != std::string::npos; }, 150s);
+  program->signal(SIGTERM);
+  program->waitExit(30s);
+  player->waitExit(10s);
+  stand.stop(SIGTERM);
+  const std::vector<json> trace = stand.trace();
+  const std::string text = log();
+  ASSERT_TRUE(restarted) << text;
+  const std::optional<std::int64_t> object = createdObject(trace);
+  ASSERT_TRUE(object) << text;
+  EXPECT_TRUE(removed(trace, *object)) << text;
+  const std::size_t gone = text.find("RealTraffic gone?");
+  const std::size_t teleport = text.find("Teleport\n");
+  ASSERT_NE(gone, std::string::npos) << text;
+  EXPECT_LT(gone, teleport) << text;
+  EXPECT_THAT(text.substr(teleport), HasSubstr("Exiting: RESTART"));
 }
 
 } // namespace
