@@ -27,11 +27,12 @@ constexpr std::string_view title = "Made Boeing 737-800";
 // Part of a made flight, at the aircraft's heading, one frame at a time.
 struct Leg {
   double seconds = 0;
-  double knots = 0;      // set and flown
-  double turnRate = 0;   // degrees per second
-  double heightFeet = 0; // over the ground plus static CG
-  bool onGround = true;  // as the stand-in tells it
-  double jumpMetres = 0; // eastwards, at the leg's first frame
+  double knots = 0;       // set and flown
+  double turnRate = 0;    // degrees per second
+  double heightFeet = 0;  // over the ground plus static CG
+  bool onGround = true;   // as the stand-in tells it
+  double jumpMetres = 0;  // eastwards, at the leg's first frame
+  double flownKnots = -1; // when the flown speed is not the set one
 };
 
 struct Row {
@@ -58,7 +59,8 @@ std::vector<json> lf_trace(const Row& row) {
     for (int frame = 0; frame < std::lround(leg.seconds * frameRate); ++frame) {
       t += 1 / frameRate;
       heading += leg.turnRate / frameRate;
-      at = lf_moved(at.lat, at.lon, heading, leg.knots * metresPerNm / 3600 / frameRate);
+      const double flown = leg.flownKnots >= 0 ? leg.flownKnots : leg.knots;
+      at = lf_moved(at.lat, at.lon, heading, flown * metresPerNm / 3600 / frameRate);
       const json object = {{"id", 100},
                            {"user", false},
                            {"atcId", "ROW"},
@@ -121,6 +123,25 @@ TEST_F(JudgeTest, eachFaultShowsInItsFigure) {
       {"a jump of 201 m",
        0,
        {{5, 10}, {5, 10, 0, 0, true, 201}},
+       [](const ObjectFigures& f) { return static_cast<double>(f.jumps); },
+       1,
+       0},
+      // The machine holds the program up for four frames at 250 knots: one step, then the 17.1 m it owes.
+      {"the catch-up after a stall",
+       0,
+       {{1, 250, 0, 500, false},
+        {4 / frameRate, 250, 0, 500, false, 0, 0},
+        {1 / frameRate, 250, 0, 500, false},
+        {1, 250, 0, 500, false, 17.1}},
+       [](const ObjectFigures& f) { return static_cast<double>(f.jumps); },
+       0,
+       0},
+      {"a jump of 201 m after a stall",
+       0,
+       {{1, 250, 0, 500, false},
+        {4 / frameRate, 250, 0, 500, false, 0, 0},
+        {1 / frameRate, 250, 0, 500, false},
+        {1, 250, 0, 500, false, 201}},
        [](const ObjectFigures& f) { return static_cast<double>(f.jumps); },
        1,
        0},

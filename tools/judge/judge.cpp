@@ -12,6 +12,7 @@
 #include <cctype>
 #include <charconv>
 #include <cmath>
+#include <optional>
 #include <utility>
 
 namespace ory {
@@ -176,13 +177,25 @@ bool lf_onGround(const FlownPoint& p, double staticCg, std::int32_t category) {
 }
 
 // A frame that brought no new position is caught up by the next: the step is measured from the first frame
-// that showed the position before.
+// that showed the position before. A program held up for a few frames by the machine shows one more step
+// after the hold and the rest of the way it owes in the next: that next step is also measured over both, from
+// where the hold began, and the slower of the two counts. A leap stays a leap over either span.
 void lf_steps(const std::vector<FlownPoint>& held, ObjectFigures& f) {
   std::size_t from = 0;
+  std::optional<std::size_t> holdStart; // the first frame of the hold that the step before ended
   for (std::size_t i = 1; i < held.size(); ++i) {
     if (held[i].lat == held[i - 1].lat && held[i].lon == held[i - 1].lon) continue;
-    const FlownPoint& before = held[std::exchange(from, i)];
-    const double knots = lf_stepKnots(before, held[i]);
+    const std::size_t start = std::exchange(from, i);
+    const FlownPoint& before = held[start];
+    double knots = lf_stepKnots(before, held[i]);
+    if (holdStart) {
+      const FlownPoint& first = held[*holdStart];
+      const double seconds = lf_seconds(first, held[i]);
+      const double metres = lf_metres(first.lat, first.lon, before.lat, before.lon) +
+                            lf_metres(before.lat, before.lon, held[i].lat, held[i].lon);
+      if (seconds > 0) knots = std::min(knots, metres / seconds * knotsPerMetrePerSecond);
+    }
+    holdStart = i - start > 1 ? std::optional<std::size_t>(start) : std::nullopt;
     const double ratio = knots / lf_stepBound(before, held[i]);
     if (ratio > 1) ++f.jumps;
     if (ratio <= f.worstStepRatio) continue;
