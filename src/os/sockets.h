@@ -58,6 +58,7 @@ std::vector<std::size_t> readableSockets(std::span<const SocketHandle> sockets, 
 bool setNoDelay(SocketHandle socket, bool on); // false on failure
 void setReceiveBufferSize(SocketHandle socket, int bytes);
 void shutdownSocket(SocketHandle socket); // ends both directions, wakes a blocked peer call
+void endSending(SocketHandle socket);     // ends our direction: the peer reads all we sent, then the end
 void closeSocket(SocketHandle socket);
 
 } // namespace ory

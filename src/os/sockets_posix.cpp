@@ -392,6 +392,10 @@ void shutdownSocket(SocketHandle socket) {
   if (socket != invalidSocket) shutdown(static_cast<int>(socket), SHUT_RDWR);
 }
 
+void endSending(SocketHandle socket) {
+  if (socket != invalidSocket) shutdown(static_cast<int>(socket), SHUT_WR);
+}
+
 void closeSocket(SocketHandle socket) {
   if (socket == invalidSocket) return;
   shutdown(static_cast<int>(socket), SHUT_RDWR);

@@ -251,6 +251,10 @@ void shutdownSocket(SocketHandle socketHandle) {
   if (socketHandle != invalidSocket) shutdown(lf_raw(socketHandle), SD_BOTH);
 }
 
+void endSending(SocketHandle socketHandle) {
+  if (socketHandle != invalidSocket) shutdown(lf_raw(socketHandle), SD_SEND);
+}
+
 void closeSocket(SocketHandle socketHandle) {
   if (socketHandle == invalidSocket) return;
   shutdown(lf_raw(socketHandle), SD_BOTH);

@@ -23,7 +23,16 @@ long lf_socketReceive(std::intptr_t handle, void* buffer, std::size_t size, int 
   return got > 0 ? got : -1;
 }
 
+// Closed with the simulator's records unread, the link would be reset, and a reset can cost the simulator
+// the last calls it has not read yet: our side ends first, and what the simulator still sends is read away
+// until it closes too, half a second at most.
 void lf_socketClose(std::intptr_t handle) {
+  endSending(handle);
+  unsigned char unread[4096];
+  const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(500);
+  while (std::chrono::steady_clock::now() < until && waitReadable(handle, 50) > 0 &&
+         receiveSome(handle, unread, sizeof(unread)) > 0) {
+  }
   closeSocket(handle);
 }
 
